@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+//
+// Decides whether the box has a recording drive, and owns it.
+#ifndef KESTROVA_SYSTEM_DRIVEMANAGER_DRIVEMANAGER_H
+#define KESTROVA_SYSTEM_DRIVEMANAGER_DRIVEMANAGER_H
+
+#include "System/drivemanager/dvrdrive.h"
+#include "base/export.h"
+
+/// Owner of the recording drive. The system object makes one, starts it and stops it.
+///
+/// Threads: no lock. start(), stop() and detectDrives() belong to the thread that brings the system
+/// up and down; the two queries may be called from any thread while it is started.
+class KESTROVA_EXPORT sysDriveManager {
+public:
+    sysDriveManager();
+    /// Stops.
+    ~sysDriveManager();
+    sysDriveManager(const sysDriveManager&) = delete;
+    sysDriveManager& operator=(const sysDriveManager&) = delete;
+
+    /// Detects the drive, unless already started. Blocks for the detection: a disk's spin-up and a
+    /// few tools. A missing drive is no failure.
+    void start();
+    /// When started: shuts and frees the drive. What is mounted stays mounted: whoever started the
+    /// drive stops it first. Blocks until the drive's worker, if any, has ended.
+    void stop();
+
+    /// True when started and there is a recording drive.
+    bool hasDVRDrive() const { return mStarted && mDVRDrive != nullptr; }
+    /// The recording drive, or null when there is none or the manager is not started. Owned here,
+    /// valid until stop().
+    sysDVRDrive* getDVRDrive() const { return mStarted ? mDVRDrive : nullptr; }
+
+    /// Looks for the drive and keeps it when its init() succeeds; otherwise logs at level 1 "No DVR
+    /// Drive Detected". Never formats or mounts. start() calls it; a drive found before is freed.
+    void detectDrives();
+
+private:
+    KESTROVA_LOCAL void freeDrive();
+
+    bool mStarted = false;
+    bool mDetected = false;  // a detection has been tried; kept for the debugger
+    sysDVRDrive* mDVRDrive = nullptr;
+};
+
+#endif

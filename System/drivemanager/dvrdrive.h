@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+//
+// The recording drive: the disk "/dev/sda" with its storage and data partitions.
+#ifndef KESTROVA_SYSTEM_DRIVEMANAGER_DVRDRIVE_H
+#define KESTROVA_SYSTEM_DRIVEMANAGER_DVRDRIVE_H
+
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "System/drivemanager/harddrive.h"
+#include "base/export.h"
+
+/// The recording drive of the box: two XFS partitions, "DVRStorage" (partition 0, mounted on "/dvr"
+/// with project quotas) and "DVRData" (partition 1, mounted on "/dvr/data").
+///
+/// Formatting and mounting run on a worker thread while the caller polls getStatus(). There is at
+/// most one worker; nobody joins it, it ends by itself.
+///
+/// Threads: any thread may call any operation named in this class. init(), initialize(), start(),
+/// stop() and shut() take turns: each blocks while another one, or the worker of initialize() or
+/// start(), runs. getStatus(), setStatus(), blockSize(), freeMB() and totalMB() answer at once
+/// whatever runs. What is inherited takes no part in this: call it while no other operation runs,
+/// and enclose partitionCustom(), partitionOneBig() and scanPartitions() in shut() and init().
+/// shut() and deletion may follow an operation at once; deletion waits for a worker.
+///
+/// Failures are told by the result and by the status eStError; only allocation failure is thrown.
+class KESTROVA_EXPORT sysDVRDrive : public sysHardDrive {
+public:
+    enum Status {
+        eStNone = 0,          ///< not initialised, or shut
+        eStError = 1,         ///< the last operation failed
+        eStNotFormatted = 2,  ///< drive found, no "DVRStorage" partition
+        eStFormatting = 3,    ///< format worker running
+        eStReady = 4,         ///< formatted, not mounted
+        eStStarting = 5,      ///< mount worker running
+        eStStarted = 6,       ///< file systems mounted
+    };
+
+    sysDVRDrive();
+    /// Waits for a worker; unmounts nothing.
+    ~sysDVRDrive() override;
+
+    using sysHardDrive::init;
+    /// Forgets the partitions, status eStNone; always true. What is mounted stays mounted.
+    bool shut() override;
+    /// Identifies "/dev/sda", finds the two partitions by file system and label, and unmounts them.
+    /// The status is then eStReady or eStNotFormatted. False with status eStError when there is no
+    /// such drive or one of them is mounted and busy (logged at level 1). When the partition table
+    /// of the box names no settings partition, the drive's delayed standby is armed.
+    virtual bool init();
+
+    /// Starts formatting: partition 1 as "DVRData", then partition 0 as "DVRStorage". True when
+    /// the worker runs, status eStFormatting; it ends in eStReady when the storage partition was
+    /// formatted, else in eStError. False from eStNone, eStFormatting, eStStarting and eStStarted,
+    /// and when there can be no thread; the status stays eStFormatting then until init() or shut().
+    /// All data of the two partitions are lost. Labels and types that init() read do not change.
+    bool initialize();
+    /// Starts mounting, from eStReady. True when the worker runs, status eStStarting; it ends in
+    /// eStStarted, or in eStError with what could be mounted still mounted. False otherwise, logged
+    /// at level 1 with status and partition; when there can be no thread, by perror.
+    bool start();
+    /// Unmounts both file systems, from eStStarted; true with status eStReady. False from other
+    /// states, and with status eStError when one was busy. Blocks until all is written.
+    bool stop();
+
+    /// The status, and the progress of what runs in per cent: 100 when nothing does, 0 while
+    /// starting, 5, 30, 60 or 90 while formatting. Either pointer may be null.
+    void getStatus(Status* status, int* progress);
+    /// Stores a status.
+    void setStatus(Status status);
+
+    /// Block size in bytes, free and total space in MiB, of the data partition if there is one,
+    /// else of the storage partition; 0 while it is not mounted.
+    unsigned int blockSize();
+    unsigned int freeMB();
+    unsigned int totalMB();
+
+    /// Model text of the drive; valid until the next init().
+    const char* model() const { return mModel.c_str(); }
+
+private:
+    KESTROVA_LOCAL static void* initialize_thread_func_static(void* drive);
+    KESTROVA_LOCAL static void* start_thread_func_static(void* drive);
+    KESTROVA_LOCAL void initialize_thread_func();
+    KESTROVA_LOCAL void start_thread_func();
+
+    class Operation;
+
+    KESTROVA_LOCAL void endWorker();
+    KESTROVA_LOCAL bool formatData();
+    KESTROVA_LOCAL void formatStorage();
+    KESTROVA_LOCAL bool mountAll();
+    KESTROVA_LOCAL static bool unmountIfMounted(sysPartition* partition);
+    KESTROVA_LOCAL void findPartitions();
+    KESTROVA_LOCAL void setPartitions(sysPartition* storage, sysPartition* data);
+    KESTROVA_LOCAL void spinDownWhenUnused();
+    KESTROVA_LOCAL int formatProgress() const;
+    KESTROVA_LOCAL sysPartition* measuredPartition() const;
+    KESTROVA_LOCAL void takeOpLock();
+    KESTROVA_LOCAL void releaseOpLock();
+
+    Status mStatus = eStNone;
+    // How far the last start came: 0 never started, 1 accepted, 3 worker mounting, 4 worker done.
+    std::int32_t mStartupState = 0;
+    sysPartition* mStoragePartition = nullptr;  // these two point into mPartitions
+    sysPartition* mDataPartition = nullptr;
+    std::string mMountPoint = "/dvr";
+    std::string mDataMountPoint = "/dvr/data";
+    pthread_t mThread = 0;
+    // Taken by the caller of initialize() and start() and released by their worker. A mutex must be
+    // released by the thread that took it; a semaphore may be by any.
+    sem_t mOpLock;
+    // Guards mStatus and the two partition pointers, never held while mOpLock is taken or a tool
+    // runs.
+    std::mutex mStatusLock;
+};
+
+#endif

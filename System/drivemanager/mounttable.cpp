@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#include "System/drivemanager/mounttable.h"
+
+#include <cstdio>
+
+#include "base/linereader.h"
+#include "base/scanner.h"
+
+namespace drivemanager {
+
+bool findMounted(const std::string& device, std::string& directory) {
+    // The system's mount points are short: a line that is longer than this comes in pieces, and its
+    // device and directory are in the first.
+    constexpr std::size_t lineSize = 256;
+
+    std::FILE* const mounts = std::fopen("/proc/mounts", "re");
+    if (mounts == nullptr) {
+        return false;
+    }
+    bool found = false;
+    char line[lineSize];
+    while (!found && base::readLine(mounts, line, sizeof(line))) {
+        char name[lineSize];
+        char mountPoint[lineSize];
+        base::Scanner fields(line);
+        if (fields.word(name, sizeof(name)) && fields.word(mountPoint, sizeof(mountPoint)) &&
+            device == name) {
+            directory = mountPoint;
+            found = true;
+        }
+    }
+    (void)std::fclose(mounts);
+    return found;
+}
+
+}  // namespace drivemanager

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#include "System/system.h"
+
+#include <utility>
+
+#include "System/BlockdevCfg.fmp.h"
+#include "System/bootvarsmanager/sysBootVarsManager.h"
+#include "System/drivemanager/drivemanager.h"
+#include "System/sysSuperUserUtils.h"
+
+int mem_fd = -1;
+
+namespace {
+
+sysInterface* systemInstance = nullptr;
+
+}  // namespace
+
+sysInterface::sysInterface(bool minimal) : mMinimal(minimal) {
+    bool tableBuilt = false;
+    try {
+        mpBootVarsManager = new sysBootVarsManager;
+        mpSuperUserUtils = new sysSuperUserUtils(this);
+        BlockdeviceConfig::CreateInstance();
+        tableBuilt = true;
+        if (!mMinimal) {
+            initDVR();
+        }
+    } catch (...) {
+        freeObjects();
+        if (tableBuilt) {
+            BlockdeviceConfig::DestroyInstance();
+        }
+        throw;
+    }
+}
+
+sysInterface::~sysInterface() {
+    freeObjects();
+    BlockdeviceConfig::DestroyInstance();
+}
+
+void sysInterface::freeObjects() {
+    if (!mMinimal) {
+        termDVR();
+    }
+    delete mpSuperUserUtils;
+    delete mpBootVarsManager;
+}
+
+void sysInterface::initDVR() {
+    mpDriveManager = new sysDriveManager;
+    mpDriveManager->start();
+}
+
+void sysInterface::termDVR() {
+    if (mpDriveManager != nullptr) {
+        mpDriveManager->stop();
+        delete std::exchange(mpDriveManager, nullptr);
+    }
+}
+
+void SystemInit() {
+    systemInstance = new sysInterface(false);
+}
+
+void SystemMinimalInit() {
+    systemInstance = new sysInterface(true);
+}
+
+void SystemTerm() {
+    delete std::exchange(systemInstance, nullptr);
+}
+
+sysInterface* getSystem() {
+    return systemInstance;
+}
+
+void* download_allocate(int size) {
+    return new char[static_cast<std::size_t>(size)];
+}
+
+void download_free(void* memory) {
+    delete[] static_cast<char*>(memory);
+}

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+//
+// Marks what the shared library exports. Everything else is built with hidden visibility.
+#ifndef KESTROVA_BASE_EXPORT_H
+#define KESTROVA_BASE_EXPORT_H
+
+#define KESTROVA_EXPORT __attribute__((visibility("default")))
+
+/// Keeps a private helper of an exported class inside the library.
+#define KESTROVA_LOCAL __attribute__((visibility("hidden")))
+
+#endif

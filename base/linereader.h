@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+//
+// Reading from a stdio stream that a signal may interrupt.
+#ifndef KESTROVA_BASE_LINEREADER_H
+#define KESTROVA_BASE_LINEREADER_H
+
+#include <cstddef>
+#include <cstdio>
+
+namespace base {
+
+/// getc that goes on after an interruption. EOF at the end or on an error.
+int readCharacter(std::FILE* stream);
+
+/// fgets that goes on after an interruption: reads up to size - 1 characters, up to and with a line
+/// feed, and terminates them. A longer line comes in pieces. False when nothing was left to read.
+bool readLine(std::FILE* stream, char* buffer, std::size_t size);
+
+}  // namespace base
+
+#endif

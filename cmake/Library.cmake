@@ -1,0 +1,103 @@
+# SPDX-License-Identifier: MIT
+#
+# The library: its sources, its public headers, and how it is installed.
+
+set(KESTROVA_SOURCES
+  base/base64.cpp
+  base/console.cpp
+  base/crc32.cpp
+  base/descriptor.cpp
+  base/file.cpp
+  base/hooks.cpp
+  base/ipv4.cpp
+  base/linereader.cpp
+  base/log.cpp
+  base/popen3.cpp
+  base/scanner.cpp
+  base/sigpipeguard.cpp
+  base/standardstreams.cpp
+  base/stream.cpp
+  base/stringshared.cpp
+  base/text.cpp
+  base/tool.cpp
+  System/BlockdevCfg.fmp.cpp
+  System/drivemanager/driveidentity.cpp
+  System/drivemanager/drivemanager.cpp
+  System/drivemanager/dvrdrive.cpp
+  System/drivemanager/filesystemsize.cpp
+  System/drivemanager/harddrive.cpp
+  System/drivemanager/mounttable.cpp
+  System/drivemanager/partition.cpp
+  System/drivemanager/partitionformat.cpp
+  System/drivemanager/partitiontable.cpp
+  System/drivemanager/superblock.cpp
+  System/drivemanager/toolprogress.cpp
+  System/sysSuperUserUtils.cpp
+  System/system.cpp
+)
+
+set(KESTROVA_PUBLIC_HEADERS
+  base/export.h
+  base/outputlevel.h
+  base/stream.h
+  base/vector.h
+  System/BlockdevCfg.fmp.h
+  System/bootvarsmanager/sysBootVarsManager.h
+  System/drivemanager/drivemanager.h
+  System/drivemanager/dvrdrive.h
+  System/drivemanager/harddrive.h
+  System/drivemanager/partition.h
+  System/sysSuperUserUtils.h
+  System/system.h
+)
+
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# Compiled once, for the shared library and for the tests' static one, which also reaches what is
+# not exported.
+add_library(kestrova-objects OBJECT ${KESTROVA_SOURCES})
+set_target_properties(kestrova-objects PROPERTIES
+  POSITION_INDEPENDENT_CODE ON
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+target_link_libraries(kestrova-objects PRIVATE kestrova-compile Threads::Threads)
+
+add_library(kestrova-system SHARED $<TARGET_OBJECTS:kestrova-objects>)
+add_library(KestrovaSystem::kestrova-system ALIAS kestrova-system)
+set_target_properties(kestrova-system PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  LINK_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/cmake/exports.map)
+target_compile_features(kestrova-system PUBLIC cxx_std_17)
+target_include_directories(kestrova-system PUBLIC
+  $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kestrova>)
+target_link_options(kestrova-system PRIVATE
+  -Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/cmake/exports.map
+  -Wl,--no-undefined-version -Wl,-z,relro -Wl,-z,now -Wl,--as-needed)
+target_link_libraries(kestrova-system PRIVATE Threads::Threads)
+
+add_library(kestrova-static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:kestrova-objects>)
+target_link_libraries(kestrova-static PUBLIC kestrova-compile Threads::Threads)
+
+install(TARGETS kestrova-system EXPORT KestrovaSystemTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+foreach(header IN LISTS KESTROVA_PUBLIC_HEADERS)
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kestrova/${folder})
+endforeach()
+
+set(KESTROVA_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/KestrovaSystem)
+install(EXPORT KestrovaSystemTargets NAMESPACE KestrovaSystem:: DESTINATION ${KESTROVA_CMAKE_DIR})
+configure_package_config_file(cmake/KestrovaSystemConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfig.cmake INSTALL_DESTINATION ${KESTROVA_CMAKE_DIR})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfigVersion.cmake
+  DESTINATION ${KESTROVA_CMAKE_DIR})
+configure_file(cmake/kestrova-system.pc.in kestrova-system.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestrova-system.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
