@@ -41,16 +41,22 @@ class Job:
         self._agent, self._number, self.command = agent, number, command
         self._stem = agent.share / str(number)
 
-    def _read(self, kind):
-        return pathlib.Path(f"{self._stem}.{kind}").read_bytes()
+    def _read(self, kind, skip):
+        with open(f"{self._stem}.{kind}", "rb") as file:
+            file.seek(skip)
+            return file.read()
 
-    def output(self):
-        """Standard output and error so far, as a pair."""
-        return self._read("out"), self._read("err")
+    def output(self, skip=(0, 0)):
+        """Standard output and error so far, as a pair, without the first bytes of each."""
+        return self._read("out", skip[0]), self._read("err", skip[1])
 
     def done(self):
         """Whether the command has ended."""
         return self._agent.status(self._number) is not None
+
+    def poll(self, timeout):
+        """Exit status, or None when the command still runs after timeout seconds."""
+        return self._agent.wait_status(self._number, timeout)
 
     def kill(self):
         """Ends the command with all that it started in its process group."""

@@ -12,7 +12,7 @@ import sys
 import threading
 
 from box import hardware, image
-from box.agent import Agent, BoxError
+from box.agent import Agent, BoxError, BoxTimeout
 from box.cpio import Archive
 from box.qmp import Qmp
 from box.workspace import Workspace
@@ -174,7 +174,10 @@ class Box:
 
     def wait_end(self, timeout=None):
         """Returns when the box has ended by itself."""
-        return self._process.wait(timeout)
+        try:
+            return self._process.wait(timeout)
+        except subprocess.TimeoutExpired as error:
+            raise BoxTimeout(f"the box still runs after {timeout} s") from error
 
     @property
     def pid(self):
