@@ -45,7 +45,7 @@ public:
         va_end(arguments);
     }
 
-    void appendList(const char* format, va_list arguments) {
+    void appendList(const char* format, va_list arguments) __attribute__((format(printf, 2, 0))) {
         va_list again;
         va_copy(again, arguments);
         const int needed =
@@ -83,8 +83,9 @@ private:
     std::size_t mLength = 0;
 };
 
-void printList(unsigned level, const char* prefix1, const char* prefix2, const char* prefix3,
-               const char* format, va_list arguments) {
+__attribute__((format(printf, 5, 0))) void printList(unsigned level, const char* prefix1,
+                                                     const char* prefix2, const char* prefix3,
+                                                     const char* format, va_list arguments) {
     if (!base::levelEnabled(level)) {
         return;
     }

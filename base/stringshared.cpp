@@ -43,7 +43,8 @@ KestrovaStringShared::KestrovaStringShared(const KestrovaStringShared& other)
     : KestrovaConstStringInterface(other), mpRepresentation(share(other.mpRepresentation)) {}
 
 KestrovaStringShared& KestrovaStringShared::operator=(const KestrovaStringShared& other) {
-    drop(std::exchange(mpRepresentation, share(other.mpRepresentation)));
+    KestrovaStringShared copy(other);
+    std::swap(mpRepresentation, copy.mpRepresentation);
     return *this;
 }
 
