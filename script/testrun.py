@@ -1,0 +1,140 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""Runs the test suites one after the other and adds up their results.
+
+Each suite leaves a JUnit report; a suite that cannot even be built, or that breaks off, counts as
+one failed test, so that nothing is lost in the sum.
+"""
+
+import argparse
+import dataclasses
+import os
+import pathlib
+import subprocess
+import sys
+import time
+import xml.etree.ElementTree
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+RESULTS = ROOT / "build" / "test-results"
+PYTHON = "/usr/bin/python3"
+
+
+@dataclasses.dataclass
+class Sum:
+    passed: int = 0
+    failed: int = 0
+    skipped: int = 0
+
+    def add(self, other):
+        self.passed += other.passed
+        self.failed += other.failed
+        self.skipped += other.skipped
+
+
+def say(text):
+    print(text, flush=True)
+
+
+def run(command, **options):
+    say("+ " + " ".join(map(str, command)))
+    return subprocess.run(command, cwd=ROOT, stdin=subprocess.DEVNULL, **options).returncode
+
+
+def read_report(path):
+    """Counts the test cases of a JUnit file; names those that did not pass."""
+    result = Sum()
+    for case in xml.etree.ElementTree.parse(path).iter("testcase"):
+        name = f"{case.get('classname', '')} {case.get('name', '')}".strip()
+        if case.find("failure") is not None or case.find("error") is not None:
+            result.failed += 1
+            say(f"FAILED  {name}")
+        elif case.find("skipped") is not None or case.get("status") in ("notrun", "disabled"):
+            result.skipped += 1
+            say(f"SKIPPED {name}")
+        else:
+            result.passed += 1
+    return result
+
+
+def reported(suite, command, report, **options):
+    """A suite that writes a JUnit report. Its exit status must agree with the report."""
+    report.unlink(missing_ok=True)
+    status = run(command, **options)
+    if not report.exists():
+        say(f"FAILED  {suite}: no report (exit status {status})")
+        return Sum(failed=1)
+    result = read_report(report)
+    if status != 0 and result.failed == 0:
+        say(f"FAILED  {suite}: exit status {status}")
+        result.failed += 1
+    if result.passed + result.failed + result.skipped == 0:
+        say(f"FAILED  {suite}: ran no test")
+        result.failed += 1
+    return result
+
+
+def single(name, command):
+    """A check that is one test of its own."""
+    if run(command) == 0:
+        return Sum(passed=1)
+    say(f"FAILED  {name}")
+    return Sum(failed=1)
+
+
+def jobs():
+    return str(os.cpu_count() or 1)
+
+
+def build(preset):
+    return (run(["cmake", "--preset", preset], stdout=subprocess.DEVNULL) == 0
+            and run(["cmake", "--build", "--preset", preset, "--parallel", jobs()]) == 0)
+
+
+def unit(preset):
+    if not build(preset):
+        say(f"FAILED  build of {preset}")
+        return Sum(failed=1)
+    report = RESULTS / f"{preset}.xml"
+    return reported(preset, ["ctest", "--preset", preset, "--parallel", jobs(), "--quiet",
+                             "--output-junit", str(report)], report)
+
+
+def python(name, folder):
+    report = RESULTS / f"{name}.xml"
+    return reported(name, [PYTHON, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
+                           f"--junitxml={report}", folder], report)
+
+
+def style():
+    return single("style (script/lint)", ["script/lint"])
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--quick", choices=["true", "false"], default="false")
+    quick = parser.parse_args().quick == "true"
+    RESULTS.mkdir(parents=True, exist_ok=True)
+
+    suites = [("i686", lambda: unit("i686")), ("native", lambda: unit("native")),
+              ("app", lambda: python("app", "tests/app")), ("style", style)]
+    if not quick:
+        suites += [("box", lambda: python("box", "tests/box")), ("asan", lambda: unit("asan")),
+                   ("tsan", lambda: unit("tsan"))]
+
+    total = Sum()
+    lines = []
+    for name, suite in suites:
+        say(f"\n== {name}")
+        start = time.monotonic()
+        result = suite()
+        total.add(result)
+        lines.append(f"{name:8} {result.passed:5} passed {result.failed:3} failed "
+                     f"{result.skipped:3} skipped {time.monotonic() - start:6.0f} s")
+    say("\n" + "\n".join(lines))
+    say(f"{total.passed} passed, {total.failed} failed, {total.skipped} skipped")
+    return 0 if total.failed == 0 and total.passed > 0 else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
