@@ -87,7 +87,7 @@ def jobs():
 
 
 def build(preset):
-    return (run(["cmake", "--preset", preset], stdout=subprocess.DEVNULL) == 0
+    return (run(["cmake", "--preset", preset, "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON"], stdout=subprocess.DEVNULL) == 0
             and run(["cmake", "--build", "--preset", preset, "--parallel", jobs()]) == 0)
 
 
