@@ -8,13 +8,7 @@ import shlex
 import threading
 import time
 
-
-class BoxError(Exception):
-    """The box could not be started, has ended or did not do what it was told."""
-
-
-class BoxTimeout(BoxError):
-    """Something took longer than it was given."""
+from box.errors import BoxError, BoxTimeout
 
 
 @dataclasses.dataclass(frozen=True)

@@ -16,9 +16,13 @@ if __name__ == "__main__":
 
 from box import packages
 from box.cpio import Archive
+from box.errors import BoxError
 
 HERE = pathlib.Path(__file__).resolve().parent
 BUILD = HERE.parent / "build" / "box"
+
+# The code that decides what the image holds.
+BUILDERS = [HERE / name for name in ("image.py", "cpio.py", "packages.py")]
 
 # Where the adapters find today's tools (the default of their TOOLS variable).
 REAL_TOOLS = "/usr/lib/kestrova/tools"
@@ -51,7 +55,7 @@ FOLDERS = ["usr/bin", "usr/sbin", "dev", "proc", "sys", "run", "root", "mnt", "m
            "dvr", "settings", "host"]
 
 
-class ImageError(Exception):
+class ImageError(BoxError):
     """The image can't be built from what is there."""
 
 
@@ -160,10 +164,8 @@ def _add_own_files(archive):
 def _inputs_key():
     """Changes whenever the image has to be built anew."""
     digest = hashlib.sha256()
-    for path in sorted([*HERE.glob("*.py"), packages.LIST, *(HERE / "guest").iterdir(),
+    for path in sorted([*BUILDERS, packages.LIST, *(HERE / "guest").iterdir(),
                         *(HERE / "tools").iterdir()]):
-        if path.name in ("machine.py", "qmp.py", "agent.py", "workspace.py", "hardware.py", "run.py"):
-            continue
         digest.update(str(path).encode() + path.read_bytes())
     return digest.hexdigest()
 

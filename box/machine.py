@@ -12,8 +12,9 @@ import sys
 import threading
 
 from box import hardware, image
-from box.agent import Agent, BoxError, BoxTimeout
+from box.agent import Agent
 from box.cpio import Archive
+from box.errors import BoxError, BoxTimeout
 from box.qmp import Qmp
 from box.workspace import Workspace
 

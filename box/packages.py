@@ -12,11 +12,13 @@ import re
 import shutil
 import subprocess
 
+from box.errors import BoxError
+
 HERE = pathlib.Path(__file__).resolve().parent
 LIST = HERE / "packages.txt"
 
 
-class PackageError(Exception):
+class PackageError(BoxError):
     """A package could not be had or unpacked."""
 
 

@@ -4,8 +4,10 @@
 import json
 import time
 
+from box.errors import BoxError
 
-class QmpError(Exception):
+
+class QmpError(BoxError):
     """QEMU refused a command, did not answer in time or has gone."""
 
 

@@ -10,8 +10,8 @@ import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 
-from box import hardware, image
-from box.agent import BoxError
+from box import hardware
+from box.errors import BoxError
 from box.machine import Box, product_files
 from box.software import software_disk
 
@@ -112,12 +112,10 @@ def main():
             if interactive:
                 return box.wait_end()
             return run_command(box, options.command, data, options.timeout)
-    except (BoxError, image.ImageError, image.packages.PackageError) as error:
+    except (BoxError, subprocess.CalledProcessError) as error:
         print(f"script/box: {error}", file=sys.stderr)
     except KeyboardInterrupt:
         return 130
-    except subprocess.CalledProcessError as error:
-        print(f"script/box: {error}", file=sys.stderr)
     return FAILED
 
 
