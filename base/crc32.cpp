@@ -6,9 +6,10 @@
 
 namespace {
 
-// Eight bytes a step: entry [k][b] is what byte b contributes when k more bytes follow it in the
-// step. 8 KiB of tables, made at compile time.
-constexpr std::size_t kStep = 8;
+// Sixteen bytes a step: entry [k][b] is what byte b contributes when k more bytes follow it in the
+// step. 16 KiB of tables, made at compile time.
+constexpr std::size_t kWord = 4;
+constexpr std::size_t kStep = 4 * kWord;
 using Tables = std::array<std::array<std::uint32_t, 256>, kStep>;
 
 constexpr Tables makeTables() {
@@ -38,18 +39,24 @@ std::uint32_t littleEndian(const unsigned char* bytes) {
            static_cast<std::uint32_t>(bytes[3]) << 24U;
 }
 
+/// What the four bytes of a word contribute when `after` more words follow it in the step.
+std::uint32_t contribution(std::uint32_t word, std::size_t after) {
+    const std::size_t k = after * kWord;
+    return kTables[k + 3][word & 0xffU] ^ kTables[k + 2][(word >> 8U) & 0xffU] ^
+           kTables[k + 1][(word >> 16U) & 0xffU] ^ kTables[k][word >> 24U];
+}
+
 }  // namespace
 
 std::uint32_t kestrova_crc32(const unsigned char* data, int length) {
     std::uint32_t crc = 0xffffffffU;
     auto rest = static_cast<std::size_t>(length > 0 ? length : 0);
     for (; rest >= kStep; rest -= kStep, data += kStep) {
-        const std::uint32_t low = crc ^ littleEndian(data);
-        const std::uint32_t high = littleEndian(data + 4);
-        crc = kTables[7][low & 0xffU] ^ kTables[6][(low >> 8U) & 0xffU] ^
-              kTables[5][(low >> 16U) & 0xffU] ^ kTables[4][low >> 24U] ^ kTables[3][high & 0xffU] ^
-              kTables[2][(high >> 8U) & 0xffU] ^ kTables[1][(high >> 16U) & 0xffU] ^
-              kTables[0][high >> 24U];
+        // The later words do not wait for the step before, so they are put together first.
+        const std::uint32_t later = contribution(littleEndian(data + kWord), 2) ^
+                                    contribution(littleEndian(data + 2 * kWord), 1) ^
+                                    contribution(littleEndian(data + 3 * kWord), 0);
+        crc = contribution(crc ^ littleEndian(data), 3) ^ later;
     }
     for (; rest > 0; --rest, ++data) {
         crc = (crc >> 8U) ^ kTables[0][(crc ^ *data) & 0xffU];
