@@ -1,0 +1,329 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/failingcalls.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+
+namespace failingcalls {
+
+namespace {
+
+constexpr int kCalls = static_cast<int>(Call::eWrite) + 1;
+constexpr int kEach = -1;
+
+/// What a test wants of one call. Set up while nobody makes that call, read by any thread.
+struct Plan {
+    std::atomic<int> mCount{0};
+    std::atomic<int> mFailingCount{0};  ///< which one fails, kEach for all, 0 for none
+    std::atomic<int> mError{0};
+    std::atomic<bool> mHasAction{false};
+    std::function<void()> mAction;
+};
+
+// Without a destructor: the process makes calls until its very end.
+struct Plans {
+    Plan mPlan[kCalls];
+    std::map<unsigned long, std::function<int(void*)>> mIoctl;
+    std::function<int(const char*, struct statfs*)> mStatfs;
+};
+
+// Calls come before any constructor has run and in the child of a fork: until a test asks for
+// something there is no table, and nothing is looked up.
+std::atomic<Plans*> plans{nullptr};
+
+Plans& everyPlan() {
+    if (plans.load() == nullptr) {
+        plans = new Plans;
+    }
+    return *plans.load();
+}
+
+Plan& planOf(Call call) {
+    return everyPlan().mPlan[static_cast<int>(call)];
+}
+
+/// Counts a call. True when it is to fail; errno is set then.
+bool fails(Call call) {
+    Plans* const all = plans.load();
+    if (all == nullptr) {
+        return false;
+    }
+    Plan& plan = all->mPlan[static_cast<int>(call)];
+    const int count = ++plan.mCount;
+    if (plan.mHasAction) {
+        plan.mAction();
+    }
+    const int failing = plan.mFailingCount;
+    if (failing != kEach && failing != count) {
+        return false;
+    }
+    errno = plan.mError;
+    return true;
+}
+
+/// A function that stands behind ours: the C library's, or a sanitizer's in front of that.
+template <class Function>
+class Behind {
+public:
+    constexpr explicit Behind(const char* name) : mName(name) {}
+
+    Function* get() {
+        Function* function = mFunction.load(std::memory_order_relaxed);
+        if (function == nullptr) {
+            function = reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, mName));
+            if (function == nullptr) {
+                std::abort();
+            }
+            mFunction.store(function, std::memory_order_relaxed);
+        }
+        return function;
+    }
+
+private:
+    const char* mName;
+    std::atomic<Function*> mFunction{nullptr};
+};
+
+}  // namespace
+
+void fail(Call call, int error, int nth) {
+    Plan& plan = planOf(call);
+    plan.mError = error;
+    plan.mFailingCount = plan.mCount + nth;
+}
+
+void failAll(Call call, int error) {
+    Plan& plan = planOf(call);
+    plan.mError = error;
+    plan.mFailingCount = kEach;
+}
+
+void before(Call call, std::function<void()> action) {
+    Plan& plan = planOf(call);
+    plan.mAction = std::move(action);
+    plan.mHasAction = true;
+}
+
+int count(Call call) {
+    return planOf(call).mCount;
+}
+
+void answerIoctl(unsigned long request, std::function<int(void*)> answer) {
+    everyPlan().mIoctl[request] = std::move(answer);
+}
+
+void answerStatfs(std::function<int(const char*, struct statfs*)> answer) {
+    everyPlan().mStatfs = std::move(answer);
+}
+
+void reset() {
+    Plans& all = everyPlan();
+    for (Plan& plan : all.mPlan) {
+        plan.mFailingCount = 0;
+        plan.mHasAction = false;
+        plan.mAction = nullptr;
+        plan.mCount = 0;
+    }
+    all.mIoctl.clear();
+    all.mStatfs = nullptr;
+}
+
+}  // namespace failingcalls
+
+namespace {
+
+using failingcalls::Behind;
+using failingcalls::Call;
+using failingcalls::fails;
+using failingcalls::plans;
+
+// With 64-bit offsets and times the headers give some calls another name in the object file. Ours
+// are defined under the same headers, so the linker's names match by themselves; only those that
+// are looked up are spelt out.
+#ifdef __USE_TIME_BITS64
+constexpr char kFcntl[] = "__fcntl_time64";
+constexpr char kIoctl[] = "__ioctl_time64";
+constexpr char kStat[] = "__stat64_time64";
+#else
+constexpr char kFcntl[] = "fcntl64";
+constexpr char kIoctl[] = "ioctl";
+constexpr char kStat[] = "stat64";
+#endif
+
+using SpawnFunction = int(pid_t*, const char*, const posix_spawn_file_actions_t*,
+                          const posix_spawnattr_t*, char* const*, char* const*);
+using CreateFunction = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+
+Behind<int(int)> behindClose("close");
+Behind<int(int, int, ...)> behindFcntl(kFcntl);
+Behind<std::FILE*(int, const char*)> behindFdopen("fdopen");
+Behind<std::FILE*(const char*, const char*)> behindFopen("fopen64");
+Behind<pid_t()> behindFork("fork");
+Behind<int(int)> behindFsync("fsync");
+Behind<int(int, unsigned long, ...)> behindIoctl(kIoctl);
+Behind<int(const char*, mode_t)> behindMkdir("mkdir");
+Behind<int(const char*, int, ...)> behindOpen("open64");
+Behind<int(int*, int)> behindPipe2("pipe2");
+Behind<SpawnFunction> behindPosixSpawn("posix_spawn");
+Behind<ssize_t(int, void*, size_t, off_t)> behindPread("pread64");
+Behind<CreateFunction> behindPthreadCreate("pthread_create");
+Behind<ssize_t(int, void*, size_t)> behindRead("read");
+Behind<int(const char*, struct stat*)> behindStat(kStat);
+Behind<int(const char*, struct statfs*)> behindStatfs("statfs64");
+Behind<void()> behindSync("sync");
+Behind<int(const char*)> behindSystem("system");
+Behind<int(const char*)> behindUmount("umount");
+Behind<pid_t(pid_t, int*, int)> behindWaitpid("waitpid");
+Behind<ssize_t(int, const void*, size_t)> behindWrite("write");
+
+// All at once when the program starts, because the child of a fork may not ask the dynamic linker.
+__attribute__((constructor)) void findAll() {
+    const auto find = [](auto&... each) { ((void)each.get(), ...); };
+    find(behindClose, behindFcntl, behindFdopen, behindFopen, behindFork, behindFsync, behindIoctl,
+         behindMkdir, behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate,
+         behindRead, behindStat, behindStatfs, behindSync, behindSystem, behindUmount,
+         behindWaitpid, behindWrite);
+}
+
+}  // namespace
+
+extern "C" {
+
+int close(int descriptor) {
+    return fails(Call::eClose) ? -1 : behindClose.get()(descriptor);
+}
+
+int fcntl(int descriptor, int command, ...) {
+    va_list list;
+    va_start(list, command);
+    void* const argument = va_arg(list, void*);
+    va_end(list);
+    return fails(Call::eFcntl) ? -1 : behindFcntl.get()(descriptor, command, argument);
+}
+
+std::FILE* fdopen(int descriptor, const char* mode) noexcept {
+    return fails(Call::eFdopen) ? nullptr : behindFdopen.get()(descriptor, mode);
+}
+
+std::FILE* fopen(const char* path, const char* mode) {
+    return fails(Call::eFopen) ? nullptr : behindFopen.get()(path, mode);
+}
+
+pid_t fork() noexcept {
+    return fails(Call::eFork) ? -1 : behindFork.get()();
+}
+
+int fsync(int descriptor) {
+    return fails(Call::eFsync) ? -1 : behindFsync.get()(descriptor);
+}
+
+int ioctl(int descriptor, unsigned long request, ...) noexcept {
+    va_list list;
+    va_start(list, request);
+    void* const argument = va_arg(list, void*);
+    va_end(list);
+    if (fails(Call::eIoctl)) {
+        return -1;
+    }
+    if (plans.load() != nullptr) {
+        const auto answer = plans.load()->mIoctl.find(request);
+        if (answer != plans.load()->mIoctl.end()) {
+            return answer->second(argument);
+        }
+    }
+    return behindIoctl.get()(descriptor, request, argument);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+    return fails(Call::eMkdir) ? -1 : behindMkdir.get()(path, mode);
+}
+
+int open(const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
+        va_list list;
+        va_start(list, flags);
+        mode = va_arg(list, mode_t);
+        va_end(list);
+    }
+    return fails(Call::eOpen) ? -1 : behindOpen.get()(path, flags, mode);
+}
+
+int pipe2(int ends[2], int flags) noexcept {
+    return fails(Call::ePipe2) ? -1 : behindPipe2.get()(ends, flags);
+}
+
+int posix_spawn(pid_t* child, const char* path, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const* arguments,
+                char* const* environment) {
+    // These two return the error number.
+    return fails(Call::ePosixSpawn)
+               ? errno
+               : behindPosixSpawn.get()(child, path, actions, attributes, arguments, environment);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
+                   void* argument) noexcept {
+    return fails(Call::ePthreadCreate)
+               ? errno
+               : behindPthreadCreate.get()(thread, attributes, entry, argument);
+}
+
+ssize_t pread(int descriptor, void* buffer, size_t length, off_t offset) {
+    return fails(Call::ePread) ? -1 : behindPread.get()(descriptor, buffer, length, offset);
+}
+
+ssize_t read(int descriptor, void* buffer, size_t length) {
+    return fails(Call::eRead) ? -1 : behindRead.get()(descriptor, buffer, length);
+}
+
+int stat(const char* path, struct stat* status) noexcept {
+    return fails(Call::eStat) ? -1 : behindStat.get()(path, status);
+}
+
+int statfs(const char* path, struct statfs* status) noexcept {
+    if (fails(Call::eStatfs)) {
+        return -1;
+    }
+    if (plans.load() != nullptr && plans.load()->mStatfs) {
+        return plans.load()->mStatfs(path, status);
+    }
+    return behindStatfs.get()(path, status);
+}
+
+void sync() noexcept {
+    (void)fails(Call::eSync);
+    behindSync.get()();
+}
+
+int system(const char* command) {
+    return fails(Call::eSystem) ? -1 : behindSystem.get()(command);
+}
+
+int umount(const char* directory) noexcept {
+    return fails(Call::eUmount) ? -1 : behindUmount.get()(directory);
+}
+
+pid_t waitpid(pid_t child, int* status, int options) {
+    return fails(Call::eWaitpid) ? -1 : behindWaitpid.get()(child, status, options);
+}
+
+ssize_t write(int descriptor, const void* bytes, size_t length) {
+    return fails(Call::eWrite) ? -1 : behindWrite.get()(descriptor, bytes, length);
+}
+
+}  // extern "C"

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+//
+// Makes calls of the code under test fail, as the operating system would. The functions that
+// failingcalls.cpp defines stand in front of the C library's in every program that uses this header
+// and pass on to them, unless a test asked for something else. Only what the program itself calls
+// comes by here, not what the C library calls for its own needs.
+#ifndef KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
+#define KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
+
+#include <sys/statfs.h>
+
+#include <functional>
+
+namespace failingcalls {
+
+enum class Call {
+    eClose,
+    eFcntl,
+    eFdopen,
+    eFopen,
+    eFork,
+    eFsync,
+    eIoctl,
+    eMkdir,
+    eOpen,
+    ePipe2,
+    ePosixSpawn,
+    ePread,
+    ePthreadCreate,
+    eRead,
+    eStat,
+    eStatfs,
+    eSync,  ///< cannot fail; to be counted and watched
+    eSystem,
+    eUmount,
+    eWaitpid,
+    eWrite,
+};
+
+/// The nth call from now (1 is the next) fails with an errno, once.
+void fail(Call call, int error, int nth = 1);
+/// Every call from now on fails with an errno.
+void failAll(Call call, int error);
+/// Runs an action ahead of every call from now on, on the thread that calls.
+void before(Call call, std::function<void()> action);
+/// How often it was called since the last reset(), failed ones included.
+int count(Call call);
+
+/// Answers an ioctl request; the answer's result is that of ioctl, and it sets errno itself.
+void answerIoctl(unsigned long request, std::function<int(void* argument)> answer);
+/// Answers statfs.
+void answerStatfs(std::function<int(const char* path, struct statfs* status)> answer);
+
+/// Everything passes on again, the counts are 0. While no other thread makes calls.
+void reset();
+
+/// Leaves nothing behind at the end of a test, also when it failed.
+class Scope {
+public:
+    Scope() { reset(); }
+    ~Scope() { reset(); }
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+};
+
+}  // namespace failingcalls
+
+#endif
