@@ -1,0 +1,174 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: MIT
+"""Measures the library and prints a row a figure; script/bench builds and starts it.
+
+A row is, tab-separated: name, measured ratio, bound, "held" or "short". A figure that
+falls short is a result like any other; only one that could not be measured makes the
+exit status 1.
+"""
+
+import argparse
+import datetime
+import pathlib
+import platform
+import re
+import statistics
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT))
+
+# The modules' path is set before on purpose.
+from box import image, packages  # noqa: E402
+from box.agent import BoxError  # noqa: E402
+from box.hardware import MIB, Disk  # noqa: E402
+from box.machine import Box  # noqa: E402
+
+LIBRARY = "libkestrova-system.so.1"
+LIBRARY_BYTES = 128 * 1024
+MEMORY_KIB = 200
+
+AT_MOST, AT_LEAST = "<=", ">="
+# Every figure, in the order of the rows.
+BOUNDS = {
+    "library-size": (AT_MOST, 1.0),
+    "minimal-memory": (AT_MOST, 1.0),
+    "system-init-term": (AT_MOST, 1.10),
+    "xfs-format": (AT_MOST, 1.02),
+    "ext3-format": (AT_MOST, 1.02),
+    "is-mounted": None,
+    "log-suppressed": None,
+    "log-printed": None,
+    "crc32": (AT_LEAST, 0.5),
+    "is-mounted-native": None,
+    "log-suppressed-native": None,
+    "log-printed-native": None,
+    "crc32-native": (AT_LEAST, 0.5),
+}
+
+DRIVE_BYTES = 4096 * MIB
+STORAGE_MB = 2048
+# The bound of a format is two hundredths, so it takes most rounds.
+ROUNDS = {"system": 60, "xfs": 150, "ext3": 80}
+TIMEOUT_SECONDS = 900
+FAILURES = (OSError, subprocess.SubprocessError, BoxError, image.ImageError,
+            packages.PackageError, ValueError)
+
+
+def verdict(name, ratio):
+    """The row's last two columns."""
+    if BOUNDS[name] is None:
+        return "-", "held"
+    relation, bound = BOUNDS[name]
+    held = ratio <= bound if relation == AT_MOST else ratio >= bound
+    return f"{relation}{bound:.2f}", "held" if held else "short"
+
+
+def parse(text, suffix=""):
+    """Ratios by name out of what a program printed; its comments are passed on."""
+    ratios = {}
+    for line in text.splitlines():
+        if line.startswith("#"):
+            print(line.replace(":", suffix + ":", 1), flush=True)
+        else:
+            name, ratio = line.split("\t")
+            ratios[name + suffix] = float(ratio)
+    return ratios
+
+
+def library_size(build):
+    """The library as it is shipped, without its symbol table."""
+    with tempfile.TemporaryDirectory() as folder:
+        stripped = pathlib.Path(folder) / LIBRARY
+        subprocess.run(["strip", "-o", stripped, build / LIBRARY], check=True)
+        size = stripped.stat().st_size
+    print(f"# library-size: {size} bytes stripped")
+    return {"library-size": size / LIBRARY_BYTES}
+
+
+def services(build, zlib, suffix):
+    """The figures of the small services, on this machine's own processor."""
+    done = subprocess.run([build / "bench" / "kestrova-bench-services", zlib], check=True,
+                          stdout=subprocess.PIPE, text=True)
+    return parse(done.stdout, suffix)
+
+
+def private_kib(smaps):
+    """Memory that would be free again if the process ended."""
+    return sum(int(kib) for kib in re.findall(r"^Private_(?:Clean|Dirty): +(\d+) kB", smaps, re.M))
+
+
+def memory(box):
+    """What the system takes without a drive, beyond an empty program."""
+    def median(program):
+        return statistics.median(private_kib(box.check(program)) for _ in range(5))
+    empty, minimal = median("kestrova-bench-memory-empty"), median("kestrova-bench-memory-minimal")
+    print(f"# minimal-memory: {minimal} KiB private, {empty} KiB of an empty program")
+    return {"minimal-memory": (minimal - empty) / MEMORY_KIB}
+
+
+def drive(box):
+    """The figures of the recording drive."""
+    for command in (f"printf ',{STORAGE_MB}\\n;\\n' | /sbin/sfdisk -q -L -uM /dev/sda",
+                    "/sbin/mkfs.xfs -L DVRStorage -f -l lazy-count=0 /dev/sda1",
+                    "/sbin/mkfs.xfs -L DVRData -f -l lazy-count=0 /dev/sda2"):
+        box.check(command)
+    ratios = {}
+    # the formats come last: they take the labels away
+    for what, rounds in ROUNDS.items():
+        partition = [] if what == "system" else ["/dev/sda2"]
+        ratios |= parse(box.check(["kestrova-bench-drive", what, rounds, *partition],
+                                  TIMEOUT_SECONDS))
+    return ratios
+
+
+def in_box(build):
+    """Everything that is measured in the virtual box."""
+    programs = build.glob("bench/kestrova-bench-*")
+    files = {path: f"/usr/bin/{path.name}" for path in programs}
+    files[build / LIBRARY] = f"/usr/lib/{LIBRARY}"
+    with Box(disks=[Disk(size=DRIVE_BYTES)], files=files) as box:
+        return memory(box) | drive(box)
+
+
+def measure(i686, native):
+    """All ratios by name; what could not be measured is told and left out."""
+    zlib = image.BUILD / "root/lib/i386-linux-gnu/libz.so.1"  # one of the box's packages
+    ratios = {}
+    for part in (lambda: library_size(i686), lambda: in_box(i686),
+                 lambda: services(i686, zlib, ""),
+                 lambda: services(native, "libz.so.1", "-native")):
+        try:
+            ratios |= part()
+        except FAILURES as error:
+            print(f"script/bench: {error}", file=sys.stderr)
+    return ratios
+
+
+def processor():
+    """The processor's name."""
+    match = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
+    return match[1] if match else platform.machine()
+
+
+def main():
+    """Returns the exit status."""
+    parser = argparse.ArgumentParser(prog="script/bench", description=__doc__.splitlines()[0])
+    parser.add_argument("i686", type=pathlib.Path, help="folder of the 32-bit release build")
+    parser.add_argument("native", type=pathlib.Path, help="folder of this machine's one")
+    options = parser.parse_args()
+    print(f"# {datetime.date.today()}, {processor()}, Linux {platform.release()}", flush=True)
+    ratios = measure(options.i686, options.native)
+    for name in BOUNDS:
+        if name in ratios:
+            print(name, f"{ratios[name]:.3f}", *verdict(name, ratios[name]), sep="\t")
+    missing = [name for name in BOUNDS if name not in ratios]
+    if missing:
+        print("script/bench: not measured:", ", ".join(missing), file=sys.stderr)
+    return 1 if missing else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
