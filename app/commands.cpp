@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#include "app/commands.h"
+
+#include "app/text.h"
+
+namespace app {
+
+namespace {
+
+bool checkNone(const Words& arguments, std::string& error) {
+    if (arguments.empty()) {
+        return true;
+    }
+    error = "unexpected argument " + quoted(arguments[0]);
+    return false;
+}
+
+constexpr char kUnmountsFirst[] =
+    "A command that needs the drive brings the whole system up, and that unmounts both file\n"
+    "systems of the recording drive, whatever mounted them.\n";
+
+constexpr char kStartHelp[] =
+    "Mounts the storage partition on /dvr, with project quotas, and the data partition on\n"
+    "/dvr/data. The status must be 'ready'.\n"
+    "\n"
+    "A start and its stop belong to one process: kestrova shell -e 'drive start; ...; drive "
+    "stop'.\n"
+    "'drive start' alone leaves the file systems mounted when it exits, and the next full start "
+    "of\n"
+    "the system, by any command of drive or by an application, unmounts them.\n"
+    "Ctrl-C does not stop a mount; in a shell at a terminal it only stops waiting for it.\n";
+
+constexpr char kFormatHelp[] =
+    "Makes the file systems of the recording drive: 'DVRData' on partition 1, then 'DVRStorage' "
+    "on\n"
+    "partition 0. Names the drive and asks first, unless --yes; where nobody can be asked it is\n"
+    "refused with exit status 2.\n"
+    "\n"
+    "A format that runs can't be stopped. Ctrl-C in a shell at a terminal returns to the prompt,\n"
+    "and 'drive watch' follows it again; anywhere else the command waits for its end all the "
+    "same.\n"
+    "A drive with a single partition becomes ready, too: it has no separate data partition.\n";
+
+constexpr char kPartitionHelp[] =
+    "Writes a new partition table with one to four partitions. SIZE is a number of MB (of 1048576\n"
+    "bytes), or 'rest' for all that is left, which can be the last one only. Names the drive and\n"
+    "asks first, unless --yes; where nobody can be asked it is refused with exit status 2.\n"
+    "\n"
+    "All data of the drive are lost. 'drive format' comes next.\n";
+
+constexpr char kCheckHelp[] =
+    "Checks and repairs the ext2/ext3 file system of a partition, given by its index from 0 or by\n"
+    "its device node, as 'drive info' shows them. A mounted one is not checked. When errors were\n"
+    "found the command fails, also when all of them were corrected: a second check tells.\n"
+    "A check that runs is not stopped by Ctrl-C.\n";
+
+constexpr char kWatchHelp[] =
+    "Follows a format or a mount that runs in this shell, started with --no-wait or left with\n"
+    "Ctrl-C, until it has ended; it then reports and exits as that command would have done. "
+    "Without\n"
+    "one it shows the status.\n";
+
+constexpr char kShellHelp[] =
+    "Reads commands from standard input, or from -e, and runs them in one process, the system "
+    "being\n"
+    "up between them. Commands end at ';' or the line's end; quotes, backslash and '#' work as in "
+    "a\n"
+    "shell. 'help' and 'exit' are commands, too. A line, or the whole of -e, is checked before "
+    "the\n"
+    "first of its commands runs.\n"
+    "\n"
+    "From -e, a file or a pipe it ends at the first command that fails, with that command's exit\n"
+    "status; at a terminal it goes on, and ends with the status of the last command.\n"
+    "Drives that were started and not stopped stay mounted.\n";
+
+}  // namespace
+
+const std::vector<Command>& commands() {
+    // Name, arguments, summary, help, options, needs the drive, destroys data, runs beside work.
+    static const std::vector<Command> all = {
+        {"table", "", "Show how the block devices and partitions of the box are used.",
+         "Needs no drive, and leaves it alone.\n", 0, false, false, true, checkNone, runTable},
+        {"drive info", "", "Show the recording drive and its partitions.", kUnmountsFirst, 0, true,
+         false, false, checkNone, runDriveInfo},
+        {"drive status", "", "Show the state of the recording drive, and its space.",
+         kUnmountsFirst, 0, true, false, true, checkNone, runDriveStatus},
+        {"drive partition", "SIZE...", "Write a new partition table; all data are lost.",
+         kPartitionHelp, eOptionYes, true, true, false, checkSizes, runDrivePartition},
+        {"drive format", "", "Make the file systems of the drive; all their data are lost.",
+         kFormatHelp, eOptionYes | eOptionNoWait, true, true, false, checkNone, runDriveFormat},
+        {"drive start", "", "Mount the file systems for recording.", kStartHelp, eOptionNoWait,
+         true, false, false, checkNone, runDriveStart},
+        {"drive stop", "", "Unmount what 'drive start' has mounted.",
+         "Needs a 'drive start' in the same shell.\n", 0, true, false, false, checkNone,
+         runDriveStop},
+        {"drive watch", "", "Follow what runs until it has ended.", kWatchHelp, 0, true, false,
+         true, checkNone, runDriveWatch},
+        {"drive check", "PARTITION", "Check and repair an ext2/ext3 partition.", kCheckHelp, 0,
+         true, false, false, checkPartition, runDriveCheck},
+        {"drive spin-down", "", "Send the drive to standby, now and when idle for 120 s.", "", 0,
+         true, false, false, checkNone, runDriveSpinDown},
+        {"drive spin-up", "", "Wake the drive, and switch its standby timer off.", "", 0, true,
+         false, false, checkNone, runDriveSpinUp},
+        {"shell", "", "Run several commands in one process.", kShellHelp, eOptionExecute, true,
+         false, false, checkNone, nullptr},
+    };
+    return all;
+}
+
+const Command* findCommand(const Words& words, std::size_t& used) {
+    for (const Command& command : commands()) {
+        if (!words.empty() && words[0] == command.mName) {
+            used = 1;
+            return &command;
+        }
+        if (words.size() > 1 && words[0] + " " + words[1] == command.mName) {
+            used = 2;
+            return &command;
+        }
+    }
+    return nullptr;
+}
+
+bool isCommandGroup(const std::string& word) {
+    for (const Command& command : commands()) {
+        if (std::string(command.mName).rfind(word + " ", 0) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace app

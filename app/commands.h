@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+//
+// The table of commands. Help, parsing and running all go by it.
+#ifndef KESTROVA_APP_COMMANDS_H
+#define KESTROVA_APP_COMMANDS_H
+
+#include <string>
+#include <vector>
+
+#include "app/line.h"
+#include "app/result.h"
+
+namespace app {
+
+class Session;
+struct Invocation;
+
+/// Options that some commands take, as bits of Command::mOptions.
+enum CommandOption : unsigned {
+    eOptionYes = 1,
+    eOptionNoWait = 2,
+    eOptionExecute = 4,
+};
+
+struct Command {
+    const char* mName;       ///< one word, or "drive" and another one
+    const char* mArguments;  ///< as the synopsis shows them, "" for none
+    const char* mSummary;    ///< one line
+    const char* mHelp;       ///< further lines, each ended
+    unsigned mOptions;       ///< CommandOption bits
+    bool mNeedsDrive;        ///< needs the full system
+    bool mDestroysData;      ///< asks before it runs
+    bool mRunsBesideWork;    ///< may be run while a format or a mount is under way
+
+    /// Checks the arguments, without any look at the machine; false with a message.
+    bool (*mCheck)(const Words& arguments, std::string& error);
+    /// Runs it. Null for the shell, which is no command of a session but its reader.
+    Result (*mRun)(Session& session, const Invocation& invocation);
+};
+
+/// All commands, in the order of the help.
+const std::vector<Command>& commands();
+
+/// The command that a list of words begins with, or null. `used` is how many words its name has.
+const Command* findCommand(const Words& words, std::size_t& used);
+
+/// True when a command's name begins with this word and goes on, as "drive" does.
+bool isCommandGroup(const std::string& word);
+
+Result runTable(Session& session, const Invocation& invocation);
+
+Result runDriveInfo(Session& session, const Invocation& invocation);
+Result runDriveStatus(Session& session, const Invocation& invocation);
+Result runDrivePartition(Session& session, const Invocation& invocation);
+Result runDriveStop(Session& session, const Invocation& invocation);
+Result runDriveSpinDown(Session& session, const Invocation& invocation);
+Result runDriveSpinUp(Session& session, const Invocation& invocation);
+
+Result runDriveFormat(Session& session, const Invocation& invocation);
+Result runDriveStart(Session& session, const Invocation& invocation);
+Result runDriveCheck(Session& session, const Invocation& invocation);
+Result runDriveWatch(Session& session, const Invocation& invocation);
+
+/// The four sizes that the library takes, from one to four SIZE arguments; false with a message.
+bool parseSizes(const Words& arguments, int (&sizes)[4], std::string& error);
+bool checkSizes(const Words& arguments, std::string& error);
+/// A PARTITION argument: its index, or a device node.
+bool checkPartition(const Words& arguments, std::string& error);
+
+}  // namespace app
+
+#endif

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#ifndef KESTROVA_APP_HELP_H
+#define KESTROVA_APP_HELP_H
+
+#include <string>
+
+#include "app/line.h"
+
+namespace app {
+
+/// Help for the whole (no words), for a group ("drive") or for a command (its name).
+std::string helpText(const Words& topic);
+
+}  // namespace app
+
+#endif

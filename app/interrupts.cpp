@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#include "app/interrupts.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace app {
+
+Interrupts::Interrupts() {
+    sigset_t signals;
+    (void)sigemptyset(&signals);
+    (void)sigaddset(&signals, SIGINT);
+    (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    mDescriptor = ::signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
+}
+
+// The signal stays blocked: a worker may still run while the system goes down.
+Interrupts::~Interrupts() {
+    (void)::close(mDescriptor);
+}
+
+bool Interrupts::take() {
+    signalfd_siginfo signal;
+    bool taken = false;
+    while (::read(mDescriptor, &signal, sizeof(signal)) == sizeof(signal)) {
+        taken = true;
+    }
+    return taken;
+}
+
+bool Interrupts::wait(int milliseconds) {
+    pollfd pending = {mDescriptor, POLLIN, 0};
+    return ::poll(&pending, 1, milliseconds) > 0 && take();
+}
+
+}  // namespace app

@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: MIT
+#include "app/options.h"
+
+#include <cstdint>
+#include <utility>
+
+#include "app/text.h"
+
+namespace app {
+
+namespace {
+
+bool setLevel(Options& options, const std::string& value) {
+    unsigned long level = 0;
+    if (!parseNumber(value, UINT32_MAX, level)) {
+        return false;
+    }
+    options.mLevel = static_cast<unsigned>(level);
+    return true;
+}
+
+bool setScript(Options& options, const std::string& value) {
+    options.mHasScript = true;
+    options.mScript = value;
+    return true;
+}
+
+template <bool Options::*flag>
+bool setFlag(Options& options, const std::string& /*value*/) {
+    options.*flag = true;
+    return true;
+}
+
+bool addLevel(Options& options, const std::string& /*value*/) {
+    ++options.mLevel;
+    return true;
+}
+
+/// Takes the words of one command apart.
+class Parser {
+public:
+    Parser(const Words& words, const Source& source, Invocation& invocation, std::string& error)
+        : mWords(words), mSource(source), mInvocation(invocation), mError(error) {}
+
+    bool run() { return takeWords() && resolve() && checkOptions(); }
+
+private:
+    bool fail(const std::string& message) {
+        mError = message;
+        return false;
+    }
+
+    bool takeWords() {
+        bool optionsEnded = false;
+        while (mNext < mWords.size()) {
+            const std::string& word = mWords[mNext++];
+            if (optionsEnded || word.size() < 2 || word[0] != '-') {
+                mPositional.push_back(word);
+            } else if (word == "--") {
+                optionsEnded = true;
+            } else if (!(word[1] == '-' ? takeLong(word) : takeShort(word))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool takeLong(const std::string& word) {
+        const std::size_t equals = word.find('=');
+        const std::string name = word.substr(0, equals);
+        for (const OptionSpec& spec : optionSpecs()) {
+            if (spec.mLong == nullptr || name != spec.mLong) {
+                continue;
+            }
+            if (equals == std::string::npos) {
+                return takeOption(spec, name, nullptr);
+            }
+            if (spec.mValue == nullptr) {
+                return fail("option " + name + " takes no value: " + quoted(word));
+            }
+            const std::string value = word.substr(equals + 1);
+            return takeOption(spec, name, &value);
+        }
+        return fail("unknown option " + quoted(word));
+    }
+
+    bool takeShort(const std::string& word) {
+        for (std::size_t position = 1; position < word.size(); ++position) {
+            const OptionSpec* const spec = findShort(word[position]);
+            if (spec == nullptr) {
+                return fail("unknown option " + quoted(word));
+            }
+            const std::string name = {'-', word[position]};
+            if (spec->mValue != nullptr && position + 1 < word.size()) {
+                const std::string value = word.substr(position + 1);
+                return takeOption(*spec, name, &value);
+            }
+            if (!takeOption(*spec, name, nullptr)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    static const OptionSpec* findShort(char letter) {
+        for (const OptionSpec& spec : optionSpecs()) {
+            if (spec.mShort == letter) {
+                return &spec;
+            }
+        }
+        return nullptr;
+    }
+
+    /// `value` is null when it is not part of the option's word.
+    bool takeOption(const OptionSpec& spec, const std::string& name, const std::string* value) {
+        if (mSource.mShell && !spec.mInShell) {
+            return fail("option " + name + " belongs to the start of kestrova, not into the shell");
+        }
+        if (spec.mValue != nullptr && value == nullptr) {
+            if (mNext == mWords.size()) {
+                return fail("option " + name + " needs a value: " + spec.mValue);
+            }
+            value = &mWords[mNext++];
+        }
+        if (!spec.mSet(mInvocation.mOptions, value != nullptr ? *value : std::string())) {
+            return fail("option " + name + ": bad value " + quoted(*value));
+        }
+        mGiven.emplace_back(&spec, name);
+        return true;
+    }
+
+    /// Finds the command that the positional words name.
+    bool resolve() {
+        if (!mPositional.empty() && mPositional[0] == "help") {
+            mInvocation.mOptions.mHelp = true;
+            mPositional.erase(mPositional.begin());
+        }
+        if (mInvocation.mOptions.mHelp || mInvocation.mOptions.mVersion) {
+            return resolveTopic();
+        }
+        if (mPositional.empty()) {
+            return fail("a command is missing; try 'kestrova --help'");
+        }
+        if (mSource.mShell && (mPositional[0] == "exit" || mPositional[0] == "quit")) {
+            mInvocation.mExit = true;
+            return mPositional.size() == 1 || fail("unexpected argument " + quoted(mPositional[1]));
+        }
+        std::size_t used = 0;
+        mInvocation.mCommand = findCommand(mPositional, used);
+        if (mInvocation.mCommand == nullptr) {
+            return failUnknown();
+        }
+        const auto first = mPositional.begin() + static_cast<std::ptrdiff_t>(used);
+        mInvocation.mArguments.assign(first, mPositional.end());
+        return checkCommand();
+    }
+
+    bool resolveTopic() {
+        std::size_t used = 0;
+        if (mPositional.empty() || (mPositional.size() == 1 && isCommandGroup(mPositional[0]))) {
+            mInvocation.mTopic = mPositional;
+            return true;
+        }
+        const Command* const command = findCommand(mPositional, used);
+        if (command == nullptr) {
+            return failUnknown();
+        }
+        mInvocation.mTopic = {command->mName};
+        return true;
+    }
+
+    bool failUnknown() {
+        if (!isCommandGroup(mPositional[0])) {
+            return fail("unknown command " + quoted(mPositional[0]));
+        }
+        if (mPositional.size() == 1) {
+            return fail(mPositional[0] + ": a command is missing; try '" + mPositional[0] +
+                        " --help'");
+        }
+        return fail("unknown command " + quoted(mPositional[0] + " " + mPositional[1]));
+    }
+
+    bool checkCommand() {
+        const Command& command = *mInvocation.mCommand;
+        if (command.mRun == nullptr && mSource.mShell) {
+            return fail("there is no shell in the shell");
+        }
+        std::string error;
+        if (!command.mCheck(mInvocation.mArguments, error)) {
+            return fail(std::string(command.mName) + ": " + error);
+        }
+        return true;
+    }
+
+    bool checkOptions() {
+        const Command* const command = mInvocation.mCommand;
+        if (command == nullptr) {
+            return true;
+        }
+        for (const auto& [spec, name] : mGiven) {
+            if (spec->mCommandOption != 0 && (spec->mCommandOption & command->mOptions) == 0) {
+                return fail(std::string(command->mName) + " has no option " + name);
+            }
+        }
+        if (command->mDestroysData && !mInvocation.mOptions.mYes && !mSource.mCanAsk) {
+            return fail(std::string(command->mName) +
+                        " destroys data, and there is no terminal to ask: --yes is needed");
+        }
+        return true;
+    }
+
+    const Words& mWords;
+    const Source& mSource;
+    Invocation& mInvocation;
+    std::string& mError;
+    std::size_t mNext = 0;
+    Words mPositional;
+    std::vector<std::pair<const OptionSpec*, std::string>> mGiven;
+};
+
+}  // namespace
+
+const std::vector<OptionSpec>& optionSpecs() {
+    static const std::vector<OptionSpec> specs = {
+        {"--minimal", 0, nullptr, "bring the system up without any drive handling", 0, false,
+         setFlag<&Options::mMinimal>},
+        {nullptr, 'v', nullptr, "let the library tell more; twice for all", 0, false, addLevel},
+        {"--level", 0, "N", "verbosity of the library: 0 (silent), 1, 2 ...", 0, false, setLevel},
+        {"--json", 0, nullptr, "print one JSON document per command, on one line", 0, true,
+         setFlag<&Options::mJson>},
+        {"--help", 'h', nullptr, "show help, also for a single command", 0, true,
+         setFlag<&Options::mHelp>},
+        {"--version", 0, nullptr, "show the version", 0, false, setFlag<&Options::mVersion>},
+        {"--yes", 'y', nullptr, "do not ask", eOptionYes, true, setFlag<&Options::mYes>},
+        {"--no-wait", 0, nullptr, "in a shell: do not wait for the end, see 'drive watch'",
+         eOptionNoWait, true, setFlag<&Options::mNoWait>},
+        {nullptr, 'e', "COMMANDS", "run these instead of reading standard input", eOptionExecute,
+         false, setScript},
+    };
+    return specs;
+}
+
+bool parseCommand(const Words& words, const Source& source, Invocation& invocation,
+                  std::string& error) {
+    return Parser(words, source, invocation, error).run();
+}
+
+bool parseScript(std::string_view text, const Source& source, std::vector<Invocation>& invocations,
+                 std::string& error) {
+    std::vector<Words> split;
+    if (!splitCommands(text, split, error)) {
+        return false;
+    }
+    for (const Words& words : split) {
+        Invocation invocation;
+        if (!parseCommand(words, source, invocation, error)) {
+            return false;
+        }
+        invocations.push_back(std::move(invocation));
+    }
+    return true;
+}
+
+}  // namespace app

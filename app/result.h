@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#ifndef KESTROVA_APP_RESULT_H
+#define KESTROVA_APP_RESULT_H
+
+#include <string>
+#include <utility>
+
+#include "app/json.h"
+
+namespace app {
+
+/// Exit status of the process.
+enum ExitStatus {
+    eDone = 0,
+    eFailed = 1,
+    eMisused = 2,  ///< nothing was touched
+};
+
+/// What a command has to say. It is printed in one place, as text or as JSON.
+struct Result {
+    ExitStatus mStatus = eDone;
+    std::string mError;  ///< one line without its end; empty when the command is done
+    std::string mText;   ///< lines for people
+    JsonObject mData;    ///< the same for programs
+
+    static Result failed(std::string error, ExitStatus status = eFailed) {
+        Result result;
+        result.mStatus = status;
+        result.mError = std::move(error);
+        return result;
+    }
+};
+
+}  // namespace app
+
+#endif

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+//
+// Texts for people: names that are safe to print, sizes, numbers.
+#ifndef KESTROVA_APP_TEXT_H
+#define KESTROVA_APP_TEXT_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace app {
+
+/// Length in bytes of the well-formed UTF-8 character at the beginning of the text; 0 when there is
+/// none.
+std::size_t characterLength(std::string_view text);
+
+/// The text with control characters and malformed bytes written as \xNN: a volume label or a
+/// mistyped argument must not drive somebody's terminal.
+std::string printable(std::string_view text);
+
+/// The text between single quotes, printable.
+std::string quoted(std::string_view text);
+
+/// The text without blanks at both ends. A drive pads its model and serial number.
+std::string trimmed(std::string_view text);
+
+/// The text, filled up with blanks to a width.
+std::string padded(std::string_view text, std::size_t width);
+
+/// A size in bytes as "2.1 GB" or "536 MB": decimal units, as drives are sold.
+std::string sizeText(unsigned long long bytes);
+
+/// Reads a decimal number from 0 to `maximum`: digits only, the whole text. False otherwise.
+bool parseNumber(std::string_view text, unsigned long maximum, unsigned long& value);
+
+}  // namespace app
+
+#endif
