@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+//
+// Stands in for a tool of the box in a test's sandbox: writes down how it was started, then plays
+// the role that the test wrote for this run. What no role expects is refused. Roles and records
+// are lists of NUL-terminated texts, a key and a value each; tests/support/sandbox.cpp writes and
+// reads them.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Texts = std::vector<std::pair<std::string, std::string>>;
+
+constexpr int kRefused = 99;
+constexpr int kMostRuns = 100000;
+
+void writeWhole(int descriptor, const std::string& text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t count = ::write(descriptor, text.data() + done, text.size() - done);
+        if (count < 0 && errno != EINTR) {
+            return;
+        }
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+}
+
+std::string readWhole(int descriptor) {
+    std::string text;
+    char buffer[4096];
+    ssize_t count = 0;
+    while ((count = ::read(descriptor, buffer, sizeof(buffer))) > 0) {
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+std::string linkTarget(const std::string& path) {
+    char target[PATH_MAX];
+    const ssize_t length = ::readlink(path.c_str(), target, sizeof(target));
+    return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : "?";
+}
+
+/// The record of this run; it grows while the run goes on.
+class Record {
+public:
+    Record() {
+        for (int i = 0; i < kMostRuns && mFile < 0; ++i) {
+            mFile = ::open(("/stub/runs/" + std::to_string(i)).c_str(),
+                           O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        }
+    }
+    void add(const std::string& key, const std::string& value) {
+        writeWhole(mFile, key + '\0' + value + '\0');
+    }
+
+private:
+    int mFile = -1;
+};
+
+/// What the process was given; looked at before anything else is opened.
+std::map<int, std::string> givenDescriptors() {
+    std::map<int, std::string> given;
+    DIR* const folder = ::opendir("/proc/self/fd");
+    while (const dirent* const entry = folder != nullptr ? ::readdir(folder) : nullptr) {
+        const int number = std::atoi(entry->d_name);
+        if (entry->d_name[0] == '.' || number == ::dirfd(folder)) {
+            continue;
+        }
+        const char* const modes[] = {" r", " w", " rw", " ?"};
+        given[number] = linkTarget("/proc/self/fd/" + std::string(entry->d_name)) +
+                        modes[::fcntl(number, F_GETFL) & O_ACCMODE];
+    }
+    if (folder != nullptr) {
+        (void)::closedir(folder);
+    }
+    return given;
+}
+
+void recordStart(Record& record, const std::map<int, std::string>& descriptors, char** arguments) {
+    for (; *arguments != nullptr; ++arguments) {
+        record.add("argument", *arguments);
+    }
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        record.add("environment", *entry);
+    }
+    record.add("nice", std::to_string(::getpriority(PRIO_PROCESS, 0)));
+    record.add("directory", linkTarget("/proc/self/cwd"));
+    for (const auto& [number, target] : descriptors) {
+        record.add("descriptor", std::to_string(number) + " " + target);
+    }
+}
+
+Texts parse(const std::string& text) {
+    Texts texts;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const std::string key = text.c_str() + at;
+        at += key.size() + 1;
+        const std::string value = text.c_str() + at;
+        at += value.size() + 1;
+        texts.emplace_back(key, value);
+    }
+    return texts;
+}
+
+Texts readRole(const std::string& path) {
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    Texts role;
+    if (file >= 0) {
+        role = parse(readWhole(file));
+        (void)::close(file);
+    }
+    return role;
+}
+
+bool isFor(const Texts& role, char** arguments) {
+    for (const auto& [key, value] : role) {
+        if (key != "argument") {
+            break;
+        }
+        if (*arguments == nullptr || value != *arguments++) {
+            return false;
+        }
+    }
+    return *arguments == nullptr;
+}
+
+/// The role of this run; empty when there is none.
+Texts takeRole(char** arguments) {
+    for (int i = 0;; ++i) {
+        const Texts standing = readRole("/stub/standing/" + std::to_string(i));
+        if (standing.empty()) {
+            break;
+        }
+        if (isFor(standing, arguments)) {
+            return standing;
+        }
+    }
+    for (int i = 0; i < kMostRuns; ++i) {
+        const std::string path = "/stub/roles/" + std::to_string(i);
+        const Texts role = readRole(path);
+        if (role.empty() || !isFor(role, arguments)) {
+            if (!role.empty()) {
+                return {};  // it is another tool's turn
+            }
+            continue;
+        }
+        if (::unlink(path.c_str()) == 0) {
+            return role;
+        }
+    }
+    return {};
+}
+
+/// Tells the test that this point is reached, and waits until it lets us go on.
+void hold() {
+    const int held = ::open("/stub/held", O_WRONLY | O_CLOEXEC);
+    const int go = ::open("/stub/go", O_RDONLY | O_CLOEXEC);
+    writeWhole(held, "h");
+    char byte = 0;
+    while (::read(go, &byte, 1) < 0 && errno == EINTR) {
+    }
+    (void)::close(held);
+    (void)::close(go);
+}
+
+void play(const Texts& role, char** arguments, Record& record) {
+    for (const auto& [key, value] : role) {
+        if (key == "print") {
+            writeWhole(STDOUT_FILENO, value);
+        } else if (key == "report") {
+            writeWhole(std::atoi(arguments[2]), value);  // fsck.ext3 -C N
+        } else if (key == "input") {
+            record.add("input", readWhole(STDIN_FILENO));
+        } else if (key == "close") {
+            (void)::close(std::atoi(value.c_str()));
+        } else if (key == "hold") {
+            hold();
+        } else if (key == "mount") {
+            const std::size_t blank = value.find(' ');
+            if (::mount(value.substr(0, blank).c_str(), value.substr(blank + 1).c_str(), "tmpfs", 0,
+                        "size=4m") != 0) {
+                record.add("refused", "mount");
+                std::exit(kRefused);
+            }
+        } else if (key == "die") {
+            (void)std::raise(std::atoi(value.c_str()));
+        } else if (key == "exit") {
+            std::exit(std::atoi(value.c_str()));
+        }
+    }
+}
+
+}  // namespace
+
+int main(int /*count*/, char** arguments) {
+    const std::map<int, std::string> descriptors = givenDescriptors();
+    Record record;
+    recordStart(record, descriptors, arguments);
+    const Texts role = takeRole(arguments);
+    if (role.empty()) {
+        record.add("refused", "not expected");
+        return kRefused;
+    }
+    play(role, arguments, record);
+    return 0;
+}
