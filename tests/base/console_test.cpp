@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -117,6 +118,30 @@ std::string readToEnd(int descriptor) {
         text.append(buffer, static_cast<std::size_t>(count));
     }
     return text;
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kMemoryCanBeLimited = false;
+#else
+constexpr bool kMemoryCanBeLimited = true;
+#endif
+
+TEST(ConsoleTest, BeginningOfALongMessageComesOutWithoutMemory) {
+    if (!kMemoryCanBeLimited) {
+        GTEST_SKIP() << "a sanitizer's memory cannot be limited";
+    }
+    const std::string text = patternOf(64 * 1048576);
+    const Capture capture;
+    EXPECT_EQ("", inChild([&text] {
+                  const rlimit none = {4096, 4096};
+                  if (::setrlimit(RLIMIT_AS, &none) != 0) {
+                      return "no limit";
+                  }
+                  errno = ENOTTY;
+                  base::logMessage(1, "%s", text.c_str());
+                  return errno == ENOTTY ? "" : "errno";
+              }));
+    EXPECT_EQ(text.substr(0, 511), capture.output());
 }
 
 // A terminal or a log collector may have made the output non-blocking for its own purposes.

@@ -116,10 +116,10 @@ TEST(StreamedAssertionTest, TakesEveryKindOfValue) {
     const HookRecorder hooks;
     const Capture capture;
     runNamed("t", [] {
-        base::reportFailedAssertionWithValues(
-            "f", 1, "c", " text=", std::string("s"), ", flag=", true,
-            ", big=", std::numeric_limits<std::uint64_t>::max(),
-            ", small=", std::numeric_limits<std::int64_t>::min());
+        base::reportFailedAssertionWithValues("f", 1, "c", " text=", std::string("s"),
+                                              ", flag=", true,
+                                              ", big=", std::numeric_limits<std::uint64_t>::max(),
+                                              ", small=", std::numeric_limits<std::int64_t>::min());
     });
     EXPECT_EQ(
         "f:1 Assertion `c' failed (calling task: t).\n text=s, flag=true, "

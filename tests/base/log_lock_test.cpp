@@ -118,8 +118,8 @@ TEST(PrintLockTest, IsTakenAndReleasedWhenNothingIsPrinted) {
     EXPECT_EQ(1, locksOfSuppressed([] { base::logNameAt("s", 1, 1, "x", "y"); }));
     EXPECT_EQ(1, locksOfSuppressed([] { base::reportFailedAssertion("s", 1, "x"); }));
     EXPECT_EQ(1, locksOfSuppressed([] { base::reportFailedAttention("s", 1, "x"); }));
-    EXPECT_EQ(1, locksOfSuppressed(
-                     [] { base::reportFailedAssertionWithValues("s", 1, "x", " y=", 1); }));
+    EXPECT_EQ(
+        1, locksOfSuppressed([] { base::reportFailedAssertionWithValues("s", 1, "x", " y=", 1); }));
 }
 
 TEST(PrintLockTest, TokenIsZeroWhenItCannotBeTakenAndTheMessageComesOut) {
@@ -157,7 +157,8 @@ void writeMessages(int writer, int rounds) {
                                               round, ":two");
         const base::PrintAccess access;
         kestrova_print_context_file_line(("D-" + source).c_str(), 1, 1, 0, "", "", "");
-        *pCoutKestrovaOstream << "D" << "-" << writer << "-" << round << ":";
+        *pCoutKestrovaOstream << "D"
+                              << "-" << writer << "-" << round << ":";
         base::logMessage(1, "%s\n", "two");
     }
 }

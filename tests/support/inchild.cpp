@@ -23,7 +23,8 @@ constexpr int kReport = 600;
     } catch (...) {
         text = "an exception";
     }
-    const bool told = ::write(report, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    const bool told =
+        ::write(report, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     ::_exit(told ? 0 : 1);
 }
 
