@@ -19,11 +19,11 @@ void writeField(KestrovaOstream& stream, const char* name, Value value) {
 template <class Record>
 void writeList(KestrovaOstream& stream, const std::vector<Record>& records) {
     stream << "[" << static_cast<unsigned>(records.size()) << "] {";
-    const char* separator = "";
-    for (const Record& record : records) {
-        stream << separator;
-        record.DumpToKestrovaOstream(&stream);
-        separator = ", ";
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        if (i > 0) {
+            stream << ", ";
+        }
+        records[i].DumpToKestrovaOstream(&stream);
     }
     stream << "}";
 }

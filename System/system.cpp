@@ -69,7 +69,8 @@ void SystemMinimalInit() {
 }
 
 void SystemTerm() {
-    delete std::exchange(systemInstance, nullptr);
+    delete systemInstance;
+    systemInstance = nullptr;
 }
 
 sysInterface* getSystem() {

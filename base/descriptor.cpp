@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/cancelguard.h"
 #include "base/errnokeeper.h"
 
 namespace base {
@@ -25,6 +26,7 @@ int Descriptor::release() {
 
 void Descriptor::reset() {
     const ErrnoKeeper keeper;
+    const CancelGuard guard;
     (void)close();
 }
 
@@ -35,7 +37,26 @@ bool Descriptor::close() {
 
 namespace {
 
-/// The same file under a number above the standard streams.
+/// Keeps the numbers of missing standard streams taken while something is opened.
+class Placeholders {
+public:
+    Placeholders() {
+        for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
+            if (::fcntl(number, F_GETFD) < 0) {
+                const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+                if (null >= 0) {
+                    mTaken[number] = Descriptor(null);
+                }
+            }
+        }
+    }
+
+private:
+    Descriptor mTaken[STDERR_FILENO + 1];
+};
+
+/// The same file under a number above the standard streams: for the case that another thread has
+/// given its placeholder back just now.
 Descriptor aboveStandard(int descriptor) {
     Descriptor owned(descriptor);
     if (descriptor < 0 || descriptor > STDERR_FILENO) {
@@ -47,6 +68,7 @@ Descriptor aboveStandard(int descriptor) {
 }  // namespace
 
 Descriptor openDescriptor(const char* path, int flags, mode_t mode) {
+    const Placeholders placeholders;
     int descriptor = -1;
     do {
         descriptor = ::open(path, flags | O_CLOEXEC, mode);
@@ -55,6 +77,7 @@ Descriptor openDescriptor(const char* path, int flags, mode_t mode) {
 }
 
 bool Pipe::open() {
+    const Placeholders placeholders;
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         return false;
@@ -97,10 +120,10 @@ bool writeAll(int descriptor, const void* bytes, std::size_t length) {
     const char* next = static_cast<const char*>(bytes);
     while (length > 0) {
         const ssize_t count = ::write(descriptor, next, length);
-        if (count >= 0) {
+        if (count > 0) {
             next += count;
             length -= static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
+        } else if (count == 0 || errno != EINTR) {
             return false;
         }
     }

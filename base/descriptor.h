@@ -33,9 +33,9 @@ private:
     int mDescriptor;
 };
 
-/// Opens a file close-on-exec; not valid on failure, errno tells why. The descriptor is above 2
-/// even when the caller runs with standard streams closed: what is printed to descriptor 1 must
-/// never end up on a drive.
+/// Opens a file close-on-exec; not valid on failure, errno tells why. The descriptor is above 2,
+/// and has never been below, even when the caller runs with standard streams closed: what another
+/// thread prints to descriptor 1 must not end up on a drive.
 Descriptor openDescriptor(const char* path, int flags, mode_t mode = 0);
 
 /// Both ends of a pipe.

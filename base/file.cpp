@@ -16,6 +16,7 @@
 namespace {
 
 constexpr std::size_t kFirstRead = 4096;
+constexpr std::size_t kLargest = INT_MAX;  // also the most that a vector holds in 32 bits
 
 /// Reads to the end of the file; false on an error, errno tells which.
 bool readToEnd(int descriptor, std::vector<char>& bytes) {
@@ -28,12 +29,12 @@ bool readToEnd(int descriptor, std::vector<char>& bytes) {
             return count == 0;
         }
         used += static_cast<std::size_t>(count);
-        if (used > INT_MAX) {
+        if (used == kLargest) {
             errno = EFBIG;
             return false;
         }
         if (used == bytes.size()) {
-            bytes.resize(used * 2);
+            bytes.resize(std::min(used * 2, kLargest));
         }
     }
 }

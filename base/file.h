@@ -17,9 +17,9 @@ enum KestrovaFileExistsType {
 /// True when the path, symbolic links followed, exists as the given kind.
 bool kestrova_file_exists(const char* path, KestrovaFileExistsType kind);
 
-/// Reads a whole file, up to 2147483647 bytes, into `out`. Returns 0, or a negative value on
+/// Reads a whole file of less than 2147483647 bytes into `out`. Returns 0, or a negative value on
 /// failure: `out` is then as it was and errno tells why, which is also reported with perror(path)
-/// when `reportFailure` is set.
+/// when `reportFailure` is set. Only allocation failure is thrown.
 int kestrova_file_read(const char* path, KestrovaStringShared& out, bool reportFailure);
 
 /// Creates or truncates a file and writes the bytes. `mode` counts, less the umask, for a file that

@@ -1,16 +1,34 @@
 // SPDX-License-Identifier: MIT
 #include "base/linereader.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
+
+#include "base/cancelguard.h"
+#include "base/descriptor.h"
 
 namespace base {
 
+void StreamCloser::operator()(std::FILE* stream) const {
+    const CancelGuard guard;
+    (void)std::fclose(stream);
+}
+
+Stream openForReading(const char* path) {
+    Descriptor file = openDescriptor(path, O_RDONLY);
+    Stream stream(file.valid() ? ::fdopen(file.get(), "r") : nullptr);
+    if (stream != nullptr) {
+        (void)file.release();
+    }
+    return stream;
+}
+
 int readCharacter(std::FILE* stream) {
-    // One thread owns the stream, so the lock that getc takes for each character is left out.
-    int character = ::getc_unlocked(stream);
-    while (character == EOF && ::ferror_unlocked(stream) != 0 && errno == EINTR) {
-        ::clearerr_unlocked(stream);
-        character = ::getc_unlocked(stream);
+    int character = std::getc(stream);
+    while (character == EOF && std::ferror(stream) != 0 && errno == EINTR) {
+        std::clearerr(stream);
+        character = std::getc(stream);
     }
     return character;
 }

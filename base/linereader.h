@@ -6,8 +6,19 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 
 namespace base {
+
+struct StreamCloser {
+    void operator()(std::FILE* stream) const;
+};
+
+/// Owns a stream; closes it at the end of the scope.
+using Stream = std::unique_ptr<std::FILE, StreamCloser>;
+
+/// Opens a file for reading, close-on-exec, as openDescriptor() does; null on failure.
+Stream openForReading(const char* path);
 
 /// getc that goes on after an interruption. EOF at the end or on an error.
 int readCharacter(std::FILE* stream);

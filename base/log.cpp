@@ -197,6 +197,7 @@ void reportFailedAttention(const char* source, int line, const char* condition) 
 }
 
 void beginAssertionWithValues(const char* source, int line, const char* condition) {
+    pCoutKestrovaOstream->setBase(10);
     *pCoutKestrovaOstream << source << ":" << line << " Assertion `" << condition
                           << "' failed (calling task: " << KestrovaThreadThisName() << ").\n";
 }

@@ -2,8 +2,10 @@
 //
 // The one pattern by which the system reports: under the print lock, at a level, to standard
 // output, unbuffered. Every function here leaves errno as it found it, because a perror often
-// follows; none of them fails, blocks for longer than the other threads' messages take, or throws.
-// Nothing of it is destroyed at exit: detached workers may still write then.
+// follows; none of them fails or throws. They block while other threads write their messages, and
+// while standard output takes nothing more; one whose reader is gone raises SIGPIPE as any write
+// does. Nothing of it is destroyed at exit: detached workers may still write then. A process that
+// was forked without exec while another thread logged must not log.
 #ifndef KESTROVA_BASE_LOG_H
 #define KESTROVA_BASE_LOG_H
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "base/cancelguard.h"
 #include "base/errnokeeper.h"
 
 namespace base {
@@ -33,6 +34,7 @@ SigpipeGuard::SigpipeGuard() : mMask(), mWasPending(sigpipePending()) {
 
 SigpipeGuard::~SigpipeGuard() {
     const ErrnoKeeper keeper;
+    const CancelGuard guard;
     if (!mWasPending && sigpipePending()) {
         const sigset_t sigpipe = onlySigpipe();
         const timespec now = {0, 0};

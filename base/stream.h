@@ -16,7 +16,7 @@ public:
     struct ConvertionFlags {
         bool mAlternateForm = false;  ///< integers: base 16 with "0x", base 8 with "0" in front
         bool mLeftAdjust = false;     ///< fill behind the piece instead of before it
-        char mFill = ' ';             ///< what a piece narrower than mWidth is filled up with
+        char mFill = ' ';             ///< fills up a piece narrower than mWidth, sign and all
         unsigned mWidth = 0;          ///< least width of a piece in characters
     };
 

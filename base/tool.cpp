@@ -6,26 +6,17 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
+#include "base/cancelguard.h"
+#include "base/childprocess.h"
 #include "base/sigpipeguard.h"
-#include "base/standardstreams.h"
 
 namespace base {
 
 namespace {
 
 constexpr int kLowPriority = 10;
-
-/// perror for a child that has not executed yet, where stdio must not be used.
-void reportInChild(const char* text) {
-    const char* const reason = ::strerrordesc_np(errno);
-    const char* const pieces[] = {text, ": ", reason != nullptr ? reason : "Unknown error", "\n"};
-    for (const char* const piece : pieces) {
-        (void)writeAll(STDERR_FILENO, piece, std::strlen(piece));
-    }
-}
 
 /// The child from fork to exec: only what is safe in the child of a threaded process.
 [[noreturn]] void runChild(const ToolCommand& command, int readEnd, int writeEnd) {
@@ -73,42 +64,47 @@ int waitForChild(pid_t child) {
 }
 
 Tool::~Tool() {
-    if (mChild > 0) {
-        (void)finish();
+    if (mChild <= 0) {
+        return;
     }
+    const CancelGuard guard;
+    if (mWriting) {
+        mPipe.mWrite.reset();  // the end of its input, which the child waits for
+    } else {
+        drain(mPipe.mRead.valid() ? mPipe.mRead.get() : ::fileno(mpStream));
+    }
+    if (mpStream != nullptr) {
+        closeStream();
+    }
+    (void)waitForChild(mChild);
 }
 
 Tool::Start Tool::start(const ToolCommand& command) {
-    Pipe pipe = std::move(mPipe);
     mWriting = command.mPipe == ToolPipe::eStandardInput;
     const pid_t child = ::fork();
     if (child == 0) {
-        runChild(command, pipe.mRead.get(), pipe.mWrite.get());
+        runChild(command, mPipe.mRead.get(), mPipe.mWrite.get());
     }
     if (child < 0) {
+        mPipe = Pipe();
         return Start::eNoChild;
     }
-    Descriptor& ours = mWriting ? pipe.mWrite : pipe.mRead;
-    Descriptor& theirs = mWriting ? pipe.mRead : pipe.mWrite;
+    mChild = child;
+    Descriptor& ours = mWriting ? mPipe.mWrite : mPipe.mRead;
+    Descriptor& theirs = mWriting ? mPipe.mRead : mPipe.mWrite;
     theirs.reset();
     mpStream = ::fdopen(ours.get(), mWriting ? "w" : "r");
     if (mpStream == nullptr) {
-        if (mWriting) {
-            ours.reset();  // the end of its input, which it waits for
-        } else {
-            drain(ours.get());
-        }
-        (void)waitForChild(child);
         return Start::eNoStream;
     }
     (void)ours.release();
-    mChild = child;
     return Start::eStarted;
 }
 
 void Tool::closeStream() {
     // Closing writes what is still buffered: a tool that is gone must not take us along.
     const SigpipeGuard guard;
+    const CancelGuard cancelGuard;
     (void)std::fclose(std::exchange(mpStream, nullptr));
 }
 

@@ -37,10 +37,12 @@ public:
     enum class Start {
         eStarted,   ///< the child runs and stream() is open
         eNoChild,   ///< there is no child
-        eNoStream,  ///< no stream could be opened; the child has been waited for
+        eNoStream,  ///< no stream could be opened; the destructor waits for the child
     };
 
     Tool() = default;
+    /// Waits for a child that finish() has not waited for: what it still writes is read and thrown
+    /// away, its input ends.
     ~Tool();
     Tool(const Tool&) = delete;
     Tool& operator=(const Tool&) = delete;
@@ -51,7 +53,7 @@ public:
     /// Number of the end that the child writes to.
     int writeDescriptor() const { return mPipe.mWrite.get(); }
 
-    /// Starts the child. On failure the pipe is closed.
+    /// Starts the child.
     Start start(const ToolCommand& command);
 
     /// The caller's end of the pipe; owned here.

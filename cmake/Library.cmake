@@ -4,6 +4,7 @@
 
 set(KESTROVA_SOURCES
   base/base64.cpp
+  base/childprocess.cpp
   base/console.cpp
   base/crc32.cpp
   base/descriptor.cpp
@@ -14,8 +15,8 @@ set(KESTROVA_SOURCES
   base/log.cpp
   base/popen3.cpp
   base/scanner.cpp
+  base/shell.cpp
   base/sigpipeguard.cpp
-  base/standardstreams.cpp
   base/stream.cpp
   base/stringshared.cpp
   base/text.cpp
@@ -98,6 +99,11 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfigVersion.cmake
   DESTINATION ${KESTROVA_CMAKE_DIR})
+# The package file finds its prefix from its own place, so that an installed tree can be moved.
+file(RELATIVE_PATH KESTROVA_PREFIX_FROM_PC
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH KESTROVA_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH KESTROVA_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(cmake/kestrova-system.pc.in kestrova-system.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestrova-system.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -33,7 +33,8 @@ public:
     sysDVRDrive* getDVRDrive() const { return mStarted ? mDVRDrive : nullptr; }
 
     /// Looks for the drive and keeps it when its init() succeeds; otherwise logs at level 1 "No DVR
-    /// Drive Detected". Never formats or mounts. start() calls it; a drive found before is freed.
+    /// Drive Detected". Never formats or mounts. start() calls it; a drive found before is freed,
+    /// so nobody may use that any more.
     void detectDrives();
 
 private:

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "System/BlockdevCfg.fmp.h"
+#include "base/cancelguard.h"
 #include "base/log.h"
 
 namespace {
@@ -91,6 +92,7 @@ sysDVRDrive::sysDVRDrive() : mOpLock() {
 
 sysDVRDrive::~sysDVRDrive() {
     // A worker may still be on its way; its last act is to release the lock.
+    const base::CancelGuard guard;
     takeOpLock();
 }
 

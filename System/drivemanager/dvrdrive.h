@@ -79,7 +79,7 @@ public:
     unsigned int freeMB();
     unsigned int totalMB();
 
-    /// Model text of the drive; valid until the next init().
+    /// Model text of the drive; valid until the next init(), and not to be asked for beside one.
     const char* model() const { return mModel.c_str(); }
 
 private:

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -12,6 +11,7 @@
 #include "base/descriptor.h"
 #include "base/linereader.h"
 #include "base/log.h"
+#include "base/shell.h"
 #include "base/tool.h"
 
 namespace {
@@ -150,7 +150,7 @@ bool sysHardDrive::partitionOneBig() {
 
 bool sysHardDrive::runHdparm(const char* option) {
     const std::string command = std::string("/sbin/hdparm ") + option + " " + mDevice;
-    return std::system(command.c_str()) == 0;
+    return base::runShell(command) == 0;
 }
 
 bool sysHardDrive::spinDown() {

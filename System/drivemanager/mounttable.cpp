@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "System/drivemanager/mounttable.h"
 
-#include <cstdio>
-
 #include "base/linereader.h"
 #include "base/scanner.h"
 
@@ -13,24 +11,22 @@ bool findMounted(const std::string& device, std::string& directory) {
     // device and directory are in the first.
     constexpr std::size_t lineSize = 256;
 
-    std::FILE* const mounts = std::fopen("/proc/mounts", "re");
+    const base::Stream mounts = base::openForReading("/proc/mounts");
     if (mounts == nullptr) {
         return false;
     }
-    bool found = false;
     char line[lineSize];
-    while (!found && base::readLine(mounts, line, sizeof(line))) {
+    while (base::readLine(mounts.get(), line, sizeof(line))) {
         char name[lineSize];
         char mountPoint[lineSize];
         base::Scanner fields(line);
         if (fields.word(name, sizeof(name)) && fields.word(mountPoint, sizeof(mountPoint)) &&
             device == name) {
             directory = mountPoint;
-            found = true;
+            return true;
         }
     }
-    (void)std::fclose(mounts);
-    return found;
+    return false;
 }
 
 }  // namespace drivemanager

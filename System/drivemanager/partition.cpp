@@ -7,14 +7,14 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <utility>
 
 #include "System/drivemanager/filesystemsize.h"
 #include "System/drivemanager/mounttable.h"
 #include "System/drivemanager/superblock.h"
 #include "base/descriptor.h"
 #include "base/log.h"
+#include "base/shell.h"
 
 namespace {
 
@@ -114,7 +114,7 @@ bool sysPartition::isMounted() {
     if (!drivemanager::findMounted(mPath, directory)) {
         return false;
     }
-    setMountPoint(directory);
+    putMountPoint(std::move(directory));
     return true;
 }
 
@@ -132,13 +132,13 @@ bool sysPartition::mount(const char* dir, FSType fs, const char* options) {
         }
     }
     const std::string command = mountCommand(typeArgument(fs), mPath, dir, options);
-    const int status = std::system(command.c_str());
+    const int status = base::runShell(command);
     if (status != 0) {
         base::logMessage(1, "Mount failed with code %d\n", status);
         std::perror("Mount Failure");
         return false;
     }
-    setMountPoint(dir);
+    putMountPoint(dir);
     return true;
 }
 
@@ -147,34 +147,41 @@ bool sysPartition::unmount() {
         base::logMessage(1, "File system is not mounted\n");
         return false;
     }
-    if (::umount(mMountPoint.c_str()) != 0) {
+    // Taken away before the call: a measurement that is inside the mount makes it busy.
+    std::string directory = takeMountPoint();
+    if (::umount(directory.c_str()) != 0) {
         std::perror("Umount failure");
+        putMountPoint(std::move(directory));
         return false;
     }
-    setMountPoint("");
     return true;
 }
 
-void sysPartition::setMountPoint(const std::string& directory) {
+void sysPartition::putMountPoint(std::string directory) {
     const std::lock_guard<std::mutex> lock(mMountPointLock);
-    mMountPoint = directory;
+    mMountPoint.swap(directory);
 }
 
-std::string sysPartition::measuredDirectory() const {
+std::string sysPartition::takeMountPoint() {
+    std::string directory;
     const std::lock_guard<std::mutex> lock(mMountPointLock);
-    return mMountPoint;
+    mMountPoint.swap(directory);
+    return directory;
 }
 
 unsigned long long sysPartition::fsCapacity() const {
-    const drivemanager::FilesystemSize size = drivemanager::measure(measuredDirectory());
+    const std::lock_guard<std::mutex> lock(mMountPointLock);
+    const drivemanager::FilesystemSize size = drivemanager::measure(mMountPoint);
     return drivemanager::bytes(size, size.mBlocks);
 }
 
 unsigned long long sysPartition::fsFree() const {
-    const drivemanager::FilesystemSize size = drivemanager::measure(measuredDirectory());
+    const std::lock_guard<std::mutex> lock(mMountPointLock);
+    const drivemanager::FilesystemSize size = drivemanager::measure(mMountPoint);
     return drivemanager::bytes(size, size.mFreeBlocks);
 }
 
 unsigned int sysPartition::fsBlockSize() const {
-    return static_cast<unsigned int>(drivemanager::measure(measuredDirectory()).mBlockSize);
+    const std::lock_guard<std::mutex> lock(mMountPointLock);
+    return static_cast<unsigned int>(drivemanager::measure(mMountPoint).mBlockSize);
 }

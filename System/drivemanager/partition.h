@@ -101,8 +101,8 @@ public:
 
 private:
     KESTROVA_LOCAL void recognise(int descriptor);
-    KESTROVA_LOCAL std::string measuredDirectory() const;
-    KESTROVA_LOCAL void setMountPoint(const std::string& directory);
+    KESTROVA_LOCAL void putMountPoint(std::string directory);
+    KESTROVA_LOCAL std::string takeMountPoint();
 
     std::string mPath;
     std::string mMountPoint;
@@ -113,8 +113,8 @@ private:
     // Written by the operation's thread, read by any: single words, no order between them.
     std::atomic<std::int32_t> mCheckProgress{0};
     std::atomic<std::int32_t> mFormatProgress{0};
-    // Held only while the text of mMountPoint is copied or replaced, so that the measurements can
-    // run beside an operation.
+    // Held while mMountPoint is replaced and while a measurement uses it, so that the measurements
+    // can run beside an operation and none is inside the file system when it is unmounted.
     mutable std::mutex mMountPointLock;
 };
 

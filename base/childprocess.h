@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+//
+// What a child does between fork and exec: only what is safe in the child of a threaded process.
+#ifndef KESTROVA_BASE_CHILDPROCESS_H
+#define KESTROVA_BASE_CHILDPROCESS_H
+
+namespace base {
+
+/// Opens /dev/null on each of descriptors 0, 1 and 2 that the program would find closed, so that
+/// the first file it opens does not become its standard error.
+void fillStandardStreams();
+
+/// perror without stdio.
+void reportInChild(const char* text);
+
+}  // namespace base
+
+#endif
