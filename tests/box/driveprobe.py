@@ -19,7 +19,7 @@ import time
 
 import pytest
 
-from box.agent import BoxError
+from box.errors import BoxError
 from box.machine import Box, product_files
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -141,5 +141,6 @@ def system(probe):
 
 def throttle(box, disk, writes):
     """Lets a disk make so many writes a second from now on; 0 lifts the limit."""
-    box.qmp.command("block_set_io_throttle", id=f"dev-{disk.name}", bps=0, bps_rd=0, bps_wr=0,
-                    iops=0, iops_rd=0, iops_wr=writes)
+    said = box.qmp.command("human-monitor-command",
+                           command_line=f"block_set_io_throttle {disk.name} 0 0 0 0 0 {writes}")
+    assert not said

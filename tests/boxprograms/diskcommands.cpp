@@ -47,7 +47,7 @@ Words describe(const sysPartition& partition) {
 }
 
 /// Runs an operation on a thread of its own; the answer is its result and after it each progress
-/// value that was seen meanwhile.
+/// value that was seen meanwhile, perhaps with that of the operation before it as the first.
 Words watched(const std::function<bool()>& operation, const std::function<int()>& progress) {
     std::future<bool> result = std::async(std::launch::async, operation);
     std::vector<int> seen;
@@ -130,6 +130,9 @@ void addFilesystemCommands(Commands& commands) {
         sysPartition& target = partition(words);
         return watched([&] { return target.ext3_format(words.at(2).c_str()); },
                        [&] { return target.ext3_format_progress(); });
+    };
+    commands["ext3-progress"] = [](const Words& words) -> Words {
+        return {std::to_string(partition(words).ext3_format_progress())};
     };
     commands["xfs-format"] = [](const Words& words) {
         return answer(partition(words).xfs_format(words.at(2).c_str()));
