@@ -170,6 +170,17 @@ def test_software_disk_bears_its_true_names(box):
     assert box.run("ls /dev/disk/by-path | grep -v 0000:01:0e.0").status == 1
 
 
+def test_names_follow_the_partition_table(boot):
+    box = boot(disks=[Disk(), Disk(bus="scsi", size=64 * hardware.MIB)])
+    # links follow kernel events, a moment after the tool has returned
+    wait = "until [ \"$(cd /dev/disk/by-path; echo *part*)\" = '{}' ]; do usleep 10000; done"
+    base = "pci-0000:01:0e.0-scsi-0:0:0:0-part"
+    box.check("printf ',10\\n,10\\n,10\\n' | sfdisk -q -L -uM /dev/sdb")
+    box.check(wait.format(f"{base}1 {base}2 {base}3"), timeout=20)
+    box.check("printf ',10\\n' | sfdisk -q -L -uM /dev/sdb")
+    box.check(wait.format(f"{base}1"), timeout=20)
+
+
 def test_software_disk_is_as_new_in_every_box(box):
     image = software_disk().path
     before = hashlib.sha256(image.read_bytes()).digest()
