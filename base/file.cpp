@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/descriptor.h"
+#include "base/errnokeeper.h"
 
 namespace {
 
@@ -72,6 +73,7 @@ int kestrova_file_read(const char* path, KestrovaStringShared& out, bool reportF
         return 0;
     }
     if (reportFailure) {
+        const base::ErrnoKeeper keeper;
         std::perror(path);
     }
     return -1;
