@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "app/commands.h"
 
+#include <algorithm>
+
 #include "app/text.h"
 
 namespace app {
@@ -122,12 +124,9 @@ const Command* findCommand(const Words& words, std::size_t& used) {
 }
 
 bool isCommandGroup(const std::string& word) {
-    for (const Command& command : commands()) {
-        if (std::string(command.mName).rfind(word + " ", 0) == 0) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(commands().begin(), commands().end(), [&word](const Command& command) {
+        return std::string(command.mName).rfind(word + " ", 0) == 0;
+    });
 }
 
 }  // namespace app

@@ -23,7 +23,7 @@ Interrupts::~Interrupts() {
     (void)::close(mDescriptor);
 }
 
-bool Interrupts::take() {
+bool Interrupts::take() const {
     signalfd_siginfo signal;
     bool taken = false;
     while (::read(mDescriptor, &signal, sizeof(signal)) == sizeof(signal)) {
@@ -32,7 +32,7 @@ bool Interrupts::take() {
     return taken;
 }
 
-bool Interrupts::wait(int milliseconds) {
+bool Interrupts::wait(int milliseconds) const {
     pollfd pending = {mDescriptor, POLLIN, 0};
     return ::poll(&pending, 1, milliseconds) > 0 && take();
 }

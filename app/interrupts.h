@@ -19,9 +19,9 @@ public:
     /// Readable when Ctrl-C is pending.
     int descriptor() const { return mDescriptor; }
     /// Takes what is pending; true when there was something.
-    bool take();
+    bool take() const;
     /// Waits; true as soon as Ctrl-C arrives, false when the time has passed.
-    bool wait(int milliseconds);
+    bool wait(int milliseconds) const;
 
 private:
     int mDescriptor;

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -91,7 +92,7 @@ bool splitCommands(std::string_view text, std::vector<Words>& commands, std::str
     return true;
 }
 
-LineReader::Outcome LineReader::read(Interrupts& interrupts, std::string& line) {
+LineReader::Outcome LineReader::read(const Interrupts& interrupts, std::string& line) {
     Outcome outcome = eEnd;
     while (!takeLine(line, outcome)) {
         pollfd sources[] = {{mDescriptor, POLLIN, 0}, {interrupts.descriptor(), POLLIN, 0}};

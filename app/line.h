@@ -26,7 +26,7 @@ public:
     explicit LineReader(int descriptor) : mDescriptor(descriptor) {}
 
     /// The next line without its end. Blocks until it is there.
-    Outcome read(Interrupts& interrupts, std::string& line);
+    Outcome read(const Interrupts& interrupts, std::string& line);
 
 private:
     bool takeLine(std::string& line, Outcome& outcome);

@@ -122,8 +122,9 @@ private:
             }
             value = &mWords[mNext++];
         }
-        if (!spec.mSet(mInvocation.mOptions, value != nullptr ? *value : std::string())) {
-            return fail("option " + name + ": bad value " + quoted(*value));
+        const std::string given = value != nullptr ? *value : std::string();
+        if (!spec.mSet(mInvocation.mOptions, given)) {
+            return fail("option " + name + ": bad value " + quoted(given));
         }
         mGiven.emplace_back(&spec, name);
         return true;

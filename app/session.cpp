@@ -29,7 +29,7 @@ System::~System() {
 Session::Session(StandardStreams& streams, const Setup& setup)
     : mStreams(streams), mSetup(setup), mSystem(setup.mMinimal), mReader(streams.input()) {}
 
-sysDVRDrive* Session::drive() {
+sysDVRDrive* Session::drive() const {
     const sysDriveManager* const manager = getSystem()->mpDriveManager;
     return manager != nullptr ? manager->getDVRDrive() : nullptr;
 }

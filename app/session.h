@@ -51,7 +51,7 @@ public:
     bool confirm(const std::string& question);
 
     /// The recording drive; null when there is none or in minimal mode.
-    static sysDVRDrive* drive();
+    sysDVRDrive* drive() const;
 
     /// Keeps work that has been started. Follows it until it has ended and returns its result;
     /// with --no-wait, or after Ctrl-C at an interactive shell, returns while it goes on.

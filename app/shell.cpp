@@ -17,7 +17,7 @@ public:
     /// Runs commands as long as they go well, at a terminal all of them.
     void run(const std::vector<Invocation>& invocations) {
         for (const Invocation& invocation : invocations) {
-            if (mOver) {
+            if (over()) {
                 return;
             }
             runOne(invocation);
@@ -25,7 +25,7 @@ public:
     }
 
     void read() {
-        while (!mOver) {
+        while (!over()) {
             if (mInteractive) {
                 writeError("kestrova> ");
             }
@@ -59,10 +59,15 @@ private:
         } else {
             setStatus(mSession.run(invocation));
         }
-        if (mSession.interrupted()) {
+    }
+
+    /// True when nothing is to be run any more.
+    bool over() {
+        if (!mOver && mSession.interrupted()) {
             complain("interrupted: the commands that follow are not run");
             setStatus(eFailed);
         }
+        return mOver;
     }
 
     void runLine(const std::string& line) {

@@ -1,0 +1,62 @@
+# SPDX-License-Identifier: MIT
+"""What the tests of the command use.
+
+KESTROVA tells which command to test; by default the one of the i686 build.
+
+kestrova     runs the command with arguments, without a terminal
+fake_drive   a root of its own with a stand-in for the recording drive and its tools
+"""
+
+import os
+import pathlib
+import subprocess
+
+import pytest
+
+import fakedrive
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+TIMEOUT = 60
+
+
+@pytest.fixture(scope="session")
+def command():
+    """Path of the command."""
+    path = pathlib.Path(os.environ.get("KESTROVA", ROOT / "build/i686/kestrova"))
+    if not path.exists():
+        pytest.skip(f"there is no {path}; build it, or set KESTROVA")
+    return path.resolve()
+
+
+@pytest.fixture
+def kestrova(command):
+    """A function that runs the command; output as text."""
+
+    def run(*arguments, **options):
+        options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+                   "text": True, "timeout": TIMEOUT, **options}
+        return subprocess.run([command, *arguments], check=False, **options)
+
+    return run
+
+
+@pytest.fixture
+def no_drive():
+    """Skips on a machine whose own disk the command would take for the recording drive."""
+    if os.path.exists("/dev/sda"):
+        pytest.skip("this machine has a /dev/sda of its own")
+
+
+@pytest.fixture(scope="session")
+def fake_root(command, tmp_path_factory):
+    """What the fake drive needs, made once."""
+    if not fakedrive.available():
+        pytest.skip("the fake drive needs root, a mount namespace of its own and gcc")
+    return fakedrive.build(command, tmp_path_factory.mktemp("fakedrive"))
+
+
+@pytest.fixture
+def fake_drive(fake_root, tmp_path):
+    """A blank FakeDrive; ends what it started."""
+    with fakedrive.FakeDrive(fake_root, tmp_path) as drive:
+        yield drive

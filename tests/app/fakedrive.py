@@ -1,0 +1,216 @@
+# SPDX-License-Identifier: MIT
+"""A stand-in for the recording drive, for the command alone.
+
+The command runs in a mount namespace and a root directory of its own. There /dev/sda and its
+partitions are files, the tools are fakedrive_tools.py, and a preloaded fakedrive.c answers the
+questions that only a disk can. How the library drives real tools and disks is not tested here.
+"""
+
+import os
+import pathlib
+import pty
+import re
+import select
+import shutil
+import signal
+import subprocess
+import time
+
+HERE = pathlib.Path(__file__).resolve().parent
+TOOLS = ["sfdisk", "mkfs.xfs", "fsck.ext3", "hdparm"]
+TIMEOUT = 60
+DISK_SIZE = 1 << 30
+
+# $1 new root, $2 state, $3 the command's folder; then the command line. All mounts end with it.
+ENTER = r"""
+set -eu
+root=$1 state=$2 product=$3
+shift 3
+mount -t tmpfs -o mode=755 fakedrive "$root"
+mkdir -p "$root/dev" "$root/proc" "$root/usr" "$root/dvr" "$root/state" "$root/product"
+for link in bin sbin lib lib32 lib64 libx32; do
+    if [ -L "/$link" ]; then cp -P "/$link" "$root/$link"; fi
+done
+mount --bind /usr "$root/usr"
+mount --bind /proc "$root/proc"
+mount --bind "$state" "$root/state"
+mount --bind "$product" "$root/product"
+mknod -m 666 "$root/dev/null" c 1 3
+for node in "$state"/dev/*; do ln -s "/state/dev/${node##*/}" "$root/dev/"; done
+mkdir "$root/real"
+cp /usr/bin/mount "$root/real/mount"
+mount --bind "$state/tools/mount" "$root/usr/bin/mount"
+mount -t tmpfs tools "$root/usr/sbin"
+cp "$state"/tools/* "$root/usr/sbin/"
+cp /usr/sbin/chroot "$root/real/chroot"
+exec "$root/real/chroot" "$root" /usr/bin/env LD_PRELOAD=/state/fakedrive.so \
+    ASAN_OPTIONS=verify_asan_link_order=0 /product/kestrova "$@"
+"""
+
+
+def available():
+    """True when this machine can make a namespace and a preloaded library."""
+    return (os.geteuid() == 0 and shutil.which("gcc") is not None and os.path.islink("/sbin")
+            and subprocess.run(["unshare", "-m", "true"], check=False,
+                               stderr=subprocess.DEVNULL).returncode == 0)
+
+
+def build(command, folder):
+    """Compiles the preloaded library in the command's word size."""
+    with open(command, "rb") as file:
+        bits = "-m32" if file.read(5)[4] == 1 else "-m64"
+    subprocess.run(["gcc", bits, "-O1", "-Wall", "-Werror", "-shared", "-fPIC", "-o",
+                    folder / "fakedrive.so", HERE / "fakedrive.c"], check=True)
+    return command.parent, folder / "fakedrive.so"
+
+
+class Terminal:
+    """A command on a pseudo-terminal of its own."""
+
+    def __init__(self, arguments, environment):
+        self.text = ""
+        self._position = 0
+        self.pid, self.master = pty.fork()
+        if self.pid == 0:
+            os.execvpe(arguments[0], arguments, environment)
+
+    def expect(self, pattern):
+        """Reads until the pattern comes, and returns its match; later calls look behind it."""
+        deadline = time.monotonic() + TIMEOUT
+        while True:
+            found = re.compile(pattern, re.DOTALL).search(self.text, self._position)
+            if found:
+                self._position = found.end()
+                return found
+            assert self._read(deadline), f"no {pattern!r} in {self.text[self._position:]!r}"
+
+    def _read(self, deadline):
+        left = max(0, deadline - time.monotonic())
+        if not select.select([self.master], [], [], left)[0]:
+            return False
+        try:
+            piece = os.read(self.master, 4096)
+        except OSError:  # the other side is closed
+            return False
+        self.text += piece.decode(errors="replace").replace("\r\n", "\n")
+        return bool(piece)
+
+    def type(self, text):
+        os.write(self.master, text.encode())
+
+    def end(self):
+        """Reads the rest and returns the exit status."""
+        deadline = time.monotonic() + TIMEOUT
+        while self._read(deadline):
+            pass
+        _, status = os.waitpid(self.pid, 0)
+        self.pid = 0
+        return os.waitstatus_to_exitcode(status)
+
+    def close(self):
+        if self.pid:
+            os.kill(self.pid, signal.SIGKILL)
+            os.waitpid(self.pid, 0)
+        os.close(self.master)
+
+
+class FakeDrive:
+    """The drive's state: files that the tools and the tests read and write."""
+
+    def __init__(self, fake_root, folder):
+        self._product, library = fake_root
+        self.state = folder / "state"
+        self._root = folder / "root"
+        self._terminals = []
+        self._processes = []
+        for path in [self._root, self.state / "dev", self.state / "tools"]:
+            path.mkdir(parents=True)
+        shutil.copy(library, self.state / "fakedrive.so")
+        for tool in TOOLS + ["mount"]:
+            path = self.state / "tools" / tool
+            shutil.copy(HERE / "fakedrive_tools.py", path)
+            path.chmod(0o755)
+        for number in ["", "1", "2", "3", "4"]:
+            (self.state / f"dev/sda{number}").touch()
+        os.truncate(self.state / "dev/sda", DISK_SIZE)
+        self.table([])
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for gate in self.state.glob("gate-*"):
+            gate.unlink()
+        for terminal in self._terminals:
+            terminal.close()
+        for process in self._processes:
+            process.kill()
+            process.wait()
+            for stream in [process.stdin, process.stdout, process.stderr]:
+                stream.close()
+
+    def table(self, sizes):
+        """Sets the partition table: sizes in MB."""
+        (self.state / "table").write_text("".join(f"{size}\n" for size in sizes))
+        for number, size in enumerate(sizes, 1):
+            os.truncate(self.state / f"dev/sda{number}", size << 20)
+
+    def format(self, number, label):
+        """Puts what the library looks for at an XFS file system into a partition."""
+        with open(self.state / f"dev/sda{number}", "r+b") as file:
+            file.write(b"XFSB")
+            file.seek(108)
+            file.write(label.encode().ljust(12, b"\0"))
+
+    def formatted(self):
+        """Makes it a drive that is ready."""
+        self.table([256, 512])
+        self.format(1, "DVRStorage")
+        self.format(2, "DVRData")
+        return self
+
+    def fail(self, tool, status=1):
+        """From now on the tool ends with this status at once."""
+        (self.state / f"fail-{tool}").write_text(str(status))
+
+    def hold(self, tool):
+        """The tool waits, when it is started next, until the result is called."""
+        gate = self.state / f"gate-{tool}"
+        os.mkfifo(gate)
+
+        def release():
+            with open(gate, "w", encoding="ascii") as file:  # waits for the tool
+                gate.unlink()
+                file.write("go")
+
+        return release
+
+    def calls(self):
+        """The command lines of the tools so far, without the queries of the table."""
+        log = self.state / "log"
+        lines = log.read_text().splitlines() if log.exists() else []
+        return [line for line in lines if not line.startswith("sfdisk -d")]
+
+    def _command(self, arguments):
+        return ["unshare", "-m", "sh", "-c", ENTER, "sh", str(self._root), str(self.state),
+                str(self._product), *arguments]
+
+    def run(self, *arguments, **options):
+        """Runs the command without a terminal."""
+        options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+                   "text": True, "timeout": TIMEOUT, **options}
+        return subprocess.run(self._command(arguments), check=False, **options)
+
+    def start(self, *arguments):
+        """Starts the command on pipes."""
+        pipe = subprocess.PIPE
+        process = subprocess.Popen(self._command(arguments), stdin=pipe, stdout=pipe, stderr=pipe,
+                                   text=True)
+        self._processes.append(process)
+        return process
+
+    def terminal(self, *arguments, term="xterm"):
+        """Starts the command on a terminal."""
+        terminal = Terminal(self._command(arguments), {**os.environ, "TERM": term})
+        self._terminals.append(terminal)
+        return terminal

@@ -1,0 +1,81 @@
+# SPDX-License-Identifier: MIT
+"""Bad arguments name themselves and touch nothing."""
+
+import json
+
+import pytest
+
+CASES = [
+    ([], "a command is missing"),
+    (["bogus"], "unknown command 'bogus'"),
+    (["drive"], "drive: a command is missing"),
+    (["drive", "bogus"], "unknown command 'drive bogus'"),
+    (["help", "bogus"], "unknown command 'bogus'"),
+    (["table", "extra"], "table: unexpected argument 'extra'"),
+    (["drive", "info", ""], "drive info: unexpected argument ''"),
+    (["table", "--bogus"], "unknown option '--bogus'"),
+    (["table", "-vx"], "unknown option '-vx'"),
+    (["table", "--json=1"], "option --json takes no value: '--json=1'"),
+    (["table", "--level"], "option --level needs a value: N"),
+    (["--level", "high", "table"], "option --level: bad value 'high'"),
+    (["--level=", "table"], "option --level: bad value ''"),
+    (["--level", "4294967296", "table"], "option --level: bad value '4294967296'"),
+    (["--level", "-1", "table"], "option --level: bad value '-1'"),
+    (["table", "--yes"], "table has no option --yes"),
+    (["drive", "stop", "--no-wait"], "drive stop has no option --no-wait"),
+    (["drive", "info", "-e", "table"], "drive info has no option -e"),
+    (["drive", "check"], "drive check: argument PARTITION is missing"),
+    (["drive", "check", "first"], "bad partition 'first'"),
+    (["drive", "check", "99999999999"], "bad partition '99999999999'"),
+    (["drive", "check", "0", "1"], "unexpected argument '1'"),
+    (["drive", "partition", "--yes"], "argument SIZE is missing"),
+    (["drive", "partition", "--yes", "0"], "bad size '0'"),
+    (["drive", "partition", "--yes", "10M"], "bad size '10M'"),
+    (["drive", "partition", "--yes", "2147483648"], "bad size '2147483648'"),
+    (["drive", "partition", "--yes", "--", "-1"], "bad size '-1'"),
+    (["drive", "partition", "--yes", "rest", "5"], "'rest' can be the last size only"),
+    (["drive", "partition", "--yes", "1", "2", "3", "4", "5"], "more than four sizes: '5'"),
+    (["drive", "partition", "rest"], "--yes is needed"),
+    (["drive", "format"], "--yes is needed"),
+    (["shell", "extra"], "unexpected argument 'extra'"),
+    (["shell", "-e"], "option -e needs a value"),
+    (["shell", "-e", "table; bogus"], "unknown command 'bogus'"),
+    (["shell", "-e", "table; 'open"], "a quote is not closed"),
+    (["shell", "-e", "shell"], "there is no shell in the shell"),
+    (["shell", "-e", "table --minimal"], "option --minimal belongs to the start"),
+    (["shell", "-e", "table; exit now"], "unexpected argument 'now'"),
+    (["table", "\x1b[2J\xc2\x85"], r"unexpected argument '\x1b[2J"),
+]
+
+
+@pytest.mark.parametrize("arguments,message", CASES)
+def test_misuse(kestrova, arguments, message):
+    run = kestrova(*arguments)
+    assert run.returncode == 2
+    assert run.stderr.startswith("kestrova: ") and run.stderr.count("\n") == 1
+    assert message in run.stderr
+    assert run.stdout == ""
+
+
+def test_misuse_is_found_before_the_system_starts(fake_drive):
+    fake_drive.formatted()
+    for arguments, message in CASES:
+        run = fake_drive.run("-v", *arguments)
+        assert run.returncode == 2 and message in run.stderr, run
+    assert not (fake_drive.state / "log").exists()  # no tool has run
+
+
+def test_misuse_as_json(kestrova):
+    run = kestrova("--json", "table", 'a"\\\n\x01\u00e9')
+    assert run.returncode == 2
+    assert json.loads(run.stdout) == {
+        "error": "table: unexpected argument 'a\"\\\\x0a\\x01\u00e9'"}
+
+
+def test_bytes_that_are_no_text(kestrova):
+    run = kestrova("--json", "table", b"\xff\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80", text=False,
+                   input=b"")
+    assert run.returncode == 2
+    assert run.stdout.isascii()
+    assert json.loads(run.stdout)["error"].endswith(
+        r"'\xff\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80'")
