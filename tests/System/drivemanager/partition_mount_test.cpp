@@ -10,16 +10,18 @@
 #include <cerrno>
 
 #include "System/drivemanager/partition.h"
-#include "tests/support/capture.h"
+#include "tests/System/drivemanager/partitionrun.h"
 #include "tests/support/failingcalls.h"
 #include "tests/support/outputlevel.h"
 #include "tests/support/sandbox.h"
 
 using failingcalls::Call;
 using tests::inSandbox;
+using tests::makePartition;
+using tests::Outcome;
+using tests::outcomeOf;
 using tests::Role;
 using tests::Sandbox;
-using tests::ToolRun;
 
 namespace {
 
@@ -27,28 +29,11 @@ using Arguments = std::vector<std::string>;
 
 const char kTrying[] = "Trying to mount fs /dev/sda1 on /dvr\n";
 
-void makePartition(sysPartition& partition) {
-    tests::writeFile("/dev/sda1", "");
-    ASSERT_TRUE(partition.init("/dev/sda1", 1, 0));
-}
-
 /// Mounts it on /dvr with the help of the stub.
 void mountOnDvr(Sandbox& box, sysPartition& partition) {
     const tests::OutputLevel level(0);
     box.expect(Role({"/bin/mount", "-t", "xfs", "/dev/sda1", "/dvr"}).mount("/dev/sda1", "/dvr"));
     ASSERT_TRUE(partition.xfs_mount("/dvr", nullptr));
-}
-
-struct Outcome {
-    bool mDone;
-    std::string mOutput;
-    std::string mErrors;
-};
-
-Outcome capture(const std::function<bool()>& operation) {
-    const tests::Capture capture;
-    const bool done = operation();
-    return {done, capture.output(), capture.errors()};
 }
 
 }  // namespace
@@ -116,7 +101,7 @@ TEST(PartitionMount, LogsTheAttemptAndKnowsTheDirectoryAtOnce) {
         makePartition(partition);
         box.expect(
             Role({"/bin/mount", "-t", "xfs", "/dev/sda1", "/dvr"}).mount("/dev/sda1", "/dvr"));
-        const Outcome outcome = capture([&] { return partition.xfs_mount("/dvr", ""); });
+        const Outcome outcome = outcomeOf([&] { return partition.xfs_mount("/dvr", ""); });
         EXPECT_TRUE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput, kTrying);
         EXPECT_EQ(outcome.mErrors, "");
@@ -132,7 +117,7 @@ TEST(PartitionMount, AlreadyThereRunsNothing) {
         sysPartition partition;
         makePartition(partition);
         mountOnDvr(box, partition);
-        const Outcome outcome = capture([&] { return partition.ext3_mount("/dvr", "ro"); });
+        const Outcome outcome = outcomeOf([&] { return partition.ext3_mount("/dvr", "ro"); });
         EXPECT_TRUE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput, kTrying);
         EXPECT_EQ(box.runs().size(), 1U);
@@ -159,7 +144,7 @@ TEST(PartitionMount, ElsewhereAndBusyFailsWithoutACommand) {
         makePartition(partition);
         mountOnDvr(box, partition);
         const int busy = ::open("/dvr", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        const Outcome outcome = capture([&] { return partition.xfs_mount("/other", ""); });
+        const Outcome outcome = outcomeOf([&] { return partition.xfs_mount("/other", ""); });
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput, "Trying to mount fs /dev/sda1 on /other\n");
         EXPECT_EQ(outcome.mErrors, "Umount failure: Device or resource busy\n");
@@ -175,14 +160,14 @@ TEST(PartitionMount, FailureTellsTheRawStatus) {
         makePartition(partition);
         box.expect(Role({"/bin/mount", "-t", "xfs", "/dev/sda1", "/dvr"}).exit(32));
         errno = 0;
-        Outcome outcome = capture([&] { return partition.xfs_mount("/dvr", ""); });
+        Outcome outcome = outcomeOf([&] { return partition.xfs_mount("/dvr", ""); });
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput, std::string(kTrying) + "Mount failed with code 8192\n");
         EXPECT_EQ(outcome.mErrors.rfind("Mount Failure: ", 0), 0U) << outcome.mErrors;
         EXPECT_EQ(partition.mountpoint(), nullptr);
 
         box.removeTool("/bin/mount");
-        outcome = capture([&] { return partition.xfs_mount("/dvr", ""); });
+        outcome = outcomeOf([&] { return partition.xfs_mount("/dvr", ""); });
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput, std::string(kTrying) + "Mount failed with code 32512\n");
     });
@@ -195,7 +180,7 @@ TEST(PartitionMount, FailureLeavesTheKnownDirectory) {
         mountOnDvr(box, partition);
         box.replaceMounts("");
         box.expect(Role({"/bin/mount", "-t", "xfs", "/dev/sda1", "/other"}).exit(1));
-        EXPECT_FALSE(capture([&] { return partition.xfs_mount("/other", ""); }).mDone);
+        EXPECT_FALSE(outcomeOf([&] { return partition.xfs_mount("/other", ""); }).mDone);
         EXPECT_STREQ(partition.mountpoint(), "/dvr");
     });
 }
@@ -206,7 +191,7 @@ TEST(PartitionMount, WithoutAShellTheReasonIsTold) {
         makePartition(partition);
         const failingcalls::Scope scope;
         failingcalls::fail(Call::eSystem, EAGAIN);
-        const Outcome outcome = capture([&] { return partition.xfs_mount("/dvr", ""); });
+        const Outcome outcome = outcomeOf([&] { return partition.xfs_mount("/dvr", ""); });
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput, std::string(kTrying) + "Mount failed with code -1\n");
         EXPECT_EQ(outcome.mErrors, "Mount Failure: Resource temporarily unavailable\n");
@@ -225,7 +210,7 @@ TEST(PartitionUnmount, OfWhatIsNotMountedFails) {
     inSandbox([](Sandbox&) {
         sysPartition partition;
         makePartition(partition);
-        const Outcome outcome = capture([&] { return partition.unmount(); });
+        const Outcome outcome = outcomeOf([&] { return partition.unmount(); });
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput, "File system is not mounted\n");
         EXPECT_EQ(outcome.mErrors, "");
@@ -237,7 +222,7 @@ TEST(PartitionUnmount, ForgetsTheDirectory) {
         sysPartition partition;
         makePartition(partition);
         mountOnDvr(box, partition);
-        const Outcome outcome = capture([&] { return partition.unmount(); });
+        const Outcome outcome = outcomeOf([&] { return partition.unmount(); });
         EXPECT_TRUE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput + outcome.mErrors, "");
         EXPECT_EQ(partition.mountpoint(), nullptr);
@@ -252,7 +237,7 @@ TEST(PartitionUnmount, WhileAFileIsOpenFails) {
         makePartition(partition);
         mountOnDvr(box, partition);
         const int busy = ::open("/dvr/file", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        const Outcome outcome = capture([&] { return partition.unmount(); });
+        const Outcome outcome = outcomeOf([&] { return partition.unmount(); });
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mErrors, "Umount failure: Device or resource busy\n");
         EXPECT_STREQ(partition.mountpoint(), "/dvr");
@@ -268,7 +253,7 @@ TEST(PartitionUnmount, TellsWhyTheKernelRefuses) {
         mountOnDvr(box, partition);
         const failingcalls::Scope scope;
         failingcalls::fail(Call::eUmount, EPERM);
-        const Outcome outcome = capture([&] { return partition.unmount(); });
+        const Outcome outcome = outcomeOf([&] { return partition.unmount(); });
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mErrors, "Umount failure: Operation not permitted\n");
         EXPECT_STREQ(partition.mountpoint(), "/dvr");

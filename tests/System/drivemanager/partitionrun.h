@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+//
+// What the tests of the long-running operations share.
+#ifndef KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_PARTITIONRUN_H
+#define KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_PARTITIONRUN_H
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <climits>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "System/drivemanager/partition.h"
+#include "tests/support/capture.h"
+#include "tests/support/sandbox.h"
+
+namespace tests {
+
+/// A partition object of "/dev/sda1", which is an empty file.
+inline void makePartition(sysPartition& partition) {
+    writeFile("/dev/sda1", "");
+    ASSERT_TRUE(partition.init("/dev/sda1", 1, 0));
+}
+
+/// A partition operation's result and what it wrote.
+struct Outcome {
+    bool mDone;
+    std::string mOutput;
+    std::string mErrors;
+};
+
+template <class Operation>
+Outcome outcomeOf(Operation operation) {
+    const Capture capture;
+    const bool done = operation();
+    return {done, capture.output(), capture.errors()};
+}
+
+/// An operation on a thread of its own. Ends with the scope, so let what it waits for go on first.
+class Background {
+public:
+    template <class Operation>
+    explicit Background(Operation operation)
+        : mThread([this, operation] {
+              mKernelThread = ::gettid();
+              mResult = operation();
+          }) {}
+    ~Background() {
+        if (mThread.joinable()) {
+            mThread.join();
+        }
+    }
+    bool result() {
+        mThread.join();
+        return mResult;
+    }
+    pthread_t handle() { return mThread.native_handle(); }
+    /// True while the thread sleeps in the kernel.
+    bool sleeps() const {
+        const std::string path =
+            "/proc/self/task/" + std::to_string(mKernelThread.load()) + "/stat";
+        const std::string text = readFile(path);
+        return text.find(") S ") != std::string::npos;
+    }
+
+private:
+    std::atomic<pid_t> mKernelThread{0};
+    bool mResult = false;
+    std::thread mThread;
+};
+
+/// What a descriptor of this process is, as a stub records it.
+inline std::string descriptorText(int number) {
+    char target[PATH_MAX];
+    const std::string path = "/proc/self/fd/" + std::to_string(number);
+    const ssize_t length = ::readlink(path.c_str(), target, sizeof(target));
+    const char* const modes[] = {" r", " w", " rw"};
+    return length < 0 ? ""
+                      : std::string(target, static_cast<std::size_t>(length)) +
+                            modes[::fcntl(number, F_GETFL) & O_ACCMODE];
+}
+
+/// The number that the next descriptor gets: the same again when nothing was left open.
+inline int nextDescriptor() {
+    const int next = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    (void)::close(next);
+    return next;
+}
+
+inline bool hasChildren() {
+    return ::waitpid(-1, nullptr, WNOHANG) >= 0;
+}
+
+/// Waits until the only child has ended and tells how, without taking the notice away.
+inline siginfo_t endOfChild() {
+    siginfo_t end = {};
+    EXPECT_EQ(::waitid(P_ALL, 0, &end, WEXITED | WNOWAIT), 0);
+    return end;
+}
+
+inline std::vector<std::string> ownEnvironment() {
+    std::vector<std::string> texts;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        texts.emplace_back(*entry);
+    }
+    return texts;
+}
+
+}  // namespace tests
+
+#endif
