@@ -3,10 +3,12 @@
 """Boots the box for a person: with a shell on the terminal, or to run one command."""
 
 import argparse
+import contextlib
 import pathlib
 import re
 import subprocess
 import sys
+import termios
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 
@@ -100,6 +102,19 @@ def run_command(box, command, data, timeout):
     return status
 
 
+@contextlib.contextmanager
+def terminal_kept():
+    """Gives the terminal back as it was, however the box that works on it ends."""
+    if not sys.stdin.isatty():
+        yield
+        return
+    state = termios.tcgetattr(sys.stdin)
+    try:
+        yield
+    finally:
+        termios.tcsetattr(sys.stdin, termios.TCSADRAIN, state)
+
+
 def main():
     """Returns the exit status."""
     options = arguments()
@@ -107,10 +122,11 @@ def main():
     interactive = not options.command
     data = sys.stdin.buffer.read() if options.stdin else b""
     try:
-        with Box(disks=disks(options), cpu=options.cpu, memory=options.memory, files=files,
-                 interactive=interactive) as box:
+        with terminal_kept(), Box(
+                disks=disks(options), cpu=options.cpu, memory=options.memory, files=files,
+                interactive=interactive) as box:
             if interactive:
-                return box.wait_end()
+                return box.wait_end()  # a person takes the time that it takes
             return run_command(box, options.command, data, options.timeout)
     except (BoxError, subprocess.CalledProcessError) as error:
         print(f"script/box: {error}", file=sys.stderr)
