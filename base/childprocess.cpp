@@ -11,11 +11,14 @@
 
 namespace base {
 
+bool passedOn(int descriptor) {
+    const int flags = ::fcntl(descriptor, F_GETFD);
+    return flags >= 0 && (flags & FD_CLOEXEC) == 0;
+}
+
 void fillStandardStreams() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        // One that closes on exec is some other file that has taken the number.
-        const int flags = ::fcntl(descriptor, F_GETFD);
-        if (flags >= 0 && (flags & FD_CLOEXEC) == 0) {
+        if (passedOn(descriptor)) {
             continue;
         }
         const int null = ::open("/dev/null", O_RDWR);

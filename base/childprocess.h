@@ -6,6 +6,10 @@
 
 namespace base {
 
+/// True when a program executed from here finds the descriptor open. One that closes on exec is
+/// some other file that has taken the number.
+bool passedOn(int descriptor);
+
 /// Opens /dev/null on each of descriptors 0, 1 and 2 that the program would find closed, so that
 /// the first file it opens does not become its standard error.
 void fillStandardStreams();

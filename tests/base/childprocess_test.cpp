@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: MIT
+//
+// What a child does before it executes, and commands of the shell.
+#include "base/childprocess.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "base/shell.h"
+#include "tests/base/childview.h"
+#include "tests/support/capture.h"
+#include "tests/support/failingcalls.h"
+#include "tests/support/inchild.h"
+#include "tests/support/tempdir.h"
+
+namespace {
+
+using tests::Capture;
+using tests::ChildView;
+using tests::Findings;
+using tests::inChild;
+using tests::TempDir;
+
+bool isNull(int descriptor) {
+    struct stat status = {};
+    struct stat null = {};
+    return ::fstat(descriptor, &status) == 0 && ::stat("/dev/null", &null) == 0 &&
+           status.st_rdev == null.st_rdev && S_ISCHR(status.st_mode);
+}
+
+void closeThose(int mask) {
+    for (int number = 0; number < 3; ++number) {
+        if ((mask & 1 << number) != 0) {
+            (void)::close(number);
+        }
+    }
+}
+
+class StandardStreamsTest : public testing::TestWithParam<int> {};
+
+TEST_P(StandardStreamsTest, MissingOnesBecomeTheNullDeviceAndOthersStay) {
+    const TempDir directory;
+    const std::string path = directory.write("file", "");
+    EXPECT_EQ("", inChild([&path] {
+                  Findings findings;
+                  const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+                  for (int number = 0; number < 3; ++number) {
+                      (void)::dup2(file, number);
+                  }
+                  closeThose(GetParam());
+                  const int lowest = ::dup(file);
+                  (void)::close(lowest);
+                  base::fillStandardStreams();
+                  for (int number = 0; number < 3; ++number) {
+                      const bool closed = (GetParam() & 1 << number) != 0;
+                      findings.expect(isNull(number) == closed, "what is on it");
+                      findings.expect(::fcntl(number, F_GETFD) == 0, "open for the program");
+                      findings.expect((::fcntl(number, F_GETFL) & O_ACCMODE) == O_RDWR, "mode");
+                  }
+                  const int next = ::dup(file);
+                  findings.expect(next > 2 && (lowest < 3 || next == lowest), "nothing else");
+                  return findings.text();
+              }));
+}
+
+// Such a file is not the program's: it would find the number closed.
+TEST_P(StandardStreamsTest, OnesThatCloseOnExecAreReplacedToo) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  const int file = ::open("/proc/self/comm", O_RDWR | O_CLOEXEC);
+                  for (int number = 0; number < 3; ++number) {
+                      if ((GetParam() & 1 << number) != 0) {
+                          (void)::dup3(file, number, O_CLOEXEC);
+                      }
+                  }
+                  base::fillStandardStreams();
+                  for (int number = 0; number < 3; ++number) {
+                      findings.expect(::fcntl(number, F_GETFD) == 0, "open for the program");
+                      findings.expect((GetParam() & 1 << number) == 0 || isNull(number), "null");
+                  }
+                  return findings.text();
+              }));
+}
+
+// The shell's command sees the same, however the caller's streams are.
+TEST_P(StandardStreamsTest, ShellCommandsHaveAllThree) {
+    const TempDir directory;
+    const std::string report = directory.path("report");
+    EXPECT_EQ("", inChild([&report] {
+                  closeThose(GetParam());
+                  const int status = base::runShell(KESTROVA_CHILDVIEW " " + report);
+                  return status == 0 ? "" : "status";
+              }));
+    const ChildView view(report);
+    EXPECT_EQ("0 1 2", view.numbers());
+    for (int number = 0; number < 3; ++number) {
+        if ((GetParam() & 1 << number) != 0) {
+            EXPECT_EQ("/dev/null rw", view.on(number));
+        }
+    }
+}
+
+TEST_P(StandardStreamsTest, ShellCommandsHaveAllThreeWhereOthersTookTheNumbers) {
+    const TempDir directory;
+    const std::string report = directory.path("report");
+    EXPECT_EQ("", inChild([&report] {
+                  const int file = ::open("/proc/self/comm", O_RDWR | O_CLOEXEC);
+                  for (int number = 0; number < 3; ++number) {
+                      if ((GetParam() & 1 << number) != 0) {
+                          (void)::dup3(file, number, O_CLOEXEC);
+                      }
+                  }
+                  const int status = base::runShell(KESTROVA_CHILDVIEW " " + report);
+                  return status == 0 ? "" : "status";
+              }));
+    EXPECT_EQ("0 1 2", ChildView(report).numbers());
+}
+
+INSTANTIATE_TEST_SUITE_P(Combinations, StandardStreamsTest, testing::Range(0, 8));
+
+TEST(ShellTest, GivesTheRawStatus) {
+    const Capture capture;
+    EXPECT_EQ(0, base::runShell("true"));
+    const int exited = base::runShell("exit 3");
+    EXPECT_EQ(3, WEXITSTATUS(exited));
+    const int absent = base::runShell("/nowhere/at/all");
+    EXPECT_EQ(127, WEXITSTATUS(absent));
+    const int killed = base::runShell("kill -9 $$");
+    EXPECT_TRUE(WIFSIGNALED(killed));
+    EXPECT_EQ(0, base::runShell("echo to the output"));
+    EXPECT_EQ("to the output\n", capture.output());
+}
+
+TEST(ShellTest, TellsWhenThereCanBeNoShell) {
+    const failingcalls::Scope calls;
+    failingcalls::fail(failingcalls::Call::eSystem, EAGAIN);
+    EXPECT_EQ(-1, base::runShell("true"));
+    EXPECT_EQ(EAGAIN, errno);
+}
+
+TEST(ReportInChildTest, IsPerrorWithoutStdio) {
+    for (const int error : {ENOENT, EACCES, E2BIG, ENOEXEC}) {
+        const Capture capture;
+        errno = error;
+        base::reportInChild("Error spawning");
+        const std::string ours = capture.errors();
+        errno = error;
+        ::perror("Error spawning");
+        EXPECT_EQ(ours + ours, capture.errors());
+    }
+    const Capture capture;
+    errno = 99999;
+    base::reportInChild("odd");
+    EXPECT_EQ("odd: Unknown error\n", capture.errors());
+}
+
+}  // namespace
