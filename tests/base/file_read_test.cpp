@@ -128,7 +128,7 @@ TEST_P(FileReadFailureTest, LeavesTheStringAndTellsWhy) {
 INSTANTIATE_TEST_SUITE_P(Paths, FileReadFailureTest,
                          testing::Values(FailureCase{"Absent", "/nowhere/at/all", ENOENT},
                                          FailureCase{"Directory", "/proc", EISDIR},
-                                                              FailureCase{"BelowAFile", "/dev/null/x", ENOTDIR},
+                                         FailureCase{"BelowAFile", "/dev/null/x", ENOTDIR},
                                          // Memory at address 0 is not there.
                                          FailureCase{"ReadError", "/proc/self/mem", EIO}),
                          [](const auto& failure) { return failure.param.mName; });

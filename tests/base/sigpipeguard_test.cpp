@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "base/sigpipeguard.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <string>
+
+#include "base/cancelguard.h"
+#include "base/descriptor.h"
+#include "tests/support/inchild.h"
+
+namespace {
+
+using base::SigpipeGuard;
+using tests::Findings;
+using tests::inChild;
+
+/// A write to a pipe that nobody reads; true when it failed as it should.
+bool writeToBrokenPipe() {
+    base::Pipe pipe;
+    if (!pipe.open()) {
+        return false;
+    }
+    pipe.mRead.reset();
+    errno = 0;
+    return ::write(pipe.mWrite.get(), "x", 1) == -1 && errno == EPIPE;
+}
+
+bool isPending() {
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+}
+
+bool isBlocked() {
+    sigset_t mask;
+    return pthread_sigmask(SIG_SETMASK, nullptr, &mask) == 0 && sigismember(&mask, SIGPIPE) == 1;
+}
+
+void block() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+volatile sig_atomic_t delivered = 0;
+
+void count(int /*signal*/) {
+    ++delivered;
+}
+
+// Each in a process of its own, because without the guard the first write ends it.
+TEST(SigpipeGuardTest, WriteOnlyFails) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  (void)::signal(SIGPIPE, SIG_DFL);
+                  {
+                      const SigpipeGuard guard;
+                      findings.expect(isBlocked(), "blocked inside");
+                      findings.expect(writeToBrokenPipe(), "EPIPE");
+                      findings.expect(writeToBrokenPipe(), "EPIPE again");
+                  }
+                  findings.expect(!isPending(), "taken back");
+                  findings.expect(!isBlocked(), "mask as before");
+                  return findings.text();
+              }));
+    EXPECT_EQ("signal " + std::to_string(SIGPIPE), inChild([] {
+                  (void)::signal(SIGPIPE, SIG_DFL);
+                  { const SigpipeGuard guard; }
+                  (void)writeToBrokenPipe();
+                  return "survived";
+              }));
+}
+
+TEST(SigpipeGuardTest, HandlerOfTheApplicationIsNotCalled) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  (void)::signal(SIGPIPE, count);
+                  {
+                      const SigpipeGuard guard;
+                      findings.expect(writeToBrokenPipe(), "EPIPE");
+                  }
+                  findings.expect(delivered == 0, "none delivered");
+                  (void)writeToBrokenPipe();
+                  findings.expect(delivered == 1, "handler still there");
+                  return findings.text();
+              }));
+}
+
+TEST(SigpipeGuardTest, OneThatWasPendingStaysPending) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  (void)::signal(SIGPIPE, SIG_DFL);
+                  block();
+                  (void)::raise(SIGPIPE);
+                  {
+                      const SigpipeGuard guard;
+                      findings.expect(writeToBrokenPipe(), "EPIPE");
+                  }
+                  findings.expect(isPending(), "still pending");
+                  findings.expect(isBlocked(), "still blocked");
+                  return findings.text();
+              }));
+}
+
+TEST(SigpipeGuardTest, OnePendingForTheProcessStaysPendingToo) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  block();
+                  (void)::kill(::getpid(), SIGPIPE);
+                  {
+                      const SigpipeGuard guard;
+                      findings.expect(writeToBrokenPipe(), "EPIPE");
+                  }
+                  findings.expect(isPending(), "still pending");
+                  return findings.text();
+              }));
+}
+
+TEST(SigpipeGuardTest, ThreadThatBlocksItAlreadyGetsNothingPending) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  block();
+                  {
+                      const SigpipeGuard guard;
+                      findings.expect(writeToBrokenPipe(), "EPIPE");
+                  }
+                  findings.expect(!isPending(), "taken back");
+                  findings.expect(isBlocked(), "still blocked");
+                  return findings.text();
+              }));
+}
+
+TEST(SigpipeGuardTest, IgnoredSignalStaysIgnored) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  (void)::signal(SIGPIPE, SIG_IGN);
+                  {
+                      const SigpipeGuard guard;
+                      findings.expect(writeToBrokenPipe(), "EPIPE");
+                  }
+                  findings.expect(!isPending() && !isBlocked(), "as before");
+                  findings.expect(writeToBrokenPipe(), "still ignored");
+                  return findings.text();
+              }));
+}
+
+TEST(SigpipeGuardTest, Nests) {
+    EXPECT_EQ("", inChild([] {
+                  Findings findings;
+                  (void)::signal(SIGPIPE, SIG_DFL);
+                  {
+                      const SigpipeGuard outer;
+                      findings.expect(writeToBrokenPipe(), "EPIPE");
+                      {
+                          const SigpipeGuard inner;
+                          findings.expect(writeToBrokenPipe(), "EPIPE inside");
+                      }
+                      findings.expect(isBlocked(), "outer still holds");
+                  }
+                  findings.expect(!isPending() && !isBlocked(), "as before");
+                  return findings.text();
+              }));
+}
+
+TEST(SigpipeGuardTest, RestoresTheWholeMask) {
+    sigset_t before;
+    sigset_t after;
+    std::memset(&before, 0, sizeof(before));
+    std::memset(&after, 0, sizeof(after));
+    ASSERT_EQ(0, pthread_sigmask(SIG_SETMASK, nullptr, &before));
+    { const SigpipeGuard guard; }
+    ASSERT_EQ(0, pthread_sigmask(SIG_SETMASK, nullptr, &after));
+    for (int signal = 1; signal < SIGRTMIN; ++signal) {
+        EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << signal;
+    }
+}
+
+TEST(SigpipeGuardTest, KeepsErrno) {
+    EXPECT_EQ("", inChild([] {
+                  (void)::signal(SIGPIPE, SIG_DFL);
+                  {
+                      const SigpipeGuard guard;
+                      (void)writeToBrokenPipe();
+                      errno = ENOTTY;
+                  }
+                  return errno == ENOTTY ? "" : "errno";
+              }));
+}
+
+int cancelState() {
+    int state = 0;
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+    (void)pthread_setcancelstate(state, nullptr);
+    return state;
+}
+
+TEST(CancelGuardTest, DisablesForAScopeAndNests) {
+    EXPECT_EQ(PTHREAD_CANCEL_ENABLE, cancelState());
+    {
+        const base::CancelGuard outer;
+        EXPECT_EQ(PTHREAD_CANCEL_DISABLE, cancelState());
+        { const base::CancelGuard inner; }
+        EXPECT_EQ(PTHREAD_CANCEL_DISABLE, cancelState());
+    }
+    EXPECT_EQ(PTHREAD_CANCEL_ENABLE, cancelState());
+}
+
+}  // namespace
