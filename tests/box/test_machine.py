@@ -303,6 +303,8 @@ HOLDER = textwrap.dedent("""
     sys.path.insert(0, sys.argv[1])
     from box.machine import Box
     with Box(disks=[]) as box:
+        # a box that hangs: one that runs powers off when its host has gone
+        box.stop()
         print(box.pid, box._workspace.path, flush=True)
         sys.stdin.read()
         raise RuntimeError("unwinds")
@@ -325,7 +327,10 @@ def wait_gone(pid):
     except ProcessLookupError:
         return
     with os.fdopen(descriptor) as watched:
-        assert select.select([watched], [], [], 10)[0], f"QEMU ({pid}) was left running"
+        gone = select.select([watched], [], [], 10)[0]
+        if not gone:
+            os.kill(pid, signal.SIGKILL)
+        assert gone, f"QEMU ({pid}) was left running"
 
 
 @pytest.mark.parametrize("end", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP, "exception"])
