@@ -22,9 +22,11 @@ inline const int kInheritedStayHere = ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC)
 struct ChildView {
     explicit ChildView(const std::string& report) {
         std::ifstream file(report);
-        std::string key;
-        std::string value;
-        while (file >> key && std::getline(file >> std::ws, value)) {
+        std::string line;
+        while (std::getline(file, line)) {
+            const std::size_t end = line.find_first_of(" \t");
+            const std::string key = line.substr(0, end);
+            const std::string value = end < line.size() ? line.substr(end + 1) : "";
             if (key == "descriptor") {
                 const std::size_t blank = value.find(' ');
                 mDescriptors[std::stoi(value)] = value.substr(blank + 1);
