@@ -1,0 +1,125 @@
+# SPDX-License-Identifier: MIT
+"""The command kestrova on a true drive."""
+
+import json
+
+import pytest
+
+from box.hardware import MIB, Disk
+from box.machine import Box, product_files
+from driveprobe import BUILD, throttle
+
+
+@pytest.fixture(scope="module")
+def box(box_image):
+    if not (BUILD / "kestrova").exists():
+        pytest.skip(f"{BUILD / 'kestrova'} is not built")
+    with Box(disks=[Disk(size=1024 * MIB, model="COMMANDED", serial="C-1")],
+             files=product_files(BUILD)) as running:
+        yield running
+
+
+def kestrova(box, *words):
+    """Runs the command and returns its JSON answers; it has to succeed."""
+    return [json.loads(line) for line in
+            box.check(["kestrova", "--json", *words]).splitlines()]
+
+
+@pytest.fixture
+def ready(box):
+    """A formatted drive that is not mounted."""
+    if kestrova(box, "drive", "status")[0]["status"] != "ready":
+        kestrova(box, "drive", "partition", "400", "rest", "--yes")
+        kestrova(box, "drive", "format", "--yes")
+
+
+def test_a_bare_disk(box):
+    info = kestrova(box, "drive", "info")[0]
+    assert (info["model"], info["serial"], info["capacity"]) == ("COMMANDED", "C-1", 1024 * MIB)
+    assert info["status"] == "not-formatted" and info["partitions"] == []
+    assert box.run("kestrova drive start").status == 1
+
+
+@pytest.mark.parametrize("words", ["drive partition 100", "drive format",
+                                   "drive partition rest 100 --yes", "drive partition 0 --yes"])
+def test_refusals_touch_nothing(box, words):
+    before = box.check("head -c 1048576 /dev/sda | sha256sum")
+    result = box.run(f"kestrova {words}")
+    assert result.status == 2 and result.stdout == b""
+    assert result.stderr.startswith(b"kestrova: ")
+    assert box.check("head -c 1048576 /dev/sda | sha256sum") == before
+
+
+def test_partition_format_start_stop(box):
+    answer = kestrova(box, "drive", "partition", "400", "rest", "--yes")[0]
+    assert [part["capacity"] // MIB for part in answer["partitions"]] == [400, 623]
+    answer = kestrova(box, "drive", "format", "--yes")[0]
+    assert answer["status"] == "ready"
+    assert {"status": "formatting", "progress": 90} in answer["changes"]
+    script = "drive start; drive info; drive stop; drive info"
+    start, started, stop, stopped = kestrova(box, "shell", "-e", script)
+    assert (start["status"], stop["status"]) == ("started", "ready")
+    for info, where in ((started, ["/dvr", "/dvr/data"]), (stopped, [None, None])):
+        assert [(part["label"], part["mountpoint"]) for part in info["partitions"]] == list(
+            zip(["DVRStorage", "DVRData"], where))
+    assert box.run("grep -q ^/dev/sda /proc/mounts").status == 1
+
+
+def test_a_start_outlives_its_process_until_the_next(box, ready):
+    kestrova(box, "drive", "start")
+    assert box.check("grep -c ^/dev/sda /proc/mounts") == "2"
+    assert kestrova(box, "drive", "status")[0]["status"] == "ready"
+    assert box.run("grep -q ^/dev/sda /proc/mounts").status == 1
+
+
+def test_minimal_leaves_the_drive_alone(box, ready):
+    kestrova(box, "drive", "start")
+    kestrova(box, "--minimal", "table")
+    result = box.run("kestrova --minimal drive status")
+    assert result.status == 1 and result.stderr
+    assert box.check("grep -c ^/dev/sda /proc/mounts") == "2"
+    kestrova(box, "drive", "status")
+
+
+def test_a_slow_format_is_followed_from_the_same_shell(box, ready):
+    disk = box.disks[0]
+    throttle(box, disk, 4)
+    job = box.start(["kestrova", "--json", "shell", "-e",
+                     "drive format --yes --no-wait; drive status; drive watch"])
+    box.check("until pidof mkfs.xfs; do usleep 10000; done")
+    throttle(box, disk, 0)
+    begun, status, watched = map(json.loads, job.wait().stdout.splitlines())
+    assert begun["status"] == status["status"] == "formatting"
+    assert watched["status"] == "ready"
+
+
+def test_a_tool_that_fails(box, ready):
+    box.check("mv /sbin/mkfs.xfs /sbin/mkfs.xfs.away")
+    result = box.run("kestrova --json drive format --yes")
+    box.check("mv /sbin/mkfs.xfs.away /sbin/mkfs.xfs")
+    assert result.status == 1
+    assert "storage" in json.loads(result.stdout)["error"]
+    assert b"Error spawning mkfs.xfs: No such file or directory" in result.stderr
+
+
+def test_check_of_ext3(box, ready):
+    box.check("mkfs.ext3 -q /dev/sda2")
+    assert kestrova(box, "drive", "check", "1")[0]["path"] == "/dev/sda2"
+    box.check(["debugfs", "-w", "-R", "ssv free_blocks_count 1", "/dev/sda2"])
+    box.check(["debugfs", "-w", "-R", "ssv state 2", "/dev/sda2"])
+    assert box.run("kestrova drive check 1").status == 1
+    kestrova(box, "drive", "check", "/dev/sda2")
+    assert box.run("kestrova drive check 0").status == 1  # XFS
+
+
+def test_standby(box, ready):
+    kestrova(box, "drive", "spin-down")
+    kestrova(box, "drive", "spin-up")
+
+
+def test_without_a_drive(box, ready):
+    box.check("echo 1 >/sys/block/sda/device/delete; until ! [ -e /dev/sda ]; do :; done")
+    result = box.run("kestrova -v drive status")
+    assert result.status == 1
+    assert b"No DVR Drive Detected\n" in result.stderr
+    assert b"no recording drive: /dev/sda" in result.stderr
