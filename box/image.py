@@ -170,33 +170,31 @@ def _inputs_key():
     return digest.hexdigest()
 
 
-def _build(initrd):
+def _build(folder):
+    """Writes what QEMU boots into a folder."""
     root = packages.fetch(BUILD)
     archive = Archive()
     _add_own_files(archive)
     _add_libraries(archive, root, [*_add_tools(archive, root), *_add_busybox(archive)])
     version = _add_modules(archive, root)
-    initrd.write_bytes(archive.bytes())
-    kernel = BUILD / "vmlinuz"
-    kernel.write_bytes((root / "boot" / f"vmlinuz-{version}").read_bytes())
-    return Image(kernel, initrd)
+    (folder / "base.cpio").write_bytes(archive.bytes())
+    (folder / "vmlinuz").write_bytes((root / "boot" / f"vmlinuz-{version}").read_bytes())
 
 
 def build():
     """Returns the box's Image, made anew only when what it is made of has changed."""
-    BUILD.mkdir(parents=True, exist_ok=True)
+    fresh, stamp, key = BUILD / "new", BUILD / "image.stamp", _inputs_key()
+    fresh.mkdir(parents=True, exist_ok=True)
     with open(BUILD / "lock", "w", encoding="ascii") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
-        initrd, stamp, key = BUILD / "base.cpio", BUILD / "image.stamp", _inputs_key()
-        if stamp.is_file() and stamp.read_text() == key:
-            return Image(BUILD / "vmlinuz", initrd)
-        stamp.unlink(missing_ok=True)
-        # a running box still reads the old file: write beside it, then rename
-        fresh = BUILD / "base.cpio.new"
-        image = _build(fresh)
-        os.replace(fresh, initrd)
-        stamp.write_text(key)
-        return Image(image.kernel, initrd)
+        if not stamp.is_file() or stamp.read_text() != key:
+            stamp.unlink(missing_ok=True)
+            _build(fresh)
+            # a box that starts meanwhile reads the old files whole
+            for path in fresh.iterdir():
+                os.replace(path, BUILD / path.name)
+            stamp.write_text(key)
+    return Image(BUILD / "vmlinuz", BUILD / "base.cpio")
 
 
 if __name__ == "__main__":

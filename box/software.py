@@ -7,12 +7,12 @@ works on the same image and its changes are lost with it.
 
 import fcntl
 import os
+import zlib
 
 from box import image
 from box.hardware import MIB, Disk
 from box.machine import Box
 
-IMAGE = image.BUILD / "software.img"
 SOFTWARE_MB = 64
 SIZE = 160 * MIB
 DEVICE = "/dev/disk/by-path/pci-0000:01:0e.0-scsi-0:0:0:0"
@@ -22,6 +22,8 @@ STEPS = [
     "mkfs.xfs -L data -f -l lazy-count=0 /dev/sda2",
     "sync",
 ]
+# another recipe is another image
+IMAGE = image.BUILD / f"software-{zlib.crc32(repr((SIZE, STEPS)).encode()):08x}.img"
 
 
 def _make(path):
