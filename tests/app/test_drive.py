@@ -59,13 +59,13 @@ def test_json_stays_clean_of_tools_and_log(fake_drive):
     assert "chatter of mount" in run.stderr and "Trying to mount" in run.stderr
 
 
-def test_tools_do_not_read_the_shells_commands(fake_drive):
+def test_tools_do_not_get_the_shells_input(fake_drive):
     fake_drive.formatted()
-    # A stand-in that would eat its standard input if it were the shell's.
     tool = fake_drive.state / "tools/hdparm"
-    tool.write_text(tool.read_text().replace("sys.exit(run(MATCH))", "sys.stdin.read()"))
-    run = fake_drive.run("shell", input="drive spin-up\ndrive status\n")
-    assert run.returncode == 0 and "Status:    ready" in run.stdout, run
+    tool.write_text(tool.read_text().replace(
+        "sys.exit(run(MATCH))", "sys.exit('input: ' + os.readlink('/proc/self/fd/0'))"))
+    run = fake_drive.run("shell", input="drive spin-up\n")
+    assert run.returncode == 0 and "input: /dev/null\n" in run.stderr, run
 
 
 def test_partition_without_terminal_or_yes_touches_nothing(fake_drive):
@@ -113,15 +113,19 @@ def test_failed_format(fake_drive):
 
 def test_failure_on_the_data_partition_does_not_end_the_format_early(fake_drive):
     fake_drive.table([256, 512])
+    release = fake_drive.hold("mkfs.xfs")
     # Fails on the data partition, and waits on the storage partition.
     tool = fake_drive.state / "tools/mkfs.xfs"
     tool.write_text(tool.read_text().replace(
         "sys.exit(run(MATCH))", "sys.exit(1 if 'DVRData' in LINE else run(MATCH))"))
-    run = fake_drive.run("--json", "drive", "format", "--yes")
-    assert run.returncode == 1
-    result = document(run)
-    assert "data partition could not be formatted" in result["error"]
-    assert result["status"] == "ready" and result["changes"][-1]["status"] == "ready"
+    format_run = fake_drive.start("drive", "format", "--yes")
+    lines = iter(format_run.stdout.readline, "")
+    assert any(line.startswith("format: error") for line in lines)
+    release()
+    assert list(lines) == ["format: ready 100 %\n"]
+    assert "data partition could not be formatted; the storage partition is ready" in (
+        format_run.stderr.read())
+    assert format_run.wait(60) == 1
     assert fake_drive.calls() == FORMAT
 
 

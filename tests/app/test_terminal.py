@@ -59,6 +59,10 @@ def test_ctrl_c_does_not_stop_a_format(fake_drive):
     terminal.expect(r"90 % formatting")
     terminal.type("\x03")
     terminal.expect(r"\nkestrova: the format can't be stopped, waiting for its end\n")
+    for _ in range(3):
+        terminal.type("\x03")
+        terminal.expect(r"the format can't be stopped")
+    assert terminal.text.count("90 %") == 1  # drawn at a change only
     release()
     terminal.expect("The drive is formatted")
     assert terminal.end() == 0
