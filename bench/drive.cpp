@@ -64,7 +64,7 @@ bench::Times measureExt3(int rounds, const char* path) {
 
 int main(int argc, char** argv) {
     const std::string what = argc > 2 ? argv[1] : "";
-    const int rounds = argc > 2 ? std::atoi(argv[2]) : 0;
+    const int rounds = argc > 2 ? static_cast<int>(std::strtol(argv[2], nullptr, 10)) : 0;
     if (rounds < 1 || argc != (what == "system" ? 3 : 4)) {
         (void)std::fprintf(stderr, "usage: %s system ROUNDS | xfs|ext3 ROUNDS PARTITION\n",
                            argv[0]);
