@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -38,11 +39,14 @@ public:
     MessageText(const MessageText&) = delete;
     MessageText& operator=(const MessageText&) = delete;
 
-    void append(const char* format, ...) __attribute__((format(printf, 2, 3))) {
-        va_list arguments;
-        va_start(arguments, format);
-        appendList(format, arguments);
-        va_end(arguments);
+    void append(const char* text) {
+        const std::size_t wanted = std::strlen(text);
+        if (wanted >= mCapacity - mLength) {
+            (void)grow(mLength + wanted + 1);
+        }
+        const std::size_t length = std::min(wanted, mCapacity - mLength - 1);
+        std::memcpy(mpText + mLength, text, length);
+        mLength += length;
     }
 
     void appendList(const char* format, va_list arguments) __attribute__((format(printf, 2, 0))) {
@@ -55,7 +59,7 @@ public:
             if (wanted >= mCapacity - mLength && grow(mLength + wanted + 1)) {
                 (void)kestrova_vsnprintf(mpText + mLength, mCapacity - mLength, format, again);
             }
-            mLength += wanted < mCapacity - mLength ? wanted : mCapacity - mLength - 1;
+            mLength += std::min(wanted, mCapacity - mLength - 1);
         }
         va_end(again);
     }
@@ -91,7 +95,9 @@ __attribute__((format(printf, 5, 0))) void printList(unsigned level, const char*
     }
     const base::ErrnoKeeper keeper;
     MessageText message;
-    message.append("%s%s%s", prefix1, prefix2, prefix3);
+    for (const char* const prefix : {prefix1, prefix2, prefix3}) {
+        message.append(prefix);
+    }
     message.appendList(format, arguments);
     message.print();
 }
@@ -156,6 +162,13 @@ void logMessage(unsigned level, const char* format, ...) {
     va_start(arguments, format);
     printList(level, "", "", "", format, arguments);
     va_end(arguments);
+}
+
+void logCharacter(unsigned level, char character) {
+    const PrintAccess access;
+    if (levelEnabled(level)) {
+        writeConsole(&character, 1);
+    }
 }
 
 void logMessageAt(const char* source, int line, unsigned level, const char* format, ...) {

@@ -73,6 +73,9 @@ private:
 /// Logs a message at a level.
 void logMessage(unsigned level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+/// Logs a single character at a level, as a message of its own.
+void logCharacter(unsigned level, char character);
+
 /// Logs a message at a level with its context line. `source` is the module's path below the source
 /// root without the file's ending, `line` is __LINE__ of the call.
 void logMessageAt(const char* source, int line, unsigned level, const char* format, ...)

@@ -8,7 +8,6 @@ exit status 1.
 """
 
 import argparse
-import contextlib
 import datetime
 import pathlib
 import platform
@@ -22,7 +21,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT))
 
 # The modules' path is set before on purpose.
-from box import hardware, image, packages  # noqa: E402
+from box import image, packages  # noqa: E402
 from box.agent import BoxError  # noqa: E402
 from box.hardware import MIB, Disk  # noqa: E402
 from box.machine import Box  # noqa: E402
@@ -135,23 +134,12 @@ def drive(box):
     return ratios
 
 
-@contextlib.contextmanager
-def steady_machine():
-    """Boxes that start meanwhile count instructions for their clock."""
-    usual = hardware.machine_arguments
-    hardware.machine_arguments = lambda *arguments: usual(*arguments) + CLOCK
-    try:
-        yield
-    finally:
-        hardware.machine_arguments = usual
-
-
 def in_box(build):
     """Everything that is measured in the virtual box."""
     programs = build.glob("bench/kestrova-bench-*")
     files = {path: f"/usr/bin/{path.name}" for path in programs}
     files[build / LIBRARY] = f"/usr/lib/{LIBRARY}"
-    with steady_machine(), Box(disks=[Disk(size=DRIVE_BYTES)], files=files) as box:
+    with Box(disks=[Disk(size=DRIVE_BYTES)], files=files, machine=CLOCK) as box:
         return memory(box) | drive(box)
 
 

@@ -60,6 +60,7 @@ class Box:
     serial_ports      0 to 3: ttyS1 and on; box.serial[0] is the socket of ttyS1
     network           hardware.NETWORK_*; 10.0.2.2 is the host's loopback
     interactive       a shell on the terminal instead of commands from the host
+    machine           further arguments for QEMU
 
     QEMU ends with the thread that entered, however that ends; so enter from a thread
     that lives on. One thread at a time, but jobs may be waited for by several.
@@ -67,11 +68,12 @@ class Box:
 
     def __init__(self, disks=None, cpu=hardware.DEFAULT_CPU, memory=256, files=None,
                  serial_ports=0, network=hardware.NETWORK_NONE, kernel_arguments="",
-                 interactive=False):
+                 interactive=False, machine=()):
         self.disks = [hardware.Disk()] if disks is None else list(disks)
         self._cpu, self._memory, self._network = cpu, memory, network
         self._files, self._kernel_arguments = files or {}, kernel_arguments
         self._interactive, self._serial_ports = interactive, serial_ports
+        self._machine = list(machine)
         self._workspace = self._process = self._agent = None
         self.serial, self.qmp = [], None
 
@@ -117,7 +119,7 @@ class Box:
                  self._kernel_arguments]
         command = hardware.machine_arguments(built, self._initrd(built), self._cpu,
                                              self._memory, " ".join(words).strip())
-        command += ["-chardev", console, "-serial", "chardev:con"]
+        command += [*self._machine, "-chardev", console, "-serial", "chardev:con"]
         for number in range(1, self._serial_ports + 1):
             mine, arguments = self._channel(theirs, f"s{number}", "-serial", f"chardev:s{number}")
             self.serial.append(mine)

@@ -62,6 +62,7 @@ set_target_properties(kestrova-objects PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
+target_compile_options(kestrova-objects PRIVATE -ffunction-sections -fdata-sections)
 target_link_libraries(kestrova-objects PRIVATE kestrova-compile Threads::Threads)
 
 add_library(kestrova-system SHARED $<TARGET_OBJECTS:kestrova-objects>)
@@ -76,7 +77,7 @@ target_include_directories(kestrova-system PUBLIC
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kestrova>)
 target_link_options(kestrova-system PRIVATE
   -Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/cmake/exports.map
-  -Wl,--no-undefined-version -Wl,-z,relro -Wl,-z,now -Wl,--as-needed)
+  -Wl,--no-undefined-version -Wl,-z,relro -Wl,-z,now -Wl,--as-needed -Wl,--gc-sections)
 target_link_libraries(kestrova-system PRIVATE Threads::Threads)
 
 add_library(kestrova-static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:kestrova-objects>)

@@ -58,7 +58,7 @@ bool sysPartition::xfs_format(const char* label) {
         // The end-of-file value that closes the output is passed on as well: readers of the log
         // know the byte 0xff as its end.
         character = base::readCharacter(tool.stream());
-        base::logMessage(1, "%c", character);
+        base::logCharacter(1, static_cast<char>(character));
     } while (character != EOF);
     return tool.finish() == 0;
 }
