@@ -25,10 +25,12 @@ Stream openForReading(const char* path) {
 }
 
 int readCharacter(std::FILE* stream) {
-    int character = std::getc(stream);
-    while (character == EOF && std::ferror(stream) != 0 && errno == EINTR) {
-        std::clearerr(stream);
-        character = std::getc(stream);
+    // Without the stream's lock, which would be held for as long as a tool prints nothing: the
+    // application's fflush(nullptr) would wait for it.
+    int character = ::getc_unlocked(stream);
+    while (character == EOF && ::ferror_unlocked(stream) != 0 && errno == EINTR) {
+        ::clearerr_unlocked(stream);
+        character = ::getc_unlocked(stream);
     }
     return character;
 }

@@ -20,7 +20,8 @@ using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 /// Opens a file for reading, close-on-exec, as openDescriptor() does; null on failure.
 Stream openForReading(const char* path);
 
-/// getc that goes on after an interruption. EOF at the end or on an error.
+/// getc that goes on after an interruption, on a stream that no other thread uses. EOF at the end
+/// or on an error.
 int readCharacter(std::FILE* stream);
 
 /// fgets that goes on after an interruption: reads up to size - 1 characters, up to and with a line

@@ -163,7 +163,7 @@ TEST(PartitionSize, GivesTheFiguresOfTheKnownDirectory) {
         EXPECT_EQ(partition.fsCapacity(), 4096000U);
         EXPECT_EQ(partition.fsFree(), 2457600U);
         EXPECT_EQ(partition.fsBlockSize(), 4096U);
-        EXPECT_EQ(failingcalls::count(Call::eFopen), 0);
+        EXPECT_EQ(failingcalls::count(Call::eOpen), 0);
 
         failingcalls::failAll(Call::eStatfs, EIO);
         EXPECT_EQ(partition.fsCapacity(), 0U);

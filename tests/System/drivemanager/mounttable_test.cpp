@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "System/drivemanager/partition.h"
+#include "tests/System/drivemanager/partitionrun.h"
 #include "tests/support/failingcalls.h"
 #include "tests/support/sandbox.h"
 
@@ -110,10 +111,12 @@ TEST(MountTable, ATableThatCannotBeOpenedHoldsNothing) {
         ASSERT_TRUE(partition.init("/dev/sda1", 1, 0));
         ASSERT_TRUE(partition.isMounted());
         const failingcalls::Scope scope;
-        failingcalls::failAll(Call::eFopen, EMFILE);
-        EXPECT_EQ(directoryOf("/dev/sda1"), "no: untouched");
-        EXPECT_FALSE(partition.isMounted());
-        EXPECT_STREQ(partition.mountpoint(), "/dvr");
+        for (const Call call : {Call::eOpen, Call::eFdopen}) {
+            failingcalls::failAll(call, EMFILE);
+            EXPECT_EQ(directoryOf("/dev/sda1"), "no: untouched");
+            EXPECT_FALSE(partition.isMounted());
+            EXPECT_STREQ(partition.mountpoint(), "/dvr");
+        }
     });
 }
 
@@ -138,12 +141,9 @@ TEST(IsMounted, FollowsTheTableAndForgetsNothing) {
 TEST(IsMounted, LeavesNoDescriptorBehind) {
     inSandbox([](Sandbox& box) {
         box.replaceMounts("/dev/sda1 /dvr xfs rw 0 0\n");
-        const int before = ::dup(0);
-        (void)::close(before);
+        const int before = tests::nextDescriptor();
         (void)directoryOf("/dev/sda1");
         (void)directoryOf("/dev/sda2");
-        const int after = ::dup(0);
-        (void)::close(after);
-        EXPECT_EQ(after, before);
+        EXPECT_EQ(tests::nextDescriptor(), before);
     });
 }

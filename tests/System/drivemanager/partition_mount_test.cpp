@@ -108,7 +108,7 @@ TEST(PartitionMount, LogsTheAttemptAndKnowsTheDirectoryAtOnce) {
         EXPECT_STREQ(partition.mountpoint(), "/dvr");
         const failingcalls::Scope scope;
         EXPECT_GT(partition.fsFree(), 0U);
-        EXPECT_EQ(failingcalls::count(Call::eFopen), 0);
+        EXPECT_EQ(failingcalls::count(Call::eOpen), 0);
     });
 }
 
