@@ -29,6 +29,8 @@ namespace tests {
 namespace {
 
 constexpr int kSkipped = 77;
+/// A body that hangs ends with everything that it started: a test never needs as long.
+constexpr unsigned kLongestSeconds = 240;
 
 void check(bool held, const std::string& what) {
     if (!held) {
@@ -151,6 +153,7 @@ int waitFor(pid_t child) {
 
 [[noreturn]] void runOutside(const std::function<void(Sandbox&)>& body) {
     (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    (void)::alarm(kLongestSeconds);
     if (!unshareAll()) {
         (void)std::fflush(nullptr);
         ::_exit(kSkipped);

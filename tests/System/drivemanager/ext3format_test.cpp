@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <mutex>
 
 #include "System/drivemanager/partition.h"
 #include "tests/System/drivemanager/partitionrun.h"
@@ -28,7 +29,9 @@ Role maker(const std::string& label) {
 class Watch {
 public:
     explicit Watch(const sysPartition& partition) : mPartition(partition) {}
+    /// Also from the thread that formats, where a call is about to be made.
     void note() {
+        const std::lock_guard<std::mutex> lock(mLock);
         const int value = mPartition.ext3_format_progress();
         if (mValues.empty() || mValues.back() != value) {
             mValues.push_back(value);
@@ -37,13 +40,15 @@ public:
     void until(int value) {
         EXPECT_TRUE(tests::eventually([&] {
             note();
-            return mValues.back() == value;
+            return mPartition.ext3_format_progress() == value;
         })) << value;
     }
+    /// When the operation has ended.
     const std::vector<int>& values() const { return mValues; }
 
 private:
     const sysPartition& mPartition;
+    std::mutex mLock;
     std::vector<int> mValues;
 };
 
