@@ -195,8 +195,17 @@ TEST(OpenTest, WithoutAnyNumberLeftItFails) {
               }));
 }
 
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kDescriptorRacesAreReported = true;
+#else
+constexpr bool kDescriptorRacesAreReported = false;
+#endif
+
 // Another thread prints all the time, to an output that is not there.
 TEST(OpenTest, NothingPrintedMeanwhileGetsIntoAFile) {
+    if (kDescriptorRacesAreReported) {
+        GTEST_SKIP() << "the sanitizer takes offence at the printer, which is the point of it";
+    }
     const TempDir directory;
     const std::string path = directory.path("file");
     EXPECT_EQ("", inChild([&path] {

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -236,6 +237,7 @@ INSTANTIATE_TEST_SUITE_P(Paths, Popen3RefusalTest,
                          [](const auto& refusal) { return refusal.param.mName; });
 
 TEST(Popen3Test, WithAHookTheChildEndsWith127InItsPlace) {
+    (void)std::fflush(stdout);  // a sanitizer writes it out at any exit, the child's too
     const char* arguments[] = {"/nowhere/at/all", nullptr};
     HookData data = {-1, 0};
     int out = -1;

@@ -73,8 +73,8 @@ std::string Capture::Stream::text() const {
 Capture::Capture() : mOutput(STDOUT_FILENO, "output"), mErrors(STDERR_FILENO, "errors") {}
 
 Capture::~Capture() {
-    // A failed check has told about itself in here.
-    if (testing::Test::HasFailure()) {
+    // A failed check, or a sanitizer, has told about itself in here.
+    if (testing::Test::HasFailure() || errors().find("Sanitizer") != std::string::npos) {
         mOutput.showAtEnd();
         mErrors.showAtEnd();
     }

@@ -52,18 +52,26 @@ void HookRecorder::onCall(std::function<void()> action) {
 }
 
 void HookRecorder::addAssertion() {
-    const std::lock_guard<std::mutex> lock(mLock);
-    ++mAssertions;
-    if (mAction) {
-        mAction();
+    std::function<void()> action;
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        ++mAssertions;
+        action = mAction;
+    }
+    if (action) {
+        action();
     }
 }
 
 void HookRecorder::addAttention(AttentionCall call) {
-    const std::lock_guard<std::mutex> lock(mLock);
-    mAttentions.push_back(std::move(call));
-    if (mAction) {
-        mAction();
+    std::function<void()> action;
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        mAttentions.push_back(std::move(call));
+        action = mAction;
+    }
+    if (action) {
+        action();
     }
 }
 
