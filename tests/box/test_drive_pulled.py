@@ -39,10 +39,12 @@ class Drive:
         assert said.strip() == "OK"
         self._box.qmp.command("device_add", driver="scsi-hd", bus="scsi0.0", drive=self.disk.name,
                               id=f"dev-{self.disk.name}", **{"scsi-id": 0, "lun": 0})
+        # a disk's node is there before it can be opened: its partitions come last
         self._box.check("""for host in /sys/class/scsi_host/*/scan; do
                                echo '0 0 0' >"$host"
                            done
-                           until [ -b /dev/sda ]; do usleep 10000; done""")
+                           until [ -b /dev/sda2 ] && blockdev --getsize64 /dev/sda
+                           do usleep 10000; done""")
 
 
 @pytest.fixture(scope="module")
