@@ -131,7 +131,7 @@ int main(int argc, char** argv) {
     std::size_t size = 0;
     for (ssize_t length; (length = ::getline(&line, &size, requests)) > 0;) {
         const std::string reply = run(commands, std::string(line, static_cast<size_t>(length) - 1));
-        (void)!::write(port, reply.data(), reply.size());
+        (void)!(::write(port, reply.data(), reply.size()) > 0);
     }
     return 0;
 }
