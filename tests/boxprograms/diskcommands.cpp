@@ -42,8 +42,9 @@ std::string text(const char* value) {
 
 Words describe(const sysPartition& partition) {
     static const char* const names[] = {"unknown", "ext3", "xfs"};
-    return {partition.path(), std::to_string(partition.capacity()), std::to_string(partition.type()),
-            names[partition.fileSystemType()], text(partition.label())};
+    return {partition.path(), std::to_string(partition.capacity()),
+            std::to_string(partition.type()), names[partition.fileSystemType()],
+            text(partition.label())};
 }
 
 /// Runs an operation on a thread of its own; the answer is its result and after it each progress
