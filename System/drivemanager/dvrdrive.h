@@ -57,7 +57,10 @@ public:
     /// the worker runs, status eStFormatting; it ends in eStReady when the storage partition was
     /// formatted, else in eStError. False from eStNone, eStFormatting, eStStarting and eStStarted,
     /// and when there can be no thread; the status stays eStFormatting then until init() or shut().
-    /// All data of the two partitions are lost. Labels and types that init() read do not change.
+    /// After a failure on the data partition the status is eStError while the storage partition is
+    /// still being formatted: stop(), which is refused in that state, returns when the worker has
+    /// ended. All data of the two partitions are lost. Labels and types that init() read do not
+    /// change.
     bool initialize();
     /// Starts mounting, from eStReady. True when the worker runs, status eStStarting; it ends in
     /// eStStarted, or in eStError with what could be mounted still mounted. False otherwise, logged
