@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <deque>
 #include <future>
 #include <string>
@@ -149,6 +151,32 @@ TEST(ReadLineTest, SignalsDoNotTearALine) {
     }
     EXPECT_EQ("whole line\n", line.get());
     EXPECT_EQ(0, ::sigaction(SIGUSR1, &before, nullptr));
+}
+
+// An application may write all its buffers out while a worker waits for a tool that says nothing.
+TEST(ReadCharacterTest, WaitingReaderDoesNotHoldUpAFlushOfAllStreams) {
+    base::Pipe pipe;
+    ASSERT_TRUE(pipe.open());
+    const Stream stream(::fdopen(pipe.mRead.release(), "r"));
+    std::promise<void> reading;
+    auto reader = std::async(std::launch::async, [&] {
+        EXPECT_EQ('a', base::readCharacter(stream.get()));
+        reading.set_value();
+        return base::readCharacter(stream.get());
+    });
+    ASSERT_EQ(1, ::write(pipe.mWrite.get(), "a", 1));
+    reading.get_future().wait();
+    auto flusher = std::async(std::launch::async, [] {
+        for (int i = 0; i < 2000; ++i) {  // the reader is in its wait for one of them, surely
+            (void)std::fflush(nullptr);
+            (void)::sched_yield();
+        }
+    });
+    const bool flushed = flusher.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+    EXPECT_TRUE(flushed);
+    ASSERT_EQ(1, ::write(pipe.mWrite.get(), "b", 1));
+    EXPECT_EQ('b', reader.get());
+    flusher.get();
 }
 
 TEST(OpenForReadingTest, IsCloseOnExecAndClosesItself) {

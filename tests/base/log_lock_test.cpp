@@ -89,6 +89,7 @@ TEST(PrintLockTest, MessagesInsideAHeldLockLeaveItHeld) {
     const Capture capture;
     ASSERT_NE(0, getprintaccess());
     base::logMessage(1, "a\n");
+    base::logCharacter(1, 'a');
     base::logMessageAt("s", 1, 1, "b\n");
     base::logNameAt("s", 1, 1, "c", "d");
     base::reportFailedAssertion("s", 1, "e");
@@ -114,6 +115,7 @@ int locksOfSuppressed(Report report) {
 
 TEST(PrintLockTest, IsTakenAndReleasedWhenNothingIsPrinted) {
     EXPECT_EQ(1, locksOfSuppressed([] { base::logMessage(1, "x\n"); }));
+    EXPECT_EQ(1, locksOfSuppressed([] { base::logCharacter(1, 'x'); }));
     EXPECT_EQ(1, locksOfSuppressed([] { base::logMessageAt("s", 1, 1, "x\n"); }));
     EXPECT_EQ(1, locksOfSuppressed([] { base::logNameAt("s", 1, 1, "x", "y"); }));
     EXPECT_EQ(1, locksOfSuppressed([] { base::reportFailedAssertion("s", 1, "x"); }));

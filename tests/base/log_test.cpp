@@ -78,6 +78,15 @@ TEST(MessageTest, NameGoesThroughTheConsoleStreamWholeWithNulBytes) {
               capture.output());
 }
 
+TEST(MessageTest, CharacterIsAMessageOfItsOwn) {
+    const Capture capture;
+    for (const char character : {'a', '\0', '\xff', '%', '\n'}) {
+        base::logCharacter(1, character);
+        base::logCharacter(2, '2');
+    }
+    EXPECT_EQ(std::string("a\0\xff%\n", 5), capture.output());
+}
+
 TEST(PrintFunctionsTest, PrefixesStandInFrontOfTheText) {
     const base::PrintAccess access;
     const Capture capture;
@@ -136,6 +145,7 @@ std::string whoChangesErrno() {
     check("print", [&] { kestrova_print_with_level(1, "", "", "", "%s", longText.c_str()); });
     check("releaseprintaccess", [] { releaseprintaccess(); });
     check("logMessage", [] { base::logMessage(1, "text\n"); });
+    check("logCharacter", [] { base::logCharacter(1, 'x'); });
     check("suppressed", [] { base::logMessage(2, "text\n"); });
     check("logMessageAt", [] { base::logMessageAt("base/x", 1, 1, "text\n"); });
     check("logNameAt", [&] { base::logNameAt("base/x", 1, 1, "name ", longText); });
