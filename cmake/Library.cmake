@@ -22,6 +22,10 @@ set(KESTROVA_SOURCES
   base/text.cpp
   base/tool.cpp
   System/BlockdevCfg.fmp.cpp
+  System/bootvarsmanager/bootenvironment.cpp
+  System/bootvarsmanager/mountline.cpp
+  System/bootvarsmanager/softwarepartition.cpp
+  System/bootvarsmanager/sysBootVarsManager.cpp
   System/drivemanager/driveidentity.cpp
   System/drivemanager/drivemanager.cpp
   System/drivemanager/dvrdrive.cpp

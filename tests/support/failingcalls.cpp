@@ -39,6 +39,10 @@ struct Plans {
     Plan mPlan[kCalls];
     std::map<unsigned long, std::function<int(void*)>> mIoctl;
     std::function<int(const char*, struct statfs*)> mStatfs;
+    std::function<void(const MountRequest&)> mMountWatcher;
+    std::function<int(const MountRequest&)> mMount;
+    std::function<int(const char*)> mUmount;
+    std::atomic<std::size_t> mMostBytes{0};
 };
 
 // Calls come before any constructor has run and in the child of a fork: until a test asks for
@@ -56,16 +60,30 @@ Plan& planOf(Call call) {
     return everyPlan().mPlan[static_cast<int>(call)];
 }
 
+/// While a function of the test's own runs in the middle of a call.
+thread_local bool inTest = false;
+
+/// Runs a function of the test's own.
+template <class Function, class... Arguments>
+auto askTest(const Function& function, Arguments... arguments) {
+    struct Scope {
+        Scope() { inTest = true; }
+        ~Scope() { inTest = false; }
+    };
+    const Scope scope;
+    return function(arguments...);
+}
+
 /// Counts a call. True when it is to fail; errno is set then.
 bool fails(Call call) {
     Plans* const all = plans.load();
-    if (all == nullptr) {
+    if (all == nullptr || inTest) {
         return false;
     }
     Plan& plan = all->mPlan[static_cast<int>(call)];
     const int count = ++plan.mCount;
     if (plan.mHasAction) {
-        plan.mAction();
+        askTest(plan.mAction);
     }
     const int failing = plan.mFailingCount;
     if (failing != kEach && failing != count) {
@@ -73,6 +91,13 @@ bool fails(Call call) {
     }
     errno = plan.mError;
     return true;
+}
+
+/// How much of a transfer is let through.
+std::size_t limited(std::size_t length) {
+    const Plans* const all = plans.load();
+    const std::size_t most = all != nullptr && !inTest ? all->mMostBytes.load() : 0;
+    return most != 0 && most < length ? most : length;
 }
 
 /// A function that stands behind ours: the C library's, or a sanitizer's in front of that.
@@ -130,6 +155,22 @@ void answerStatfs(std::function<int(const char*, struct statfs*)> answer) {
     everyPlan().mStatfs = std::move(answer);
 }
 
+void watchMounts(std::function<void(const MountRequest&)> watcher) {
+    everyPlan().mMountWatcher = std::move(watcher);
+}
+
+void answerMount(std::function<int(const MountRequest&)> answer) {
+    everyPlan().mMount = std::move(answer);
+}
+
+void answerUmount(std::function<int(const char*)> answer) {
+    everyPlan().mUmount = std::move(answer);
+}
+
+void limitTransfers(std::size_t most) {
+    everyPlan().mMostBytes = most;
+}
+
 void reset() {
     Plans& all = everyPlan();
     for (Plan& plan : all.mPlan) {
@@ -140,15 +181,22 @@ void reset() {
     }
     all.mIoctl.clear();
     all.mStatfs = nullptr;
+    all.mMountWatcher = nullptr;
+    all.mMount = nullptr;
+    all.mUmount = nullptr;
+    all.mMostBytes = 0;
 }
 
 }  // namespace failingcalls
 
 namespace {
 
+using failingcalls::askTest;
 using failingcalls::Behind;
 using failingcalls::Call;
 using failingcalls::fails;
+using failingcalls::inTest;
+using failingcalls::limited;
 using failingcalls::plans;
 
 // With 64-bit offsets and times the headers give some calls another name in the object file. Ours
@@ -176,12 +224,14 @@ Behind<pid_t()> behindFork("fork");
 Behind<int(int)> behindFsync("fsync");
 Behind<int(int, unsigned long, ...)> behindIoctl(kIoctl);
 Behind<int(const char*, mode_t)> behindMkdir("mkdir");
+Behind<int(const char*, const char*, const char*, unsigned long, const void*)> behindMount("mount");
 Behind<int(const char*, int, ...)> behindOpen("open64");
 Behind<int(int*, int)> behindPipe2("pipe2");
 Behind<SpawnFunction> behindPosixSpawn("posix_spawn");
 Behind<ssize_t(int, void*, size_t, off_t)> behindPread("pread64");
 Behind<CreateFunction> behindPthreadCreate("pthread_create");
 Behind<ssize_t(int, void*, size_t)> behindRead("read");
+Behind<int(const char*, const char*)> behindRename("rename");
 Behind<int(const char*, struct stat*)> behindStat(kStat);
 Behind<int(const char*, struct statfs*)> behindStatfs("statfs64");
 Behind<void()> behindSync("sync");
@@ -194,9 +244,9 @@ Behind<ssize_t(int, const void*, size_t)> behindWrite("write");
 __attribute__((constructor)) void findAll() {
     const auto find = [](auto&... each) { ((void)each.get(), ...); };
     find(behindClose, behindFcntl, behindFdopen, behindFopen, behindFork, behindFsync, behindIoctl,
-         behindMkdir, behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate,
-         behindRead, behindStat, behindStatfs, behindSync, behindSystem, behindUmount,
-         behindWaitpid, behindWrite);
+         behindMkdir, behindMount, behindOpen, behindPipe2, behindPosixSpawn, behindPread,
+         behindPthreadCreate, behindRead, behindRename, behindStat, behindStatfs, behindSync,
+         behindSystem, behindUmount, behindWaitpid, behindWrite);
 }
 
 }  // namespace
@@ -242,7 +292,7 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
     if (plans.load() != nullptr) {
         const auto answer = plans.load()->mIoctl.find(request);
         if (answer != plans.load()->mIoctl.end()) {
-            return answer->second(argument);
+            return askTest(answer->second, argument);
         }
     }
     return behindIoctl.get()(descriptor, request, argument);
@@ -250,6 +300,26 @@ int ioctl(int descriptor, unsigned long request, ...) noexcept {
 
 int mkdir(const char* path, mode_t mode) noexcept {
     return fails(Call::eMkdir) ? -1 : behindMkdir.get()(path, mode);
+}
+
+int mount(const char* device, const char* directory, const char* type, unsigned long flags,
+          const void* data) noexcept {
+    if (fails(Call::eMount)) {
+        return -1;
+    }
+    if (plans.load() == nullptr || inTest) {
+        return behindMount.get()(device, directory, type, flags, data);
+    }
+    const auto text = [](const char* argument) { return argument != nullptr ? argument : ""; };
+    const failingcalls::MountRequest request = {text(device), text(directory), text(type), flags,
+                                                data};
+    if (plans.load()->mMountWatcher) {
+        askTest(plans.load()->mMountWatcher, request);
+    }
+    if (plans.load()->mMount) {
+        return askTest(plans.load()->mMount, request);
+    }
+    return behindMount.get()(device, directory, type, flags, data);
 }
 
 int open(const char* path, int flags, ...) {
@@ -288,7 +358,11 @@ ssize_t pread(int descriptor, void* buffer, size_t length, off_t offset) {
 }
 
 ssize_t read(int descriptor, void* buffer, size_t length) {
-    return fails(Call::eRead) ? -1 : behindRead.get()(descriptor, buffer, length);
+    return fails(Call::eRead) ? -1 : behindRead.get()(descriptor, buffer, limited(length));
+}
+
+int rename(const char* from, const char* to) noexcept {
+    return fails(Call::eRename) ? -1 : behindRename.get()(from, to);
 }
 
 int stat(const char* path, struct stat* status) noexcept {
@@ -300,7 +374,7 @@ int statfs(const char* path, struct statfs* status) noexcept {
         return -1;
     }
     if (plans.load() != nullptr && plans.load()->mStatfs) {
-        return plans.load()->mStatfs(path, status);
+        return askTest(plans.load()->mStatfs, path, status);
     }
     return behindStatfs.get()(path, status);
 }
@@ -315,7 +389,13 @@ int system(const char* command) {
 }
 
 int umount(const char* directory) noexcept {
-    return fails(Call::eUmount) ? -1 : behindUmount.get()(directory);
+    if (fails(Call::eUmount)) {
+        return -1;
+    }
+    if (plans.load() != nullptr && plans.load()->mUmount) {
+        return askTest(plans.load()->mUmount, directory);
+    }
+    return behindUmount.get()(directory);
 }
 
 pid_t waitpid(pid_t child, int* status, int options) {
@@ -323,7 +403,7 @@ pid_t waitpid(pid_t child, int* status, int options) {
 }
 
 ssize_t write(int descriptor, const void* bytes, size_t length) {
-    return fails(Call::eWrite) ? -1 : behindWrite.get()(descriptor, bytes, length);
+    return fails(Call::eWrite) ? -1 : behindWrite.get()(descriptor, bytes, limited(length));
 }
 
 }  // extern "C"

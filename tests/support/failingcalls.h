@@ -3,12 +3,14 @@
 // Makes calls of the code under test fail, as the operating system would. The functions that
 // failingcalls.cpp defines stand in front of the C library's in every program that uses this header
 // and pass on to them, unless a test asked for something else. Only what the program itself calls
-// comes by here, not what the C library calls for its own needs.
+// comes by here, not what the C library calls for its own needs. What an action, an answer or a
+// watcher of the test calls itself passes on and does not count.
 #ifndef KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 #define KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 
 #include <sys/statfs.h>
 
+#include <cstddef>
 #include <functional>
 
 namespace failingcalls {
@@ -22,12 +24,14 @@ enum class Call {
     eFsync,
     eIoctl,
     eMkdir,
+    eMount,
     eOpen,
     ePipe2,
     ePosixSpawn,
     ePread,
     ePthreadCreate,
     eRead,
+    eRename,
     eStat,
     eStatfs,
     eSync,  ///< cannot fail; to be counted and watched
@@ -50,6 +54,24 @@ int count(Call call);
 void answerIoctl(unsigned long request, std::function<int(void* argument)> answer);
 /// Answers statfs.
 void answerStatfs(std::function<int(const char* path, struct statfs* status)> answer);
+
+/// What mount() was asked for.
+struct MountRequest {
+    const char* mDevice;  ///< "" for null, as the other two
+    const char* mDirectory;
+    const char* mType;
+    unsigned long mFlags;
+    const void* mData;
+};
+/// Sees every mount ahead of its answer.
+void watchMounts(std::function<void(const MountRequest& request)> watcher);
+/// Answers mount.
+void answerMount(std::function<int(const MountRequest& request)> answer);
+/// Answers umount.
+void answerUmount(std::function<int(const char* directory)> answer);
+
+/// No read or write takes more than so many bytes at once, 0 for no limit.
+void limitTransfers(std::size_t most);
 
 /// Everything passes on again, the counts are 0. While no other thread makes calls.
 void reset();

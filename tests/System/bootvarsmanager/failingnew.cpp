@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "tests/System/bootvarsmanager/failingnew.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+struct Counts {
+    int mMade;
+    int mAlive;
+    int mFailing;
+    bool mPaused;
+};
+thread_local Counts counts = {0, 0, 0, false};
+
+void* allocate(std::size_t size) {
+    if (!counts.mPaused && ++counts.mMade == counts.mFailing) {
+        return nullptr;
+    }
+    void* const memory = std::malloc(size != 0 ? size : 1);
+    counts.mAlive += memory != nullptr && !counts.mPaused ? 1 : 0;
+    return memory;
+}
+
+void release(void* memory) {
+    counts.mAlive -= memory != nullptr && !counts.mPaused ? 1 : 0;
+    std::free(memory);
+}
+
+void* allocateOrThrow(std::size_t size) {
+    void* const memory = allocate(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+}  // namespace
+
+namespace tests {
+
+FailingNew::FailingNew(int nth) {
+    counts = {0, 0, nth, false};
+}
+
+FailingNew::~FailingNew() {
+    counts.mFailing = 0;
+}
+
+FailingNew::Pause::Pause() {
+    counts.mPaused = true;
+}
+
+FailingNew::Pause::~Pause() {
+    counts.mPaused = false;
+}
+
+int FailingNew::count() const {
+    return counts.mMade;
+}
+
+int FailingNew::alive() const {
+    return counts.mAlive;
+}
+
+}  // namespace tests
+
+void* operator new(std::size_t size) {
+    return allocateOrThrow(size);
+}
+
+void* operator new[](std::size_t size) {
+    return allocateOrThrow(size);
+}
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return allocate(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return allocate(size);
+}
+
+void operator delete(void* memory) noexcept {
+    release(memory);
+}
+
+void operator delete[](void* memory) noexcept {
+    release(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    release(memory);
+}
+
+void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+    release(memory);
+}
