@@ -62,6 +62,28 @@ constexpr char kWatchHelp[] =
     "Without\n"
     "one it shows the status.\n";
 
+constexpr char kAbsentHelp[] =
+    "Exit status 3 tells that there is no such variable, or no environment yet; 1 that the\n"
+    "environment can't be read.\n";
+
+constexpr char kListHelp[] =
+    "Prints NAME=VALUE, in the order of the names, control characters as \\xNN. Exit status 3 "
+    "tells\n"
+    "that there is no environment yet; 1 that it can't be read.\n";
+
+constexpr char kSetHelp[] =
+    "When it is done the variable is on the disk. An empty VALUE removes the variable. A VALUE "
+    "that\n"
+    "begins with '-' needs '--' in front: kestrova vars set -- NAME -1\n"
+    "Where no environment can be read, a new one with this variable alone is written.\n";
+
+constexpr char kVerifyHelp[] =
+    "Checks a copy of the file 'boot_env' and tells what is wrong, and at which byte. Looks at "
+    "this\n"
+    "file alone, and not with the library's reader: it is a second opinion. Exit status 0 for a "
+    "good\n"
+    "one, 1 for a bad one, 3 when there is no such file.\n";
+
 constexpr char kShellHelp[] =
     "Reads commands from standard input, or from -e, and runs them in one process, the system "
     "being\n"
@@ -103,6 +125,22 @@ const std::vector<Command>& commands() {
          true, false, false, checkNone, runDriveSpinDown},
         {"drive spin-up", "", "Wake the drive, and switch its standby timer off.", "", 0, true,
          false, false, checkNone, runDriveSpinUp},
+        {"vars list", "", "Show the boot variables.", kListHelp, 0, false, false, true, checkNone,
+         runVarsList},
+        {"vars get", "NAME", "Print the value of a boot variable.", kAbsentHelp, 0, false, false,
+         true, checkName, runVarsGet},
+        {"vars get-binary", "NAME", "Write the bytes of a binary boot variable.", kAbsentHelp, 0,
+         false, false, true, checkName, runVarsGetBinary},
+        {"vars set", "NAME VALUE", "Set a boot variable.", kSetHelp, 0, false, false, true,
+         checkNameAndValue, runVarsSet},
+        {"vars set-binary", "NAME FILE", "Set a binary boot variable to what a file holds.",
+         "The variable holds the bytes as base64 text.\n", 0, false, false, true, checkNameAndFile,
+         runVarsSetBinary},
+        {"vars clear", "NAME", "Remove a boot variable.",
+         "A variable that is not there is no failure.\n", 0, false, false, true, checkName,
+         runVarsClear},
+        {"vars verify", "FILE", "Check a boot environment file.", kVerifyHelp, 0, false, false,
+         true, checkFile, runVarsVerify},
         {"shell", "", "Run several commands in one process.", kShellHelp, eOptionExecute, true,
          false, false, checkNone, nullptr},
     };

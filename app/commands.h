@@ -23,7 +23,7 @@ enum CommandOption : unsigned {
 };
 
 struct Command {
-    const char* mName;       ///< one word, or "drive" and another one
+    const char* mName;       ///< one word, or a group's and another one
     const char* mArguments;  ///< as the synopsis shows them, "" for none
     const char* mSummary;    ///< one line
     const char* mHelp;       ///< further lines, each ended
@@ -61,11 +61,23 @@ Result runDriveStart(Session& session, const Invocation& invocation);
 Result runDriveCheck(Session& session, const Invocation& invocation);
 Result runDriveWatch(Session& session, const Invocation& invocation);
 
+Result runVarsList(Session& session, const Invocation& invocation);
+Result runVarsGet(Session& session, const Invocation& invocation);
+Result runVarsGetBinary(Session& session, const Invocation& invocation);
+Result runVarsSet(Session& session, const Invocation& invocation);
+Result runVarsSetBinary(Session& session, const Invocation& invocation);
+Result runVarsClear(Session& session, const Invocation& invocation);
+Result runVarsVerify(Session& session, const Invocation& invocation);
+
 /// The four sizes that the library takes, from one to four SIZE arguments; false with a message.
 bool parseSizes(const Words& arguments, int (&sizes)[4], std::string& error);
 bool checkSizes(const Words& arguments, std::string& error);
 /// A PARTITION argument: its index, or a device node.
 bool checkPartition(const Words& arguments, std::string& error);
+bool checkName(const Words& arguments, std::string& error);
+bool checkNameAndValue(const Words& arguments, std::string& error);
+bool checkNameAndFile(const Words& arguments, std::string& error);
+bool checkFile(const Words& arguments, std::string& error);
 
 }  // namespace app
 

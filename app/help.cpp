@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "app/help.h"
 
+#include <algorithm>
+
 #include "app/commands.h"
 #include "app/options.h"
 #include "app/text.h"
@@ -45,7 +47,7 @@ std::string optionList(unsigned bits) {
 }
 
 std::string commandList(const std::string& prefix) {
-    constexpr std::size_t width = 26;
+    constexpr std::size_t width = 28;
     std::string text;
     for (const Command& command : commands()) {
         if (std::string(command.mName).rfind(prefix, 0) == 0) {
@@ -53,6 +55,19 @@ std::string commandList(const std::string& prefix) {
         }
     }
     return text;
+}
+
+/// What the commands of a group have in common; "" is the prefix of all.
+const char* groupSummary(const std::string& prefix) {
+    if (prefix.empty()) {
+        return "The system services of the media client, from the command line.\n";
+    }
+    const bool drive = std::any_of(commands().begin(), commands().end(), [&](const Command& each) {
+        return each.mNeedsDrive && std::string(each.mName).rfind(prefix, 0) == 0;
+    });
+    return drive ? "A full start of the system, which all of these need, unmounts the recording "
+                   "drive.\n"
+                 : "None of these needs the recording drive, which is left alone.\n";
 }
 
 std::string commandHelp(const Command& command) {
@@ -79,11 +94,9 @@ std::string helpText(const Words& topic) {
     }
     const std::string prefix = topic.empty() ? "" : topic[0] + " ";
     std::string text = "Usage: kestrova [OPTION...] " + prefix + "COMMAND [ARGUMENT...]\n\n";
-    text += topic.empty() ? "The system services of the media client, from the command line.\n"
-                          : "A full start of the system, which all of these need, unmounts the "
-                            "recording drive.\n";
+    text += groupSummary(prefix);
     text += "\nCommands:\n" + commandList(prefix) + "\nOptions:\n" + optionList(0);
-    return text + "\nExit status: 0 done, 1 failed, 2 misused (nothing was touched).\n" +
+    return text + "\nExit status: 0 done, 1 failed, 2 misused (nothing was touched), 3 absent.\n" +
            "'kestrova COMMAND --help' tells more about a command.\n";
 }
 

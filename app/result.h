@@ -14,6 +14,7 @@ enum ExitStatus {
     eDone = 0,
     eFailed = 1,
     eMisused = 2,  ///< nothing was touched
+    eAbsent = 3,   ///< what was asked for is not there, and nothing else is wrong
 };
 
 /// What a command has to say. It is printed in one place, as text or as JSON.

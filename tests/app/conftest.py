@@ -3,8 +3,9 @@
 
 KESTROVA tells which command to test; by default the one of the i686 build.
 
-kestrova     runs the command with arguments, without a terminal
-fake_drive   a root of its own with a stand-in for the recording drive and its tools
+kestrova        runs the command with arguments, without a terminal
+fake_drive      a root of its own with a stand-in for the recording drive and its tools
+boot_partition  a root of its own with a real file system as the software partition
 """
 
 import os
@@ -13,6 +14,7 @@ import subprocess
 
 import pytest
 
+import bootpartition
 import fakedrive
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -60,3 +62,13 @@ def fake_drive(fake_root, tmp_path):
     """A blank FakeDrive; ends what it started."""
     with fakedrive.FakeDrive(fake_root, tmp_path) as drive:
         yield drive
+
+
+@pytest.fixture
+def boot_partition(command, tmp_path):
+    """A BootPartition without files; gives its loop device back."""
+    lacking = bootpartition.missing()
+    if lacking:
+        pytest.skip(f"the software partition's stand-in needs {lacking}")
+    with bootpartition.BootPartition(command.parent, tmp_path) as partition:
+        yield partition

@@ -7,13 +7,14 @@ import pytest
 
 COMMANDS = ["table", "drive info", "drive status", "drive partition", "drive format",
             "drive start", "drive stop", "drive watch", "drive check", "drive spin-down",
-            "drive spin-up", "shell"]
+            "drive spin-up", "vars list", "vars get", "vars get-binary", "vars set",
+            "vars set-binary", "vars clear", "vars verify", "shell"]
 
 
 def test_help_lists_every_command_and_no_other(kestrova):
     run = kestrova("--help")
     assert run.returncode == 0 and run.stderr == ""
-    listed = re.findall(r"^  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: [A-Z.]+)?  ", run.stdout, re.M)
+    listed = re.findall(r"^  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: [A-Z.]+)*  ", run.stdout, re.M)
     assert listed == COMMANDS
     assert "0 done, 1 failed, 2 misused" in run.stdout
 
@@ -33,8 +34,13 @@ def test_help_of_the_group(kestrova):
     assert "  drive info" in run.stdout and "  table" not in run.stdout
 
 
+def test_help_of_the_group_without_the_drive(kestrova):
+    text = kestrova("vars", "--help").stdout
+    assert "  vars list" in text and "left alone" in text and "unmounts" not in text
+
+
 def test_help_fits_a_screen_line(kestrova):
-    for command in ["", "drive", *COMMANDS]:
+    for command in ["", "drive", "vars", *COMMANDS]:
         for line in kestrova(*command.split(), "--help").stdout.splitlines():
             assert len(line) <= 100, line
 

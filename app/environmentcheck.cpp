@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#include "app/environmentcheck.h"
+
+#include <mntent.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "System/BlockdevCfg.fmp.h"
+#include "System/drivemanager/partition.h"
+#include "app/bootimage.h"
+#include "app/text.h"
+
+namespace app {
+
+namespace {
+
+/// Directory on which the device, under any of its names, is mounted; "" when it is not.
+std::string mountedOn(const struct stat& device) {
+    std::FILE* const mounts = setmntent("/proc/mounts", "re");
+    if (mounts == nullptr) {
+        return {};
+    }
+    std::string directory;
+    while (const mntent* const entry = getmntent(mounts)) {
+        struct stat status = {};
+        if (::stat(entry->mnt_fsname, &status) == 0 && status.st_rdev == device.st_rdev &&
+            status.st_mode == device.st_mode) {
+            directory = entry->mnt_dir;
+            break;
+        }
+    }
+    (void)endmntent(mounts);
+    return directory;
+}
+
+EnvironmentState unreadable(const std::string& reason) {
+    return {EnvironmentState::eUnreadable, "the boot environment can't be read: " + reason};
+}
+
+std::string describe(const BootImage& image) {
+    if (image.mProblems.empty()) {
+        return "valid, " + std::to_string(image.mVariables) + " variables";
+    }
+    const BootImageRemark& first = image.mProblems.front();
+    return first.mText + " (offset " + std::to_string(first.mOffset) + ")";
+}
+
+EnvironmentState checkFiles(const std::string& directory) {
+    std::string reason;
+    bool anyThere = false;
+    for (const char* const name : {"boot_env", "boot_env.bkp"}) {
+        std::string content;
+        const int error = readFile(directory + "/" + name, kLargestBootImage + 1, content);
+        const BootImage image = checkBootImage(content);
+        if (error == 0 && image.mProblems.empty() && image.mVariables == 0) {
+            return {EnvironmentState::eEmpty, "the boot environment is empty"};
+        }
+        anyThere = anyThere || error != ENOENT;
+        reason += reason.empty() ? "" : "; ";
+        reason += std::string(name) + ": " + (error == 0 ? describe(image) : std::strerror(error));
+    }
+    if (!anyThere) {
+        return {EnvironmentState::eMissing, "there is no boot environment yet"};
+    }
+    return unreadable(reason);
+}
+
+}  // namespace
+
+EnvironmentState checkEnvironment() {
+    BlockdeviceConfig& table = *BlockdeviceConfig::GetInstance();
+    const std::string device = table.GetSoftwarePartitionMountDevice();
+    struct stat status = {};
+    if (::stat(device.c_str(), &status) != 0) {
+        return unreadable(device + ": " + std::strerror(errno));
+    }
+    const std::string mounted = mountedOn(status);
+    if (!mounted.empty()) {
+        return checkFiles(mounted);
+    }
+    const std::string directory = table.GetSoftwarePartitionMountPoint();
+    sysPartition partition;
+    if (!partition.init(device.c_str(), 0, 0) ||
+        !partition.mount(directory.c_str(), sysPartition::eFsUnknown, "ro,noexec")) {
+        return unreadable(device + " can't be mounted on " + directory);
+    }
+    EnvironmentState state = checkFiles(directory);
+    (void)partition.unmount();
+    return state;
+}
+
+}  // namespace app
