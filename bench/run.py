@@ -21,6 +21,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT))
 
 # The modules' path is set before on purpose.
+import bootvars  # noqa: E402
 from box import image, packages  # noqa: E402
 from box.agent import BoxError  # noqa: E402
 from box.hardware import MIB, Disk  # noqa: E402
@@ -47,6 +48,20 @@ BOUNDS = {
     "log-suppressed-native": None,
     "log-printed-native": None,
     "crc32-native": (AT_LEAST, 0.5),
+    "boot-set": (AT_MOST, 1.10),
+    "boot-set-small": (AT_MOST, 1.10),
+    "boot-get": (AT_MOST, 1.25),
+    "boot-get-mounts": None,
+    "boot-get-small": None,
+    "boot-get-mounts-small": None,
+    "boot-set-native": (AT_MOST, 1.10),
+    "boot-set-small-native": (AT_MOST, 1.10),
+    "boot-get-native": (AT_MOST, 1.25),
+    "boot-get-mounts-native": None,
+    "boot-get-small-native": None,
+    "boot-get-mounts-small-native": None,
+    "boot-set-process-native": (AT_MOST, 1.0),
+    "boot-set-process-memory-native": (AT_MOST, 1.0),
 }
 
 DRIVE_BYTES = 4096 * MIB
@@ -58,7 +73,7 @@ ROUNDS = {"system": 41, "xfs": 41, "ext3": 31}
 CLOCK = ["-icount", "shift=1,sleep=on"]
 TIMEOUT_SECONDS = 900
 FAILURES = (OSError, subprocess.SubprocessError, BoxError, image.ImageError,
-            packages.PackageError, ValueError)
+            packages.PackageError, bootvars.BenchError, ValueError)
 
 
 def verdict(name, ratio):
@@ -149,7 +164,10 @@ def measure(i686, native):
     ratios = {}
     for part in (lambda: library_size(i686), lambda: in_box(i686),
                  lambda: services(i686, zlib, ""),
-                 lambda: services(native, "libz.so.1", "-native")):
+                 lambda: services(native, "libz.so.1", "-native"),
+                 lambda: bootvars.measure(i686, parse),
+                 lambda: bootvars.measure(native, parse, "-native"),
+                 lambda: bootvars.list_calls(i686)):
         try:
             ratios |= part()
         except FAILURES as error:
