@@ -2,6 +2,7 @@
 #include "base/descriptor.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -74,6 +75,11 @@ Descriptor openDescriptor(const char* path, int flags, mode_t mode) {
         descriptor = ::open(path, flags | O_CLOEXEC, mode);
     } while (descriptor < 0 && errno == EINTR);
     return aboveStandard(descriptor);
+}
+
+Descriptor openSocket(int family, int type) {
+    const Placeholders placeholders;
+    return aboveStandard(::socket(family, type | SOCK_CLOEXEC, 0));
 }
 
 bool Pipe::open() {

@@ -38,6 +38,10 @@ private:
 /// thread prints to descriptor 1 must not end up on a drive.
 Descriptor openDescriptor(const char* path, int flags, mode_t mode = 0);
 
+/// Makes a socket (socket(2), protocol 0) close-on-exec and above 2, as openDescriptor(); not valid
+/// on failure, errno tells why.
+Descriptor openSocket(int family, int type);
+
 /// Both ends of a pipe.
 struct Pipe {
     Descriptor mRead;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "base/text.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 int kestrova_vsnprintf(char* buffer, std::size_t size, const char* format, va_list arguments) {
@@ -16,3 +18,19 @@ char* kestrova_strncpy(char* buffer, const char* text, int size) {
     }
     return buffer;
 }
+
+namespace base {
+
+std::int32_t parseNumber(const char* text, const char*& end) {
+    char* stop = nullptr;
+    const long number = std::strtol(text, &stop, 10);
+    end = stop;
+    return static_cast<std::int32_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
+}
+
+std::int32_t parseNumber(const char* text) {
+    const char* end = nullptr;
+    return parseNumber(text, end);
+}
+
+}  // namespace base

@@ -37,6 +37,11 @@ set(KESTROVA_SOURCES
   System/drivemanager/partitiontable.cpp
   System/drivemanager/superblock.cpp
   System/drivemanager/toolprogress.cpp
+  System/protocols/http/httpconnection.cpp
+  System/protocols/http/httpreplyheader.cpp
+  System/protocols/http/httpurl.cpp
+  System/protocols/http/sysChainFetcher.cpp
+  System/protocols/http/sysUrlFetcher.cpp
   System/sysSuperUserUtils.cpp
   System/system.cpp
 )
@@ -52,6 +57,11 @@ set(KESTROVA_PUBLIC_HEADERS
   System/drivemanager/dvrdrive.h
   System/drivemanager/harddrive.h
   System/drivemanager/partition.h
+  System/protocols/http/httpconnection.h
+  System/protocols/http/httpreplyheader.h
+  System/protocols/http/httpurl.h
+  System/protocols/http/sysChainFetcher.h
+  System/protocols/http/sysUrlFetcher.h
   System/sysSuperUserUtils.h
   System/system.h
 )

@@ -8,6 +8,8 @@
 #ifndef KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 #define KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 
+#include <netdb.h>
+#include <sys/socket.h>
 #include <sys/statfs.h>
 
 #include <cstddef>
@@ -17,11 +19,13 @@ namespace failingcalls {
 
 enum class Call {
     eClose,
+    eConnect,
     eFcntl,
     eFdopen,
     eFopen,
     eFork,
     eFsync,
+    eGethostbyname,  ///< the re-entrant one, which fails by returning the errno
     eIoctl,
     eMkdir,
     eMount,
@@ -31,7 +35,12 @@ enum class Call {
     ePread,
     ePthreadCreate,
     eRead,
+    eRecv,
     eRename,
+    eSend,
+    eSetsockopt,
+    eShutdown,
+    eSocket,
     eStat,
     eStatfs,
     eSync,  ///< cannot fail; to be counted and watched
@@ -70,11 +79,48 @@ void answerMount(std::function<int(const MountRequest& request)> answer);
 /// Answers umount.
 void answerUmount(std::function<int(const char* directory)> answer);
 
-/// No read or write takes more than so many bytes at once, 0 for no limit.
+/// What gethostbyname_r() was asked for, and where its answer goes.
+struct Lookup {
+    const char* mName;
+    hostent* mEntry;
+    char* mBuffer;
+    std::size_t mSize;
+    hostent** mFound;  ///< null as long as the answer does not say otherwise
+    int* mError;
+};
+/// Answers gethostbyname_r.
+void answerLookup(std::function<int(const Lookup& lookup)> answer);
+
+/// What setsockopt() was asked for.
+struct SocketOption {
+    int mSocket;
+    int mLevel;
+    int mOption;
+    const void* mValue;
+    socklen_t mSize;
+};
+/// Answers setsockopt; the answer's result is that of setsockopt, and it sets errno itself.
+void answerSetsockopt(std::function<int(const SocketOption& option)> answer);
+
+/// No read, write, receipt or sending takes more than so many bytes at once, 0 for no
+/// limit.
 void limitTransfers(std::size_t most);
 
 /// Everything passes on again, the counts are 0. While no other thread makes calls.
 void reset();
+
+/// What the calling thread calls during a scope passes on and does not count: for what belongs to
+/// the test itself, such as a server that the code under test talks to. Nests.
+class Exempt {
+public:
+    Exempt();
+    ~Exempt();
+    Exempt(const Exempt&) = delete;
+    Exempt& operator=(const Exempt&) = delete;
+
+private:
+    bool mBefore;
+};
 
 /// Leaves nothing behind at the end of a test, also when it failed.
 class Scope {

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+//
+// A blocking HTTP/1.0 client connection.
+#ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPCONNECTION_H
+#define KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPCONNECTION_H
+
+#include "System/protocols/http/httpreplyheader.h"
+#include "System/protocols/http/httpurl.h"
+#include "base/export.h"
+
+/// One request over one TCP socket: Open(), then Read() until it returns 0 or less, then Close().
+/// Follows no redirects, knows no chunked transfer coding, and accepts only status 200.
+///
+/// Every call blocks. The socket waits at most 30 s for each piece that it receives or sends; a
+/// connection attempt waits at most that long too, the resolver as long as it is configured to. The
+/// socket is close-on-exec and never takes the place of a missing standard stream.
+///
+/// Threads: no lock, one thread at a time; several connections may work at once. Open() and Read()
+/// are cancellation points and may be left by a cancellation at any moment: the socket is then
+/// still closed by Close(), by the next Open() or by the destructor. Failures are logged at level
+/// 1; only allocation failure is thrown.
+class KESTROVA_EXPORT HTTPConnection {
+public:
+    /// No socket.
+    HTTPConnection() = default;
+    ~HTTPConnection() { Close(); }
+    HTTPConnection(const HTTPConnection&) = delete;
+    HTTPConnection& operator=(const HTTPConnection&) = delete;
+
+    /// Resolves the host and connects to its first IPv4 address, after closing an earlier socket.
+    /// True when connected. After a failure there may still be a socket.
+    bool connectToServer(httpURL& url);
+
+    /// Sends the request for an address and reads the reply's header into `hdr`; true when its
+    /// status is 200, and the body is then ready for Read(). After a failure `hdr` holds what was
+    /// read, and there may still be a socket. True as well, with `hdr` as it was, when the request
+    /// could not be sent: the first Read() then tells.
+    bool Open(const char* url, HTTPReplyHeader& hdr);
+    /// The same without keeping the header.
+    bool Open(const char* url);
+
+    /// Receives up to `len` bytes of the body into `buf` with one recv(). Returns how many bytes,
+    /// 0 at the end, negative on an error or after 30 s without a byte; errno tells which. Logs
+    /// nothing.
+    int Read(void* buf, unsigned int len);
+
+    /// Shuts the socket down and closes it; does nothing when there is none. No cancellation point.
+    void Close();
+
+private:
+    KESTROVA_LOCAL void dropSocket();
+
+    int mSocket = -1;
+};
+
+#endif

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+//
+// The header of an HTTP reply, read from a socket.
+#ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPREPLYHEADER_H
+#define KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPREPLYHEADER_H
+
+#include <map>
+#include <string>
+
+#include "base/export.h"
+
+/// Status line and fields of a reply (RFC 1945, section 6). Reads a byte at a time, so that the
+/// next byte on the socket is the first one of the body.
+///
+/// Reading blocks for as long as the socket does; any result of recv() other than one byte, also an
+/// interruption, ends it. A failed read leaves in the object what was read until then. Reasons are
+/// logged at level 2, except that a field line without ':' puts "Hmm" on standard output.
+///
+/// Threads: no lock, one thread at a time. Reading is a cancellation point. Only allocation failure
+/// is thrown.
+class KESTROVA_EXPORT HTTPReplyHeader {
+public:
+    /// Room for a line in readHeaderLine(), in bytes, and the longest line with its CR LF.
+    static constexpr int kLineSize = 1024;
+
+    /// Nothing read: version and code 0, no reason, no fields.
+    HTTPReplyHeader() = default;
+
+    /// Reads one line, ended by CR LF, into `buf` of at least kLineSize bytes: without the CR LF
+    /// and terminated. A lone LF ends no line. False on a NUL byte and when kLineSize bytes have
+    /// passed without an end; what is in `buf` is then not terminated.
+    bool readHeaderLine(int fd, char* buf);
+    /// Forgets the fields, then reads the status line. A code that was read stays also when what
+    /// follows it is refused.
+    bool readRequestLine(int fd);
+    /// Reads field lines, up to and with the empty line. There are no continuation lines.
+    bool readEntityLines(int fd);
+    /// Reads the whole header; true when both parts are good.
+    bool readHeader(int fd);
+
+    /// The value of the field with exactly this name; "" when there is none. A name that is missing
+    /// is entered with an empty value, as the index operator of a map does.
+    std::string getValue(std::string name);
+    /// The number in the first field, in the order of the names, that is called "Content-Length" in
+    /// any case: decimal, cut to the range of 32 bits, 0 when it is no number or there is no field.
+    int contentSize() const;
+    /// Does nothing.
+    void print();
+
+    /// 1 for "HTTP/1.0", 2 for "HTTP/1.1", 0 before one is read.
+    int version() const { return mVersion; }
+    /// The status code, cut to the range of 32 bits; 0 before one is read.
+    int code() const { return mCode; }
+    /// What follows the status code and one space.
+    const std::string& reason() const { return mReason; }
+
+private:
+    int mVersion = 0;
+    int mCode = 0;
+    std::string mReason;
+    std::map<std::string, std::string> mFields;
+};
+
+#endif

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+//
+// An "http://" address and the request for it.
+#ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPURL_H
+#define KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPURL_H
+
+#include <cstdint>
+#include <string>
+
+#include "base/export.h"
+
+/// One parsed address with an explicit path, such as "http://host:8080/a?b". There is no https, no
+/// user information and no percent-decoding, and a fragment is part of the path.
+///
+/// Threads: no lock, one thread at a time. Nothing here blocks or logs; only allocation failure is
+/// thrown.
+class KESTROVA_EXPORT httpURL {
+public:
+    /// No address: host and path are empty, and the port is not set (0) until reset() or parse().
+    httpURL() = default;
+
+    /// No address, and port 80.
+    void reset();
+
+    /// Takes an address apart; true on success. "http://" may have any case. False leaves the
+    /// object as it was when the text is null or begins otherwise, and reset when there is no path
+    /// or the port is no number from 0 to 65535. The host may be empty ("http:///x"); there is then
+    /// no request for it.
+    bool parse(const char* text);
+
+    /// The text of an HTTP/1.0 GET request (RFC 1945) with its Host line and its empty line; empty
+    /// when there is no host. The path goes into it exactly as written.
+    std::string createRequest() const;
+
+    /// The host name or dotted address, exactly as written.
+    const std::string& host() const { return mHost; }
+    /// The TCP port, in host byte order.
+    std::uint16_t port() const { return mPort; }
+    /// Everything from the first '/' after the host on, with any query.
+    const std::string& path() const { return mPath; }
+
+private:
+    std::string mHost;
+    std::uint16_t mPort = 0;
+    std::string mPath;
+};
+
+#endif

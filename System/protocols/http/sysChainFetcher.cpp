@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "System/protocols/http/sysChainFetcher.h"
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "System/protocols/http/httpconnection.h"
+#include "base/cancelguard.h"
+
+namespace {
+
+constexpr int kCapacity = 20480;
+constexpr int kAttempts = 4;
+
+/// Leaves the server, and whoever waits for the lock, some time.
+void pause() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+}  // namespace
+
+/// What becomes of one entry.
+struct sysChainFetcher::Delivery {
+    bool mOk = false;
+    std::string mContentType;
+    int mLength = 0;
+};
+
+sysChainFetcher::sysChainFetcher()
+    : mpBuffer(std::make_unique<char[]>(kCapacity)), mCapacity(kCapacity) {
+    if (pthread_create(&mThread, nullptr, internal_run_static, this) != 0) {
+        mThread = 0;
+    }
+}
+
+sysChainFetcher::~sysChainFetcher() {
+    if (mThread != 0) {
+        {
+            const std::lock_guard<std::mutex> lock(mLock);
+            mStop = true;
+            mWake.notify_all();
+        }
+        const base::CancelGuard guard;
+        (void)pthread_join(std::exchange(mThread, 0), nullptr);
+    }
+}
+
+void sysChainFetcher::setCallback(sysChainFetcherCallback callback, void* user) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mpCallback = callback;
+    mpUser = user;
+}
+
+void sysChainFetcher::pushUrl(unsigned int id, const char* url) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mQueue.push_back({id, url != nullptr ? url : ""});
+    mWake.notify_one();
+}
+
+void sysChainFetcher::flush() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mQueue.clear();
+}
+
+void* sysChainFetcher::internal_run_static(void* self) {
+    static_cast<sysChainFetcher*>(self)->internal_run();
+    return nullptr;
+}
+
+void sysChainFetcher::internal_run() {
+    std::unique_lock<std::mutex> lock(mLock);
+    HTTPConnection connection;
+    while (!mStop) {
+        if (mQueue.empty()) {
+            mWake.wait(lock);
+            continue;
+        }
+        const sysChainFetcherQEntry entry = std::move(mQueue.front());
+        mQueue.pop_front();
+        Delivery delivery;
+        fetch(connection, entry.mUrl, delivery);
+        connection.Close();
+        if (mpCallback != nullptr) {
+            mpCallback(delivery.mOk, entry.mId, delivery.mContentType.c_str(), mpBuffer.get(),
+                       delivery.mLength, mpUser);
+        }
+        lock.unlock();
+        pause();
+        lock.lock();
+    }
+}
+
+void sysChainFetcher::fetch(HTTPConnection& connection, const std::string& url,
+                            Delivery& delivery) {
+    for (int count = 0; count < kAttempts; ++count) {
+        if (attempt(connection, url, delivery)) {
+            return;
+        }
+        connection.Close();
+        pause();
+    }
+}
+
+/// False when it is worth another attempt.
+bool sysChainFetcher::attempt(HTTPConnection& connection, const std::string& url,
+                              Delivery& delivery) {
+    HTTPReplyHeader header;
+    if (!connection.Open(url.c_str(), header)) {
+        // A server that has answered would answer the same again.
+        return header.code() != 0;
+    }
+    // Of the two look-ups only that of the length takes a name in any case. That is meant.
+    const int size = header.contentSize();
+    delivery.mContentType = header.getValue("Content-Type");
+    return receive(connection, size, delivery);
+}
+
+bool sysChainFetcher::receive(HTTPConnection& connection, int size, Delivery& delivery) {
+    int& count = delivery.mLength;
+    count = 0;
+    do {
+        const int n =
+            connection.Read(mpBuffer.get() + count, static_cast<unsigned>(mCapacity - count));
+        if (n < 0) {
+            return false;
+        }
+        if (n == 0) {
+            break;
+        }
+        count += n;
+        // With no size the first read ends it, and a full buffer counts as failed: both are meant.
+    } while (count < size && count < mCapacity);
+    if (count != size && size != 0) {
+        return false;
+    }
+    delivery.mOk = count < mCapacity;
+    return true;
+}

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+//
+// Fetches small documents one after the other, each as a whole.
+#ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSCHAINFETCHER_H
+#define KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSCHAINFETCHER_H
+
+#include <pthread.h>
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "base/export.h"
+
+class HTTPConnection;
+
+/// Called in the worker thread, once for every entry that was taken from the queue, while the lock
+/// of the fetcher is held: it must not call the fetcher.
+///
+/// `ok` tells whether the document came whole; what it means is told at sysChainFetcher. `id` is
+/// the caller's own. `contentType` is the "Content-Type" of the reply, spelt exactly so, or "".
+/// `data` are `length` bytes, not terminated; after a failure what the last attempt has read. All
+/// pointers are valid during the call only. `user` is what was given to setCallback().
+using sysChainFetcherCallback = void (*)(bool ok, unsigned int id, const char* contentType,
+                                         char* data, int length, void* user);
+
+/// One queued request.
+struct sysChainFetcherQEntry {
+    unsigned int mId;
+    std::string mUrl;
+};
+
+/// Downloads queued documents of less than 20480 bytes in the order in which they were queued, in
+/// one worker thread that lives as long as the object.
+///
+/// An attempt fails when the connection cannot be opened, when reading fails, and when the body is
+/// not as long as announced. There are up to four, 10 ms apart; a reply with a status other than
+/// 200, or with a header that breaks off after its status, is not tried again. A body that fills
+/// the 20480 bytes is reported as failed. Of a reply without "Content-Length", in any case, only
+/// what the first read returned is taken.
+///
+/// Threads: any thread may call the operations. The worker holds the lock while it fetches and
+/// calls back, and gives it away for 10 ms after each entry: the operations block until then. Logs
+/// nothing; the connection logs its own failures. Only allocation failure is thrown.
+class KESTROVA_EXPORT sysChainFetcher {
+public:
+    /// Starts the worker. Without one, when no thread can be had, the queue is kept and nothing is
+    /// ever fetched.
+    sysChainFetcher();
+    /// Waits until the entry that is being fetched has been delivered; entries that still wait are
+    /// dropped without a call.
+    ~sysChainFetcher();
+    sysChainFetcher(const sysChainFetcher&) = delete;
+    sysChainFetcher& operator=(const sysChainFetcher&) = delete;
+
+    /// Null is none: entries are then taken from the queue and fetched all the same.
+    void setCallback(sysChainFetcherCallback callback, void* user);
+    /// Queues a request; the text is copied. Null counts as "", which cannot be fetched.
+    void pushUrl(unsigned int id, const char* url);
+    /// Drops every waiting entry; not the one that is being fetched.
+    void flush();
+
+private:
+    struct Delivery;
+
+    KESTROVA_LOCAL static void* internal_run_static(void* self);
+    KESTROVA_LOCAL void internal_run();
+    KESTROVA_LOCAL void fetch(HTTPConnection& connection, const std::string& url,
+                              Delivery& delivery);
+    KESTROVA_LOCAL bool attempt(HTTPConnection& connection, const std::string& url,
+                                Delivery& delivery);
+    KESTROVA_LOCAL bool receive(HTTPConnection& connection, int size, Delivery& delivery);
+
+    pthread_t mThread = 0;
+    std::mutex mLock;
+    std::condition_variable mWake;
+    bool mStop = false;
+    std::deque<sysChainFetcherQEntry> mQueue;
+    sysChainFetcherCallback mpCallback = nullptr;
+    void* mpUser = nullptr;
+    std::unique_ptr<char[]> mpBuffer;
+    int mCapacity;
+};
+
+#endif

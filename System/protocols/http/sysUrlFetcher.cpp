@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: MIT
+#include "System/protocols/http/sysUrlFetcher.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "System/protocols/http/httpconnection.h"
+#include "base/cancelguard.h"
+#include "base/text.h"
+
+namespace {
+
+constexpr unsigned kChunkSize = 2048;
+
+/// A sum that wraps at 2 GiB on every machine.
+int wrappingSum(int first, int second) {
+    return static_cast<int>(static_cast<unsigned>(first) + static_cast<unsigned>(second));
+}
+
+}  // namespace
+
+/// Cleans up after a worker that is cancelled or stops early: on every way out of its scope, unless
+/// told that the download has come to its own end.
+class sysUrlFetcher::CleanUp {
+public:
+    explicit CleanUp(sysUrlFetcher& fetcher) : mFetcher(fetcher) {}
+    ~CleanUp() {
+        if (mArmed) {
+            mFetcher.internal_cleanup();
+        }
+    }
+    CleanUp(const CleanUp&) = delete;
+    CleanUp& operator=(const CleanUp&) = delete;
+
+    void dismiss() { mArmed = false; }
+
+private:
+    sysUrlFetcher& mFetcher;
+    bool mArmed = true;
+};
+
+sysUrlFetcher::sysUrlFetcher() : mLock(), mpConnection(std::make_unique<HTTPConnection>()) {
+    (void)sem_init(&mLock, 0, 1);
+}
+
+sysUrlFetcher::~sysUrlFetcher() {
+    if (mThread != 0) {
+        const base::CancelGuard guard;
+        (void)pthread_cancel(mThread);
+        join();
+    }
+    (void)sem_destroy(&mLock);
+}
+
+void sysUrlFetcher::takeLock() {
+    // sem_wait is a cancellation point. A worker must not end here: it would owe its code 2.
+    const base::CancelGuard guard;
+    while (sem_wait(&mLock) != 0 && errno == EINTR) {
+    }
+}
+
+void sysUrlFetcher::releaseLock() {
+    (void)sem_post(&mLock);
+}
+
+void sysUrlFetcher::join() {
+    (void)pthread_join(std::exchange(mThread, 0), nullptr);
+}
+
+void sysUrlFetcher::setCallback(sysUrlFetcherCallback callback, void* user) {
+    mpCallback = callback;
+    mpUser = user;
+}
+
+int sysUrlFetcher::setUrl(const char* url) {
+    killThread();
+    mpUrl.reset();
+    if (url != nullptr) {
+        const std::size_t size = std::strlen(url) + 1;
+        mpUrl = std::make_unique<char[]>(size);
+        std::memcpy(mpUrl.get(), url, size);
+    }
+    const int error = pthread_create(&mThread, nullptr, internal_run_static, this);
+    if (error != 0) {
+        mThread = 0;
+    }
+    return error;
+}
+
+void sysUrlFetcher::killThread() {
+    if (mThread == 0) {
+        return;
+    }
+    takeLock();
+    (void)pthread_cancel(mThread);
+    releaseLock();
+    join();
+}
+
+void sysUrlFetcher::cancelFetch() {
+    killThread();
+}
+
+void sysUrlFetcher::waitTillDone() {
+    if (mThread != 0) {
+        join();
+    }
+}
+
+void* sysUrlFetcher::internal_run_static(void* self) {
+    static_cast<sysUrlFetcher*>(self)->internal_run();
+    return nullptr;
+}
+
+void sysUrlFetcher::internal_run() {
+    takeLock();
+    (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
+    const std::unique_ptr<char[]> url = std::move(mpUrl);
+    // That both ways out keep the lock is meant.
+    if (mpCallback == nullptr) {
+        return;
+    }
+    if (url == nullptr) {
+        (void)report(eUrlFetchError);
+        return;
+    }
+    releaseLock();
+    CleanUp cleanUp(*this);
+    if (download(url.get())) {
+        cleanUp.dismiss();
+    }
+}
+
+void sysUrlFetcher::internal_cleanup() {
+    mpConnection->Close();
+    (void)report(eUrlFetchCancelled);
+}
+
+bool sysUrlFetcher::report(sysUrlFetcherCode code, int received, int total, char* data,
+                           int length) {
+    const base::CancelGuard guard;
+    return mpCallback(code, data, length, received, total, mpUser);
+}
+
+/// True when the download has come to its own end, false when the clean-up is to tell of it.
+bool sysUrlFetcher::download(const char* url) {
+    HTTPReplyHeader header;
+    if (!mpConnection->Open(url, header)) {
+        mpConnection->Close();
+        (void)report(eUrlFetchOpenFailed);
+        return false;
+    }
+    // The exact name is meant: a length under another spelling does not count here.
+    const int total = base::parseNumber(header.getValue("Content-Length").c_str());
+    if (!report(eUrlFetchHeader, 0, total)) {
+        mpConnection->Close();
+        return false;
+    }
+    return receive(total);
+}
+
+bool sysUrlFetcher::receive(int total) {
+    char buffer[kChunkSize];
+    int received = 0;
+    for (;;) {
+        const int n = mpConnection->Read(buffer, sizeof(buffer));
+        if (n <= 0) {
+            mpConnection->Close();
+            (void)report(n == 0 ? eUrlFetchDone : eUrlFetchError, received, total);
+            return true;
+        }
+        received = wrappingSum(received, n);
+        if (!report(eUrlFetchData, received, total, buffer, n)) {
+            mpConnection->Close();
+            return false;
+        }
+        if (total != 0 && received >= total) {
+            mpConnection->Close();
+            (void)report(eUrlFetchDone, received, total);
+            return true;
+        }
+    }
+}

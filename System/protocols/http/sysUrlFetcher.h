@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: MIT
+//
+// Fetches one document at a time, in a thread of its own, as a stream of pieces.
+#ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSURLFETCHER_H
+#define KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSURLFETCHER_H
+
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <memory>
+
+#include "base/export.h"
+
+class HTTPConnection;
+
+/// What a callback of a sysUrlFetcher is told. Lengths are in bytes.
+enum sysUrlFetcherCode {
+    eUrlFetchError = 0,       ///< a read of the body failed, or there was no address to fetch
+    eUrlFetchOpenFailed = 1,  ///< HTTPConnection::Open() was false; eUrlFetchCancelled follows
+    eUrlFetchCancelled = 2,   ///< cancelled, stopped by the callback, or not opened; the last one
+    eUrlFetchHeader = 3,      ///< the reply was accepted, nothing of its body read yet
+    eUrlFetchData = 4,        ///< a piece of the body
+    eUrlFetchDone = 5,        ///< the end of the stream, or the announced length, was reached
+};
+
+/// Called in the worker thread, which cannot be cancelled meanwhile.
+///
+/// `data` and `length` are the piece, for eUrlFetchData only, valid during the call; otherwise null
+/// and 0. `received` is how many bytes came so far, this piece included; it wraps beyond 2 GiB.
+/// `total` is the "Content-Length" of the reply, spelt exactly so and cut to the range of 32 bits;
+/// 0 when the reply has none. Both are 0 for eUrlFetchOpenFailed and eUrlFetchCancelled. `user` is
+/// what was given to setCallback().
+///
+/// False after eUrlFetchHeader or eUrlFetchData stops the download, which eUrlFetchCancelled then
+/// confirms; otherwise the result is not looked at. Must not call the fetcher that called it.
+using sysUrlFetcherCallback = bool (*)(sysUrlFetcherCode code, char* data, int length, int received,
+                                       int total, void* user);
+
+/// Downloads one document at a time in a worker thread.
+///
+/// Threads: one thread at a time calls these operations. The callback must not be changed while a
+/// worker runs. A worker that is cancelled unwinds its stack as an exception does, closes its
+/// connection and reports eUrlFetchCancelled, once. Logs nothing; the connection logs its own
+/// failures. Only allocation failure is thrown.
+class KESTROVA_EXPORT sysUrlFetcher {
+public:
+    sysUrlFetcher();
+    /// Cancels a running worker and waits for it, without taking the lock.
+    ~sysUrlFetcher();
+    sysUrlFetcher(const sysUrlFetcher&) = delete;
+    sysUrlFetcher& operator=(const sysUrlFetcher&) = delete;
+
+    /// Comes before setUrl(). Null is none.
+    void setCallback(sysUrlFetcherCallback callback, void* user);
+
+    /// Stops an earlier download, copies the address and starts to fetch it. Returns 0, or the
+    /// error number of pthread_create(); there is no worker then.
+    ///
+    /// A worker that finds no callback ends without a sign, one that finds a null address after
+    /// eUrlFetchError; both keep the lock, so that killThread() and setUrl() block for good. The
+    /// way out is waitTillDone() for the worker, and the destructor for the object.
+    int setUrl(const char* url);
+
+    /// Cancels a running worker and waits until it has ended. Does nothing when there is none.
+    /// Blocks for as long as a callback that is under way takes.
+    void killThread();
+    /// The same as killThread().
+    void cancelFetch();
+    /// Waits until the worker has ended by itself. Does nothing when there is none.
+    void waitTillDone();
+
+private:
+    class CleanUp;
+
+    KESTROVA_LOCAL static void* internal_run_static(void* self);
+    KESTROVA_LOCAL void internal_run();
+    KESTROVA_LOCAL void internal_cleanup();
+    KESTROVA_LOCAL bool download(const char* url);
+    KESTROVA_LOCAL bool receive(int total);
+    KESTROVA_LOCAL bool report(sysUrlFetcherCode code, int received = 0, int total = 0,
+                               char* data = nullptr, int length = 0);
+    KESTROVA_LOCAL void takeLock();
+    KESTROVA_LOCAL void releaseLock();
+    KESTROVA_LOCAL void join();
+
+    pthread_t mThread = 0;
+    // A worker may end and keep it, so that the destructor destroys it taken: no mutex may be.
+    sem_t mLock;
+    // Handed over to the worker, which frees it when it ends.
+    std::unique_ptr<char[]> mpUrl;
+    sysUrlFetcherCallback mpCallback = nullptr;
+    void* mpUser = nullptr;
+    std::unique_ptr<HTTPConnection> mpConnection;
+};
+
+#endif
