@@ -7,6 +7,7 @@
 #include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -42,6 +43,8 @@ struct Plans {
     std::function<void(const MountRequest&)> mMountWatcher;
     std::function<int(const MountRequest&)> mMount;
     std::function<int(const char*)> mUmount;
+    std::function<ssize_t(int, void*, std::size_t, int)> mReceive;
+    std::function<ssize_t(int, const void*, std::size_t, int)> mSend;
     std::atomic<std::size_t> mMostBytes{0};
 };
 
@@ -163,6 +166,14 @@ void answerUmount(std::function<int(const char*)> answer) {
     everyPlan().mUmount = std::move(answer);
 }
 
+void answerReceive(std::function<ssize_t(int, void*, std::size_t, int)> answer) {
+    everyPlan().mReceive = std::move(answer);
+}
+
+void answerSend(std::function<ssize_t(int, const void*, std::size_t, int)> answer) {
+    everyPlan().mSend = std::move(answer);
+}
+
 void limitTransfers(std::size_t most) {
     everyPlan().mMostBytes = most;
 }
@@ -188,6 +199,8 @@ void reset() {
     all.mMountWatcher = nullptr;
     all.mMount = nullptr;
     all.mUmount = nullptr;
+    all.mReceive = nullptr;
+    all.mSend = nullptr;
     all.mMostBytes = 0;
 }
 
@@ -235,7 +248,9 @@ Behind<SpawnFunction> behindPosixSpawn("posix_spawn");
 Behind<ssize_t(int, void*, size_t, off_t)> behindPread("pread64");
 Behind<CreateFunction> behindPthreadCreate("pthread_create");
 Behind<ssize_t(int, void*, size_t)> behindRead("read");
+Behind<ssize_t(int, void*, size_t, int)> behindRecv("recv");
 Behind<int(const char*, const char*)> behindRename("rename");
+Behind<ssize_t(int, const void*, size_t, int)> behindSend("send");
 Behind<int(const char*, struct stat*)> behindStat(kStat);
 Behind<int(const char*, struct statfs*)> behindStatfs("statfs64");
 Behind<void()> behindSync("sync");
@@ -249,8 +264,8 @@ __attribute__((constructor)) void findAll() {
     const auto find = [](auto&... each) { ((void)each.get(), ...); };
     find(behindClose, behindFcntl, behindFdopen, behindFopen, behindFork, behindFsync, behindIoctl,
          behindMkdir, behindMount, behindOpen, behindPipe2, behindPosixSpawn, behindPread,
-         behindPthreadCreate, behindRead, behindRename, behindStat, behindStatfs, behindSync,
-         behindSystem, behindUmount, behindWaitpid, behindWrite);
+         behindPthreadCreate, behindRead, behindRecv, behindRename, behindSend, behindStat,
+         behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid, behindWrite);
 }
 
 }  // namespace
@@ -365,8 +380,28 @@ ssize_t read(int descriptor, void* buffer, size_t length) {
     return fails(Call::eRead) ? -1 : behindRead.get()(descriptor, buffer, limited(length));
 }
 
+ssize_t recv(int socket, void* buffer, size_t length, int flags) {
+    if (fails(Call::eRecv)) {
+        return -1;
+    }
+    if (plans.load() != nullptr && !inTest && plans.load()->mReceive) {
+        return askTest(plans.load()->mReceive, socket, buffer, length, flags);
+    }
+    return behindRecv.get()(socket, buffer, length, flags);
+}
+
 int rename(const char* from, const char* to) noexcept {
     return fails(Call::eRename) ? -1 : behindRename.get()(from, to);
+}
+
+ssize_t send(int socket, const void* bytes, size_t length, int flags) {
+    if (fails(Call::eSend)) {
+        return -1;
+    }
+    if (plans.load() != nullptr && !inTest && plans.load()->mSend) {
+        return askTest(plans.load()->mSend, socket, bytes, length, flags);
+    }
+    return behindSend.get()(socket, bytes, length, flags);
 }
 
 int stat(const char* path, struct stat* status) noexcept {

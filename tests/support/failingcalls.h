@@ -9,6 +9,7 @@
 #define KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 
 #include <sys/statfs.h>
+#include <sys/types.h>
 
 #include <cstddef>
 #include <functional>
@@ -31,7 +32,9 @@ enum class Call {
     ePread,
     ePthreadCreate,
     eRead,
+    eRecv,
     eRename,
+    eSend,
     eStat,
     eStatfs,
     eSync,  ///< cannot fail; to be counted and watched
@@ -69,6 +72,13 @@ void watchMounts(std::function<void(const MountRequest& request)> watcher);
 void answerMount(std::function<int(const MountRequest& request)> answer);
 /// Answers umount.
 void answerUmount(std::function<int(const char* directory)> answer);
+
+/// Answers recv.
+void answerReceive(
+    std::function<ssize_t(int socket, void* buffer, std::size_t length, int flags)> answer);
+/// Answers send.
+void answerSend(
+    std::function<ssize_t(int socket, const void* bytes, std::size_t length, int flags)> answer);
 
 /// No read or write takes more than so many bytes at once, 0 for no limit.
 void limitTransfers(std::size_t most);
