@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
@@ -43,6 +44,8 @@ struct Plans {
     std::function<void(const MountRequest&)> mMountWatcher;
     std::function<int(const MountRequest&)> mMount;
     std::function<int(const char*)> mUmount;
+    std::function<int(const Lookup&)> mLookup;
+    std::function<int(const SocketOption&)> mSetsockopt;
     std::function<ssize_t(int, void*, std::size_t, int)> mReceive;
     std::function<ssize_t(int, const void*, std::size_t, int)> mSend;
     std::atomic<std::size_t> mMostBytes{0};
@@ -166,6 +169,14 @@ void answerUmount(std::function<int(const char*)> answer) {
     everyPlan().mUmount = std::move(answer);
 }
 
+void answerLookup(std::function<int(const Lookup&)> answer) {
+    everyPlan().mLookup = std::move(answer);
+}
+
+void answerSetsockopt(std::function<int(const SocketOption&)> answer) {
+    everyPlan().mSetsockopt = std::move(answer);
+}
+
 void answerReceive(std::function<ssize_t(int, void*, std::size_t, int)> answer) {
     everyPlan().mReceive = std::move(answer);
 }
@@ -199,6 +210,8 @@ void reset() {
     all.mMountWatcher = nullptr;
     all.mMount = nullptr;
     all.mUmount = nullptr;
+    all.mLookup = nullptr;
+    all.mSetsockopt = nullptr;
     all.mReceive = nullptr;
     all.mSend = nullptr;
     all.mMostBytes = 0;
@@ -222,23 +235,28 @@ using failingcalls::plans;
 #ifdef __USE_TIME_BITS64
 constexpr char kFcntl[] = "__fcntl_time64";
 constexpr char kIoctl[] = "__ioctl_time64";
+constexpr char kSetsockopt[] = "__setsockopt64";
 constexpr char kStat[] = "__stat64_time64";
 #else
 constexpr char kFcntl[] = "fcntl64";
 constexpr char kIoctl[] = "ioctl";
+constexpr char kSetsockopt[] = "setsockopt";
 constexpr char kStat[] = "stat64";
 #endif
 
 using SpawnFunction = int(pid_t*, const char*, const posix_spawn_file_actions_t*,
                           const posix_spawnattr_t*, char* const*, char* const*);
 using CreateFunction = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+using LookupFunction = int(const char*, hostent*, char*, size_t, hostent**, int*);
 
 Behind<int(int)> behindClose("close");
+Behind<int(int, const sockaddr*, socklen_t)> behindConnect("connect");
 Behind<int(int, int, ...)> behindFcntl(kFcntl);
 Behind<std::FILE*(int, const char*)> behindFdopen("fdopen");
 Behind<std::FILE*(const char*, const char*)> behindFopen("fopen64");
 Behind<pid_t()> behindFork("fork");
 Behind<int(int)> behindFsync("fsync");
+Behind<LookupFunction> behindGethostbyname("gethostbyname_r");
 Behind<int(int, unsigned long, ...)> behindIoctl(kIoctl);
 Behind<int(const char*, mode_t)> behindMkdir("mkdir");
 Behind<int(const char*, const char*, const char*, unsigned long, const void*)> behindMount("mount");
@@ -251,6 +269,9 @@ Behind<ssize_t(int, void*, size_t)> behindRead("read");
 Behind<ssize_t(int, void*, size_t, int)> behindRecv("recv");
 Behind<int(const char*, const char*)> behindRename("rename");
 Behind<ssize_t(int, const void*, size_t, int)> behindSend("send");
+Behind<int(int, int, int, const void*, socklen_t)> behindSetsockopt(kSetsockopt);
+Behind<int(int, int)> behindShutdown("shutdown");
+Behind<int(int, int, int)> behindSocket("socket");
 Behind<int(const char*, struct stat*)> behindStat(kStat);
 Behind<int(const char*, struct statfs*)> behindStatfs("statfs64");
 Behind<void()> behindSync("sync");
@@ -262,9 +283,10 @@ Behind<ssize_t(int, const void*, size_t)> behindWrite("write");
 // All at once when the program starts, because the child of a fork may not ask the dynamic linker.
 __attribute__((constructor)) void findAll() {
     const auto find = [](auto&... each) { ((void)each.get(), ...); };
-    find(behindClose, behindFcntl, behindFdopen, behindFopen, behindFork, behindFsync, behindIoctl,
-         behindMkdir, behindMount, behindOpen, behindPipe2, behindPosixSpawn, behindPread,
-         behindPthreadCreate, behindRead, behindRecv, behindRename, behindSend, behindStat,
+    find(behindClose, behindConnect, behindFcntl, behindFdopen, behindFopen, behindFork,
+         behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindOpen,
+         behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead, behindRecv,
+         behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket, behindStat,
          behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid, behindWrite);
 }
 
@@ -274,6 +296,10 @@ extern "C" {
 
 int close(int descriptor) {
     return fails(Call::eClose) ? -1 : behindClose.get()(descriptor);
+}
+
+int connect(int socket, const sockaddr* address, socklen_t size) {
+    return fails(Call::eConnect) ? -1 : behindConnect.get()(socket, address, size);
 }
 
 int fcntl(int descriptor, int command, ...) {
@@ -298,6 +324,20 @@ pid_t fork() noexcept {
 
 int fsync(int descriptor) {
     return fails(Call::eFsync) ? -1 : behindFsync.get()(descriptor);
+}
+
+int gethostbyname_r(const char* name, hostent* entry, char* buffer, size_t size, hostent** found,
+                    int* error) {
+    *found = nullptr;
+    if (fails(Call::eGethostbyname)) {
+        *error = NETDB_INTERNAL;
+        return errno;
+    }
+    if (plans.load() != nullptr && !inTest && plans.load()->mLookup) {
+        const failingcalls::Lookup lookup = {name, entry, buffer, size, found, error};
+        return askTest(plans.load()->mLookup, lookup);
+    }
+    return behindGethostbyname.get()(name, entry, buffer, size, found, error);
 }
 
 int ioctl(int descriptor, unsigned long request, ...) noexcept {
@@ -387,7 +427,7 @@ ssize_t recv(int socket, void* buffer, size_t length, int flags) {
     if (plans.load() != nullptr && !inTest && plans.load()->mReceive) {
         return askTest(plans.load()->mReceive, socket, buffer, length, flags);
     }
-    return behindRecv.get()(socket, buffer, length, flags);
+    return behindRecv.get()(socket, buffer, limited(length), flags);
 }
 
 int rename(const char* from, const char* to) noexcept {
@@ -401,7 +441,26 @@ ssize_t send(int socket, const void* bytes, size_t length, int flags) {
     if (plans.load() != nullptr && !inTest && plans.load()->mSend) {
         return askTest(plans.load()->mSend, socket, bytes, length, flags);
     }
-    return behindSend.get()(socket, bytes, length, flags);
+    return behindSend.get()(socket, bytes, limited(length), flags);
+}
+
+int setsockopt(int socket, int level, int option, const void* value, socklen_t size) noexcept {
+    if (fails(Call::eSetsockopt)) {
+        return -1;
+    }
+    if (plans.load() != nullptr && !inTest && plans.load()->mSetsockopt) {
+        const failingcalls::SocketOption asked = {socket, level, option, value, size};
+        return askTest(plans.load()->mSetsockopt, asked);
+    }
+    return behindSetsockopt.get()(socket, level, option, value, size);
+}
+
+int shutdown(int socket, int how) noexcept {
+    return fails(Call::eShutdown) ? -1 : behindShutdown.get()(socket, how);
+}
+
+int socket(int family, int type, int protocol) noexcept {
+    return fails(Call::eSocket) ? -1 : behindSocket.get()(family, type, protocol);
 }
 
 int stat(const char* path, struct stat* status) noexcept {

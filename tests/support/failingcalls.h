@@ -8,8 +8,9 @@
 #ifndef KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 #define KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 
+#include <netdb.h>
+#include <sys/socket.h>
 #include <sys/statfs.h>
-#include <sys/types.h>
 
 #include <cstddef>
 #include <functional>
@@ -18,11 +19,13 @@ namespace failingcalls {
 
 enum class Call {
     eClose,
+    eConnect,
     eFcntl,
     eFdopen,
     eFopen,
     eFork,
     eFsync,
+    eGethostbyname,  ///< the re-entrant one, which fails by returning the errno
     eIoctl,
     eMkdir,
     eMount,
@@ -35,6 +38,9 @@ enum class Call {
     eRecv,
     eRename,
     eSend,
+    eSetsockopt,
+    eShutdown,
+    eSocket,
     eStat,
     eStatfs,
     eSync,  ///< cannot fail; to be counted and watched
@@ -73,6 +79,29 @@ void answerMount(std::function<int(const MountRequest& request)> answer);
 /// Answers umount.
 void answerUmount(std::function<int(const char* directory)> answer);
 
+/// What gethostbyname_r() was asked for, and where its answer goes.
+struct Lookup {
+    const char* mName;
+    hostent* mEntry;
+    char* mBuffer;
+    std::size_t mSize;
+    hostent** mFound;  ///< null as long as the answer does not say otherwise
+    int* mError;
+};
+/// Answers gethostbyname_r.
+void answerLookup(std::function<int(const Lookup& lookup)> answer);
+
+/// What setsockopt() was asked for.
+struct SocketOption {
+    int mSocket;
+    int mLevel;
+    int mOption;
+    const void* mValue;
+    socklen_t mSize;
+};
+/// Answers setsockopt; the answer's result is that of setsockopt, and it sets errno itself.
+void answerSetsockopt(std::function<int(const SocketOption& option)> answer);
+
 /// Answers recv.
 void answerReceive(
     std::function<ssize_t(int socket, void* buffer, std::size_t length, int flags)> answer);
@@ -80,7 +109,8 @@ void answerReceive(
 void answerSend(
     std::function<ssize_t(int socket, const void* bytes, std::size_t length, int flags)> answer);
 
-/// No read or write takes more than so many bytes at once, 0 for no limit.
+/// No read, write, receipt or sending takes more than so many bytes at once, 0 for no
+/// limit.
 void limitTransfers(std::size_t most);
 
 /// Everything passes on again, the counts are 0. While no other thread makes calls.

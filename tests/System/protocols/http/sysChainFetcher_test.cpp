@@ -238,9 +238,8 @@ TEST_F(SysChainFetcherTest, TakesBothSegmentsWithALength) {
 
 TEST_F(SysChainFetcherTest, TriesARefusedConnectionFourTimes) {
     const DeadPort port(DeadPort::eRefusing);
-    std::atomic<int> sockets{0};
     EXPECT_EQ("7 failed 0", fetch(port.url()));
-    (void)sockets;
+    EXPECT_EQ(4, failingcalls::count(failingcalls::Call::eConnect));
 }
 
 TEST_F(SysChainFetcherTest, TriesAResetBodyFourTimes) {
