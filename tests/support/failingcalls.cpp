@@ -18,6 +18,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <map>
 
 namespace failingcalls {
@@ -236,11 +237,13 @@ using failingcalls::plans;
 constexpr char kFcntl[] = "__fcntl_time64";
 constexpr char kIoctl[] = "__ioctl_time64";
 constexpr char kSetsockopt[] = "__setsockopt64";
+constexpr char kNanosleep[] = "__nanosleep64";
 constexpr char kStat[] = "__stat64_time64";
 #else
 constexpr char kFcntl[] = "fcntl64";
 constexpr char kIoctl[] = "ioctl";
 constexpr char kSetsockopt[] = "setsockopt";
+constexpr char kNanosleep[] = "nanosleep";
 constexpr char kStat[] = "stat64";
 #endif
 
@@ -260,6 +263,7 @@ Behind<LookupFunction> behindGethostbyname("gethostbyname_r");
 Behind<int(int, unsigned long, ...)> behindIoctl(kIoctl);
 Behind<int(const char*, mode_t)> behindMkdir("mkdir");
 Behind<int(const char*, const char*, const char*, unsigned long, const void*)> behindMount("mount");
+Behind<int(const timespec*, timespec*)> behindNanosleep(kNanosleep);
 Behind<int(const char*, int, ...)> behindOpen("open64");
 Behind<int(int*, int)> behindPipe2("pipe2");
 Behind<SpawnFunction> behindPosixSpawn("posix_spawn");
@@ -284,10 +288,11 @@ Behind<ssize_t(int, const void*, size_t)> behindWrite("write");
 __attribute__((constructor)) void findAll() {
     const auto find = [](auto&... each) { ((void)each.get(), ...); };
     find(behindClose, behindConnect, behindFcntl, behindFdopen, behindFopen, behindFork,
-         behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindOpen,
-         behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead, behindRecv,
-         behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket, behindStat,
-         behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid, behindWrite);
+         behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindNanosleep,
+         behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead,
+         behindRecv, behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket,
+         behindStat, behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid,
+         behindWrite);
 }
 
 }  // namespace
@@ -379,6 +384,10 @@ int mount(const char* device, const char* directory, const char* type, unsigned 
         return askTest(plans.load()->mMount, request);
     }
     return behindMount.get()(device, directory, type, flags, data);
+}
+
+int nanosleep(const timespec* time, timespec* left) {
+    return fails(Call::eNanosleep) ? -1 : behindNanosleep.get()(time, left);
 }
 
 int open(const char* path, int flags, ...) {

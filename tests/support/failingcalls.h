@@ -29,6 +29,7 @@ enum class Call {
     eIoctl,
     eMkdir,
     eMount,
+    eNanosleep,
     eOpen,
     ePipe2,
     ePosixSpawn,

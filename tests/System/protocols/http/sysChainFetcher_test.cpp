@@ -5,17 +5,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "tests/System/protocols/http/chainrecord.h"
 #include "tests/System/protocols/http/leftovers.h"
 #include "tests/support/failingcalls.h"
 #include "tests/support/outputlevel.h"
@@ -35,58 +31,6 @@ std::string withLength(const std::string& body) {
     return ok("Content-Length: " + std::to_string(body.size()) + "\r\nContent-Type: text/x\r\n") +
            body;
 }
-
-/// Records the deliveries.
-class ChainRecord {
-public:
-    ~ChainRecord() { letGo(); }
-
-    int count() const { return mCount; }
-    bool await(int count) const {
-        return eventually([&] { return mCount >= count; });
-    }
-    /// All deliveries such as "7 ok 1000 text/plain", with ", " between them.
-    std::string sequence() const {
-        const std::lock_guard<std::mutex> lock(mLock);
-        return mSequence;
-    }
-    /// The data of the last one.
-    std::string data() const {
-        const std::lock_guard<std::mutex> lock(mLock);
-        return mData;
-    }
-    /// The callback stays in its next call until letGo().
-    void hold() { mHold = true; }
-    bool awaitHeld() const {
-        return eventually([this] { return mHeld.load(); });
-    }
-    void letGo() { mHold = false; }
-
-    static void callback(bool fine, unsigned id, const char* type, char* data, int length,
-                         void* user) {
-        auto* const record = static_cast<ChainRecord*>(user);
-        record->note(fine, id, type, data, length);
-        record->mHeld = record->mHold.load();
-        (void)eventually([record] { return !record->mHold; });
-        ++record->mCount;
-    }
-
-private:
-    void note(bool fine, unsigned id, const char* type, const char* data, int length) {
-        const std::lock_guard<std::mutex> lock(mLock);
-        mSequence += (mSequence.empty() ? "" : ", ") + std::to_string(id) +
-                     (fine ? " ok " : " failed ") + std::to_string(length) +
-                     (*type != '\0' ? " " : "") + type;
-        mData.assign(data, static_cast<std::size_t>(length));
-    }
-
-    mutable std::mutex mLock;
-    std::string mSequence;
-    std::string mData;
-    std::atomic<int> mCount{0};
-    std::atomic<bool> mHold{false};
-    std::atomic<bool> mHeld{false};
-};
 
 class SysChainFetcherTest : public testing::Test {
 protected:
@@ -110,30 +54,12 @@ protected:
     std::string fetch(const std::string& reply, int attempts) {
         return fetch(std::vector<Script>(static_cast<std::size_t>(attempts), replyWith(reply)));
     }
-    /// Runs a function in a thread of its own; true when it waits for the fetcher.
-    bool blocks(const std::function<void()>& function) {
-        std::atomic<pid_t> id{0};
-        mCaller = std::thread([&id, function] {
-            id = ::gettid();
-            function();
-        });
-        return eventually([&id] { return id != 0 && sleepsInFutex(id); });
-    }
-    void TearDown() override {
-        mRecord.letGo();
-        mServer.releaseAll();
-        if (mCaller.joinable()) {
-            mCaller.join();
-        }
-    }
-
     const OutputLevel mQuiet{0};
     const Leftovers mLeftovers;
     const failingcalls::Scope mCalls;
     ScriptedServer mServer;
     ChainRecord mRecord;
     std::unique_ptr<sysChainFetcher> mFetcher = std::make_unique<sysChainFetcher>();
-    std::thread mCaller;
 };
 
 struct AttemptCase {
@@ -223,11 +149,8 @@ TEST_F(SysChainFetcherTest, TakesOnlyTheFirstSegmentWithoutALength) {
 }
 
 TEST_F(SysChainFetcherTest, TakesBothSegmentsWithALength) {
-    mServer.expect(Script()
-                       .readRequest()
-                       .send(ok("Content-Length: 10\r\n") + "12345")
-                       .stall()
-                       .send("67890"));
+    mServer.expect(
+        Script().readRequest().send(ok("Content-Length: 10\r\n") + "12345").stall().send("67890"));
     mFetcher->pushUrl(7, mServer.url().c_str());
     ASSERT_TRUE(mServer.awaitStalled(1));
     mServer.release(0);
