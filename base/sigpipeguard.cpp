@@ -27,7 +27,7 @@ sigset_t onlySigpipe() {
 
 }  // namespace
 
-SigpipeGuard::SigpipeGuard() : mMask(), mWasPending(false) {
+SigpipeGuard::SigpipeGuard() : mMask() {
     const sigset_t sigpipe = onlySigpipe();
     (void)pthread_sigmask(SIG_BLOCK, &sigpipe, &mMask);
     // A thread that did not block the signal has none pending: it would have been delivered.
