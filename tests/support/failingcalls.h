@@ -76,6 +76,19 @@ void limitTransfers(std::size_t most);
 /// Everything passes on again, the counts are 0. While no other thread makes calls.
 void reset();
 
+/// What the calling thread calls during a scope passes on and does not count: for what belongs to
+/// the test itself, such as a server that the code under test talks to. Nests.
+class Exempt {
+public:
+    Exempt();
+    ~Exempt();
+    Exempt(const Exempt&) = delete;
+    Exempt& operator=(const Exempt&) = delete;
+
+private:
+    bool mBefore;
+};
+
 /// Leaves nothing behind at the end of a test, also when it failed.
 class Scope {
 public:

@@ -3,6 +3,7 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -24,6 +25,20 @@ constexpr timeval kTimeOut = {30, 0};
 constexpr std::size_t kResolverBuffer = 8096;
 constexpr int kStatusOk = 200;
 
+/// The re-entrant resolver, never left half-way: a thread that is cancelled inside loses the C
+/// library's socket to its name cache. A cancellation acts before or after.
+int lookUp(const char* host, hostent& entry, char (&buffer)[kResolverBuffer], hostent*& pHe,
+           int& error) {
+    pthread_testcancel();
+    int ret = 0;
+    {
+        const base::CancelGuard guard;
+        ret = ::gethostbyname_r(host, &entry, buffer, sizeof(buffer), &pHe, &error);
+    }
+    pthread_testcancel();
+    return ret;
+}
+
 /// The host's first IPv4 address with the port; false with a log line when there is none.
 bool resolve(const httpURL& url, sockaddr_in& address) {
     char buffer[kResolverBuffer];
@@ -31,7 +46,7 @@ bool resolve(const httpURL& url, sockaddr_in& address) {
     hostent* pHe = nullptr;
     int error = 0;
     const char* const host = url.host().c_str();
-    const int ret = ::gethostbyname_r(host, &entry, buffer, sizeof(buffer), &pHe, &error);
+    const int ret = lookUp(host, entry, buffer, pHe, error);
     if (ret != 0 || pHe == nullptr) {
         base::logMessageAt(kSource, __LINE__, 1,
                            "Error looking up hostname: '%s', ret %d, error %d, pHe %d\n", host, ret,
