@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "base/cancelguard.h"
 
@@ -39,7 +40,7 @@ HostLookup ask(const char* host) {
 
 /// What the asking thread and the caller share; whoever is done last frees it.
 struct Question {
-    explicit Question(const std::string& host) : mHost(host), mAnswered() {
+    explicit Question(std::string host) : mHost(std::move(host)), mAnswered() {
         (void)sem_init(&mAnswered, 0, 0);
     }
     ~Question() { (void)sem_destroy(&mAnswered); }

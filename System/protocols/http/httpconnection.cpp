@@ -106,6 +106,7 @@ bool HTTPConnection::Open(const char* url) {
     return Open(url, hdr);
 }
 
+// Not const: it uses up the body. NOLINTNEXTLINE(readability-make-member-function-const)
 int HTTPConnection::Read(void* buf, unsigned int len) {
     // The kernel moves at most 2 GiB less a page at once, so that the count always fits.
     return static_cast<int>(::recv(mSocket, buf, len, 0));

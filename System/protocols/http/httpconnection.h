@@ -43,8 +43,6 @@ public:
     /// Receives up to `len` bytes of the body into `buf` with one recv(). Returns how many bytes,
     /// 0 at the end, negative on an error or after 30 s without a byte; errno tells which. Logs
     /// nothing.
-    // Reading uses up the body, const or not.
-    // NOLINTNEXTLINE(readability-make-member-function-const)
     int Read(void* buf, unsigned int len);
 
     /// Shuts the socket down and closes it; does nothing when there is none. No cancellation point.
