@@ -41,7 +41,7 @@ std::string readPath(int socket) {
     while (request.find("\r\n\r\n") == std::string::npos) {
         const ssize_t count = ::recv(socket, buffer, sizeof(buffer), 0);
         if (count <= 0) {
-            return std::string();
+            return {};
         }
         request.append(buffer, static_cast<std::size_t>(count));
     }

@@ -26,7 +26,7 @@
 
 namespace {
 
-constexpr std::size_t kLargeDocument = 64 * 1048576;
+constexpr std::size_t kLargeDocument = std::size_t{64} * 1048576;
 constexpr std::size_t kLargePiece = 65536;
 
 /// Something that other threads end.
