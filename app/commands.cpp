@@ -85,17 +85,21 @@ constexpr char kFetchHelp[] =
     "file (-o), which appears, or replaces an older one, when all of the document is there. At a\n"
     "terminal standard error shows how far it is. Ctrl-C cancels.\n"
     "\n"
-    "Exit status 4 tells that the document could not be opened, 5 that it broke off, 6 that it was\n"
+    "Exit status 4 tells that the document could not be opened, 5 that it broke off, 6 that it "
+    "was\n"
     "cancelled, 1 that it could not be written. With --json, -o is needed.\n";
 
 constexpr char kFetchAllHelp[] =
     "Fetches documents of less than 20480 bytes one after the other, and prints a line for each:\n"
-    "'ok' or 'failed', bytes, type, URL and, with -d, its file, with tabs in between. Without URLs\n"
+    "'ok' or 'failed', bytes, type, URL and, with -d, its file, with tabs in between. Without "
+    "URLs\n"
     "reads them from standard input, one a line. A failed connection is tried again, up to three\n"
-    "times. A file is named after the last part of its URL's path, with '.2' and so on behind when\n"
+    "times. A file is named after the last part of its URL's path, with '.2' and so on behind "
+    "when\n"
     "an earlier document has that name, and replaces an older file.\n"
     "\n"
-    "Exit status 1 tells that a document failed. Ctrl-C waits for the document under way, and ends\n"
+    "Exit status 1 tells that a document failed. Ctrl-C waits for the document under way, and "
+    "ends\n"
     "with exit status 6.\n";
 
 constexpr char kShellHelp[] =

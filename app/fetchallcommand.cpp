@@ -108,17 +108,19 @@ public:
     Result result() const {
         Result result;
         if (mInterrupted) {
-            result = Result::failed("cancelled after " + std::to_string(mCount) + " documents",
-                                    eCancelled);
+            result = Result::failed("cancelled after " + documents(), eCancelled);
         } else if (mFailures != 0) {
-            result = Result::failed(std::to_string(mFailures) + " of " + std::to_string(mCount) +
-                                    " documents failed");
+            result = Result::failed(std::to_string(mFailures) + " of " + documents() + " failed");
         }
         result.mData.add("entries", mEntries).add("count", mCount).add("failed", mFailures);
         return result;
     }
 
 private:
+    std::string documents() const {
+        return std::to_string(mCount) + (mCount == 1 ? " document" : " documents");
+    }
+
     /// The rest is not wanted, or nobody is there to read of it.
     bool over() const { return mInterrupted || mSession.streams().outputError() != 0; }
 

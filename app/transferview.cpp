@@ -38,8 +38,8 @@ unsigned long long Rate::perSecond() const {
     if (mSamples.size() < 2) {
         return 0;
     }
-    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(
-        mSamples.back().mTime - mSamples.front().mTime);
+    const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(mSamples.back().mTime -
+                                                                            mSamples.front().mTime);
     const auto milliseconds = static_cast<unsigned long long>(time.count());
     const unsigned long long bytes = mSamples.back().mBytes - mSamples.front().mBytes;
     return milliseconds == 0 ? 0 : bytes * 1000 / milliseconds;

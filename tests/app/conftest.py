@@ -60,7 +60,9 @@ def start(command):
     yield launch
     for process in processes:
         process.kill()
-        process.communicate()
+        process.wait()
+        for stream in [process.stdin, process.stdout, process.stderr]:
+            stream.close()
 
 
 @pytest.fixture

@@ -106,7 +106,10 @@ class ScriptedServer:
             connection.settimeout(TIMEOUT)
             request = b""
             while not request.endswith(b"\r\n\r\n"):
-                request += connection.recv(4096) or b"\r\n\r\n"
+                piece = connection.recv(4096)
+                if not piece:
+                    return
+                request += piece
             path = request.split()[1].decode()
             self.requests.append(path)
             try:
