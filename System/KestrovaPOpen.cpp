@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 
@@ -78,7 +79,8 @@ int kestrova_popen_fout(std::FILE*& stream, const char* command) {
         // before its interruption.
         int scratch = 0;
         (void)::kill(pid, SIGINT);
-        (void)kestrova_pstatus(pid, scratch, true);
+        while (kestrova_pstatus(pid, scratch, true) == eCsWaitFailed && errno == EINTR) {
+        }
         return -1;
     }
     return pid;

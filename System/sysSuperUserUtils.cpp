@@ -5,7 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "System/system.h"
@@ -31,6 +34,8 @@ int statDevice(const std::string& name) {
 /// The detached process that becomes the login prompt. Runs in the child of a threaded process.
 [[noreturn]] void runGetty(const char* const* arguments) {
     base::closeDescriptorsFrom(STDERR_FILENO + 1);
+    // With the caller's mask, Ctrl-C might do nothing in the shell of whoever logs in.
+    base::resetSignals();
     if (base::detachChild()) {
         (void)::execve(arguments[0], const_cast<char* const*>(arguments), environ);
         base::reportInChild("Failed to spawn getty");
@@ -86,12 +91,17 @@ int sysSuperUserUtils::SpawnGetty(int port) {
     if (child < 1) {
         return child;
     }
-    return ::waitpid(child, nullptr, 0);
+    pid_t waited = -1;
+    do {
+        waited = ::waitpid(child, nullptr, 0);
+    } while (waited < 0 && errno == EINTR);
+    return waited;
 }
 
 void sysSuperUserUtils::RestartRemoteLog(unsigned ip) {
     (void)base::runShell("killall syslogd");
-    (void)::sleep(1);  // until the old daemon has let go of its socket
+    // Until the old daemon has let go of its socket, whatever signals come meanwhile.
+    std::this_thread::sleep_for(std::chrono::seconds(1));
     std::string command = "/sbin/syslogd -C";
     if (ip != 0) {
         command += " -R " + dottedText(ip);

@@ -27,14 +27,15 @@ public:
     /// Number of serial device nodes, 0 to 30.
     unsigned GetNumSerial();
 
-    /// Starts "/sbin/getty" on a serial port, detached, with nothing of the caller's open. Returns
-    /// the pid of the child that detached it; negative when there is no such device or no process.
-    /// Blocks until it is detached. A getty that cannot be executed is reported on the child's
-    /// standard error only.
+    /// Starts "/sbin/getty" on a serial port, detached, with nothing of the caller's open and no
+    /// signal blocked or ignored. Returns the pid of the child that detached it; negative when
+    /// there is no such device or no process. Blocks until it is detached. Whether a getty could be
+    /// executed is not told: its standard streams are /dev/null by then.
     int SpawnGetty(int port);
 
     /// Restarts the system's log daemon with an IPv4 address to log to (first octet in the highest
-    /// byte), 0 for none. Blocks for a second and two shell commands.
+    /// byte), 0 for none. Blocks for a second and two shell commands; nothing tells whether they
+    /// worked. The daemon inherits the standard streams and the signal mask of the calling thread.
     void RestartRemoteLog(unsigned ip);
 
     /// The stored address, 0 when there is none or the boot variables cannot be read.

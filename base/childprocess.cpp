@@ -2,11 +2,13 @@
 #include "base/childprocess.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
 
 #include "base/descriptor.h"
@@ -49,6 +51,15 @@ void reportInChild(const char* text) {
     for (const char* const piece : pieces) {
         (void)writeAll(STDERR_FILENO, piece, std::strlen(piece));
     }
+}
+
+void resetSignals() {
+    for (int number = 1; number < NSIG; ++number) {
+        (void)::signal(number, SIG_DFL);
+    }
+    sigset_t none;
+    (void)sigemptyset(&none);
+    (void)pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 bool detachChild() {
