@@ -22,6 +22,7 @@ set(KESTROVA_SOURCES
   base/text.cpp
   base/tool.cpp
   System/BlockdevCfg.fmp.cpp
+  System/KestrovaPOpen.cpp
   System/bootvarsmanager/bootenvironment.cpp
   System/bootvarsmanager/mountline.cpp
   System/bootvarsmanager/softwarepartition.cpp
@@ -53,6 +54,7 @@ set(KESTROVA_PUBLIC_HEADERS
   base/stream.h
   base/vector.h
   System/BlockdevCfg.fmp.h
+  System/KestrovaPOpen.h
   System/bootvarsmanager/sysBootVarsManager.h
   System/drivemanager/drivemanager.h
   System/drivemanager/dvrdrive.h
