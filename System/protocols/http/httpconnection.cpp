@@ -24,6 +24,13 @@ constexpr timeval kTimeOut = {30, 0};
 constexpr std::size_t kResolverBuffer = 8096;
 constexpr int kStatusOk = 200;
 
+int lookUp(const char* host, hostent& entry, char (&buffer)[kResolverBuffer], hostent*& pHe,
+           int& error) {
+    // A cancellation in the middle of the C library's resolver loses its descriptors and locks.
+    const base::CancelGuard guard;
+    return ::gethostbyname_r(host, &entry, buffer, sizeof(buffer), &pHe, &error);
+}
+
 /// The host's first IPv4 address with the port; false with a log line when there is none.
 bool resolve(const httpURL& url, sockaddr_in& address) {
     char buffer[kResolverBuffer];
@@ -31,7 +38,7 @@ bool resolve(const httpURL& url, sockaddr_in& address) {
     hostent* pHe = nullptr;
     int error = 0;
     const char* const host = url.host().c_str();
-    const int ret = ::gethostbyname_r(host, &entry, buffer, sizeof(buffer), &pHe, &error);
+    const int ret = lookUp(host, entry, buffer, pHe, error);
     if (ret != 0 || pHe == nullptr) {
         base::logMessageAt(kSource, __LINE__, 1,
                            "Error looking up hostname: '%s', ret %d, error %d, pHe %d\n", host, ret,
