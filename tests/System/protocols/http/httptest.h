@@ -10,7 +10,6 @@
 
 #include <cstring>
 #include <functional>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -36,8 +35,13 @@ inline std::string printedBy(std::uint32_t verbosity, const std::function<void()
     const OutputLevel level(verbosity);
     const Capture capture;
     operation();
-    static const std::regex number(":[0-9]+ \\(level");
-    return std::regex_replace(capture.output() + capture.errors(), number, ":# (level");
+    std::string text = capture.output() + capture.errors();
+    for (std::size_t end = 0; (end = text.find(" (level ", end)) != std::string::npos; ++end) {
+        const std::size_t colon = text.rfind(':', end);
+        text.replace(colon + 1, end - colon - 1, "#");
+        end = colon + 2;
+    }
+    return text;
 }
 
 /// What an Open() came to.
