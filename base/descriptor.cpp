@@ -78,6 +78,8 @@ Descriptor openDescriptor(const char* path, int flags, mode_t mode) {
 }
 
 Descriptor openSocket(int family, int type) {
+    // Nothing here waits: a cancellation may as well come later, and then cannot lose a descriptor.
+    const CancelGuard guard;
     const Placeholders placeholders;
     return aboveStandard(::socket(family, type | SOCK_CLOEXEC, 0));
 }

@@ -18,6 +18,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <map>
 
 namespace failingcalls {
@@ -46,6 +47,8 @@ struct Plans {
     std::function<int(const char*)> mUmount;
     std::function<int(const Lookup&)> mLookup;
     std::function<int(const SocketOption&)> mSetsockopt;
+    std::function<ssize_t(int, void*, std::size_t, int)> mReceive;
+    std::function<ssize_t(int, const void*, std::size_t, int)> mSend;
     std::atomic<std::size_t> mMostBytes{0};
 };
 
@@ -175,6 +178,14 @@ void answerSetsockopt(std::function<int(const SocketOption&)> answer) {
     everyPlan().mSetsockopt = std::move(answer);
 }
 
+void answerReceive(std::function<ssize_t(int, void*, std::size_t, int)> answer) {
+    everyPlan().mReceive = std::move(answer);
+}
+
+void answerSend(std::function<ssize_t(int, const void*, std::size_t, int)> answer) {
+    everyPlan().mSend = std::move(answer);
+}
+
 void limitTransfers(std::size_t most) {
     everyPlan().mMostBytes = most;
 }
@@ -202,6 +213,8 @@ void reset() {
     all.mUmount = nullptr;
     all.mLookup = nullptr;
     all.mSetsockopt = nullptr;
+    all.mReceive = nullptr;
+    all.mSend = nullptr;
     all.mMostBytes = 0;
 }
 
@@ -224,11 +237,13 @@ using failingcalls::plans;
 constexpr char kFcntl[] = "__fcntl_time64";
 constexpr char kIoctl[] = "__ioctl_time64";
 constexpr char kSetsockopt[] = "__setsockopt64";
+constexpr char kNanosleep[] = "__nanosleep64";
 constexpr char kStat[] = "__stat64_time64";
 #else
 constexpr char kFcntl[] = "fcntl64";
 constexpr char kIoctl[] = "ioctl";
 constexpr char kSetsockopt[] = "setsockopt";
+constexpr char kNanosleep[] = "nanosleep";
 constexpr char kStat[] = "stat64";
 #endif
 
@@ -248,6 +263,7 @@ Behind<LookupFunction> behindGethostbyname("gethostbyname_r");
 Behind<int(int, unsigned long, ...)> behindIoctl(kIoctl);
 Behind<int(const char*, mode_t)> behindMkdir("mkdir");
 Behind<int(const char*, const char*, const char*, unsigned long, const void*)> behindMount("mount");
+Behind<int(const timespec*, timespec*)> behindNanosleep(kNanosleep);
 Behind<int(const char*, int, ...)> behindOpen("open64");
 Behind<int(int*, int)> behindPipe2("pipe2");
 Behind<SpawnFunction> behindPosixSpawn("posix_spawn");
@@ -272,10 +288,11 @@ Behind<ssize_t(int, const void*, size_t)> behindWrite("write");
 __attribute__((constructor)) void findAll() {
     const auto find = [](auto&... each) { ((void)each.get(), ...); };
     find(behindClose, behindConnect, behindFcntl, behindFdopen, behindFopen, behindFork,
-         behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindOpen,
-         behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead, behindRecv,
-         behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket, behindStat,
-         behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid, behindWrite);
+         behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindNanosleep,
+         behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead,
+         behindRecv, behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket,
+         behindStat, behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid,
+         behindWrite);
 }
 
 }  // namespace
@@ -369,6 +386,10 @@ int mount(const char* device, const char* directory, const char* type, unsigned 
     return behindMount.get()(device, directory, type, flags, data);
 }
 
+int nanosleep(const timespec* time, timespec* left) {
+    return fails(Call::eNanosleep) ? -1 : behindNanosleep.get()(time, left);
+}
+
 int open(const char* path, int flags, ...) {
     mode_t mode = 0;
     if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
@@ -409,7 +430,13 @@ ssize_t read(int descriptor, void* buffer, size_t length) {
 }
 
 ssize_t recv(int socket, void* buffer, size_t length, int flags) {
-    return fails(Call::eRecv) ? -1 : behindRecv.get()(socket, buffer, limited(length), flags);
+    if (fails(Call::eRecv)) {
+        return -1;
+    }
+    if (plans.load() != nullptr && !inTest && plans.load()->mReceive) {
+        return askTest(plans.load()->mReceive, socket, buffer, length, flags);
+    }
+    return behindRecv.get()(socket, buffer, limited(length), flags);
 }
 
 int rename(const char* from, const char* to) noexcept {
@@ -417,7 +444,13 @@ int rename(const char* from, const char* to) noexcept {
 }
 
 ssize_t send(int socket, const void* bytes, size_t length, int flags) {
-    return fails(Call::eSend) ? -1 : behindSend.get()(socket, bytes, limited(length), flags);
+    if (fails(Call::eSend)) {
+        return -1;
+    }
+    if (plans.load() != nullptr && !inTest && plans.load()->mSend) {
+        return askTest(plans.load()->mSend, socket, bytes, length, flags);
+    }
+    return behindSend.get()(socket, bytes, limited(length), flags);
 }
 
 int setsockopt(int socket, int level, int option, const void* value, socklen_t size) noexcept {

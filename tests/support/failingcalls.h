@@ -29,6 +29,7 @@ enum class Call {
     eIoctl,
     eMkdir,
     eMount,
+    eNanosleep,
     eOpen,
     ePipe2,
     ePosixSpawn,
@@ -101,6 +102,13 @@ struct SocketOption {
 };
 /// Answers setsockopt; the answer's result is that of setsockopt, and it sets errno itself.
 void answerSetsockopt(std::function<int(const SocketOption& option)> answer);
+
+/// Answers recv.
+void answerReceive(
+    std::function<ssize_t(int socket, void* buffer, std::size_t length, int flags)> answer);
+/// Answers send.
+void answerSend(
+    std::function<ssize_t(int socket, const void* bytes, std::size_t length, int flags)> answer);
 
 /// No read, write, receipt or sending takes more than so many bytes at once, 0 for no
 /// limit.

@@ -66,7 +66,9 @@ void sysUrlFetcher::releaseLock() {
 }
 
 void sysUrlFetcher::join() {
-    (void)pthread_join(std::exchange(mThread, 0), nullptr);
+    // In this order: the thread that waits may itself be cancelled, and the worker is still there.
+    (void)pthread_join(mThread, nullptr);
+    mThread = 0;
 }
 
 void sysUrlFetcher::setCallback(sysUrlFetcherCallback callback, void* user) {

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#ifndef KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_LEFTOVERS_H
+#define KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_LEFTOVERS_H
+
+#include <gtest/gtest.h>
+
+#include "tests/support/processview.h"
+#include "tests/support/sandbox.h"
+
+namespace tests {
+
+/// Descriptors and threads must be as many at the end of a scope as they were at its beginning.
+class Leftovers {
+public:
+    Leftovers() = default;
+    ~Leftovers() {
+        EXPECT_EQ(mDescriptors, openDescriptors());
+        // A thread that was joined may stay in the kernel's list for a moment.
+        EXPECT_TRUE(eventually([this] { return threadIds() == mThreads; }));
+    }
+    Leftovers(const Leftovers&) = delete;
+    Leftovers& operator=(const Leftovers&) = delete;
+
+private:
+    int mDescriptors = openDescriptors();
+    std::set<pid_t> mThreads = threadIds();
+};
+
+}  // namespace tests
+
+#endif

@@ -1,0 +1,400 @@
+// SPDX-License-Identifier: MIT
+//
+// A download that is cancelled, replaced or destroyed at every stage, and the starts that keep the
+// lock. No stage is waited for by time: the server and the kernel tell when it is reached.
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "System/protocols/http/sysUrlFetcher.h"
+#include "base/descriptor.h"
+#include "tests/System/protocols/http/leftovers.h"
+#include "tests/System/protocols/http/urlrecord.h"
+#include "tests/support/inchild.h"
+#include "tests/support/outputlevel.h"
+#include "tests/support/scriptedserver.h"
+
+using namespace tests;
+
+namespace {
+
+std::string ok(const std::string& fields) {
+    return "HTTP/1.0 200 OK\r\n" + fields + "\r\n";
+}
+
+/// A port whose backlog is full: who connects waits.
+class FullPort {
+public:
+    FullPort() : mListener(base::openSocket(AF_INET, SOCK_STREAM)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        auto* const plain = reinterpret_cast<sockaddr*>(&address);
+        socklen_t size = sizeof(address);
+        EXPECT_EQ(0, ::bind(mListener.get(), plain, size));
+        EXPECT_EQ(0, ::listen(mListener.get(), 0));
+        EXPECT_EQ(0, ::getsockname(mListener.get(), plain, &size));
+        mPort = ntohs(address.sin_port);
+        for (int i = 0; i < 3; ++i) {
+            mGuests.push_back(base::openSocket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK));
+            (void)::connect(mGuests.back().get(), plain, size);
+        }
+    }
+
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(mPort) + "/"; }
+
+private:
+    base::Descriptor mListener;
+    std::vector<base::Descriptor> mGuests;
+    int mPort = 0;
+};
+
+/// The thread that there is now and was not there before; 0 for none.
+pid_t newThread(const std::set<pid_t>& before) {
+    for (const pid_t thread : threadIds()) {
+        if (before.count(thread) == 0) {
+            return thread;
+        }
+    }
+    return 0;
+}
+
+/// How a running download is ended.
+enum class End { eCancel, eKill, eReplace, eDestroy };
+
+struct StageCase {
+    const char* mName;
+    Script mScript;
+    std::string mSequence;  ///< what has been told by then
+};
+
+void PrintTo(const StageCase& stage, std::ostream* out) {
+    *out << stage.mName;
+}
+
+class SysUrlFetcherStages : public testing::Test {
+protected:
+    void start(const std::string& url) {
+        mFetcher->setCallback(UrlRecord::callback, &mRecord);
+        ASSERT_EQ(0, mFetcher->setUrl(url.c_str()));
+    }
+    void stop(End end) {
+        switch (end) {
+            case End::eCancel:
+                mFetcher->cancelFetch();
+                mFetcher->waitTillDone();
+                break;
+            case End::eKill:
+                mFetcher->killThread();
+                mFetcher->killThread();
+                break;
+            case End::eReplace:
+                ASSERT_EQ(0, mFetcher->setUrl("none"));
+                mFetcher->waitTillDone();
+                break;
+            case End::eDestroy:
+                mFetcher.reset();
+                break;
+        }
+    }
+    static std::string after(const std::string& sequence, End end) {
+        return sequence + (end == End::eReplace ? ", 1 0/0, 2 0/0" : "");
+    }
+    /// Starts a thread that stops the download; true when it waits for the callback.
+    bool stopWhileHeld(End end) {
+        mStopper = std::thread([this, end] {
+            mStopperId = ::gettid();
+            stop(end);
+        });
+        return eventually([this] { return mStopperId != 0 && sleepsInFutex(mStopperId); });
+    }
+
+    /// Waits for the download, as the body of a thread.
+    static void* wait(void* self) {
+        auto* const test = static_cast<SysUrlFetcherStages*>(self);
+        test->mStopperId = ::gettid();
+        test->mFetcher->waitTillDone();
+        return nullptr;
+    }
+    void TearDown() override {
+        mRecord.letGo();
+        if (mStopper.joinable()) {
+            mStopper.join();
+        }
+    }
+
+    const OutputLevel mQuiet{0};
+    const Leftovers mLeftovers;
+    ScriptedServer mServer;
+    UrlRecord mRecord;
+    std::unique_ptr<sysUrlFetcher> mFetcher = std::make_unique<sysUrlFetcher>();
+    std::thread mStopper;
+    std::atomic<pid_t> mStopperId{0};
+};
+
+class SysUrlFetcherStageTest : public SysUrlFetcherStages,
+                               public testing::WithParamInterface<std::tuple<StageCase, End>> {};
+
+TEST_P(SysUrlFetcherStageTest, IsToldOnceThatItWasCancelled) {
+    const auto& [stage, end] = GetParam();
+    const std::set<pid_t> before = threadIds();
+    mServer.expect(stage.mScript);
+    start(mServer.url());
+    ASSERT_TRUE(mServer.awaitStalled(1));
+    ASSERT_TRUE(eventually([&] {
+        return mRecord.sequence() == stage.mSequence && sleepsInReceive(newThread(before));
+    }));
+    stop(end);
+    EXPECT_EQ(after(stage.mSequence + (stage.mSequence.empty() ? "" : ", ") + "2 0/0", end),
+              mRecord.sequence());
+    EXPECT_TRUE(mServer.awaitPeerEnd(0));
+}
+
+const StageCase kStages[] = {
+    {"AheadOfTheHeader", Script().readRequest().stall(), ""},
+    {"InTheStatusLine", Script().readRequest().send("HTTP/1.0 2").stall(), ""},
+    {"InTheHeader", Script().readRequest().send("HTTP/1.0 200 OK\r\nContent-Le").stall(), ""},
+    {"AtTheEndOfTheHeader", Script().readRequest().send("HTTP/1.0 200 OK\r\n\r").stall(), ""},
+    {"AheadOfTheBody", Script().readRequest().send(ok("Content-Length: 10\r\n")).stall(), "3 0/10"},
+    {"InTheBody", Script().readRequest().send(ok("Content-Length: 10\r\n") + "12345").stall(),
+     "3 0/10, 4 5/10"},
+    {"BehindAllOfTheBody", Script().readRequest().send(ok("") + "12345").stall(), "3 0/0, 4 5/0"},
+};
+
+std::string nameOf(End end) {
+    const char* const names[] = {"Cancelled", "Killed", "Replaced", "Destroyed"};
+    return names[static_cast<int>(end)];
+}
+
+const auto kEnds = testing::Values(End::eCancel, End::eKill, End::eReplace, End::eDestroy);
+
+INSTANTIATE_TEST_SUITE_P(Stages, SysUrlFetcherStageTest,
+                         testing::Combine(testing::ValuesIn(kStages), kEnds),
+                         [](const auto& stage) {
+                             return std::get<0>(stage.param).mName +
+                                    nameOf(std::get<1>(stage.param));
+                         });
+
+class SysUrlFetcherEndTest : public SysUrlFetcherStages, public testing::WithParamInterface<End> {};
+
+INSTANTIATE_TEST_SUITE_P(Ends, SysUrlFetcherEndTest, kEnds,
+                         [](const auto& end) { return nameOf(end.param); });
+
+TEST_P(SysUrlFetcherEndTest, WhileItConnects) {
+    const FullPort port;
+    const std::set<pid_t> before = threadIds();
+    start(port.url());
+    ASSERT_TRUE(eventually([&] { return sleepsInConnect(newThread(before)); }));
+    stop(GetParam());
+    EXPECT_EQ(after("2 0/0", GetParam()), mRecord.sequence());
+}
+
+TEST_P(SysUrlFetcherEndTest, AtOnce) {
+    mServer.always(Script().readRequest().stall());
+    start(mServer.url());
+    stop(GetParam());
+    EXPECT_EQ(after("2 0/0", GetParam()), mRecord.sequence());
+}
+
+TEST_P(SysUrlFetcherEndTest, AfterItsOwnEnd) {
+    mServer.expect(replyWith(ok("Content-Length: 5\r\n") + "12345"));
+    start(mServer.url());
+    ASSERT_TRUE(mRecord.await(eUrlFetchDone));
+    stop(GetParam());
+    EXPECT_EQ(after("3 0/5, 4 5/5, 5 5/5", GetParam()), mRecord.sequence());
+}
+
+TEST_P(SysUrlFetcherEndTest, AfterItWasWaitedFor) {
+    mServer.expect(replyWith(ok("Content-Length: 5\r\n") + "12345"));
+    start(mServer.url());
+    mFetcher->waitTillDone();
+    stop(GetParam());
+    EXPECT_EQ(after("3 0/5, 4 5/5, 5 5/5", GetParam()), mRecord.sequence());
+}
+
+struct HeldCase {
+    const char* mName;
+    sysUrlFetcherCode mCode;
+    std::string mReply;
+    std::string mSequence;
+};
+
+void PrintTo(const HeldCase& held, std::ostream* out) {
+    *out << held.mName;
+}
+
+class SysUrlFetcherHeldTest : public SysUrlFetcherStages,
+                              public testing::WithParamInterface<std::tuple<HeldCase, End>> {};
+
+TEST_P(SysUrlFetcherHeldTest, WaitsForTheCallback) {
+    const auto& [held, end] = GetParam();
+    mServer.expect(replyWith(held.mReply));
+    mRecord.holdAt(held.mCode);
+    start(mServer.url());
+    ASSERT_TRUE(mRecord.awaitHeld());
+    const std::string before = mRecord.sequence();
+    EXPECT_TRUE(stopWhileHeld(end));
+    EXPECT_EQ(before, mRecord.sequence());
+    mRecord.letGo();
+    mStopper.join();
+    EXPECT_EQ(after(held.mSequence, end), mRecord.sequence());
+}
+
+const std::string kFive = ok("Content-Length: 5\r\n") + "12345";
+
+// The one that has come to its own end is not cancelled any more.
+const HeldCase kHeld[] = {
+    {"OnTheHeader", eUrlFetchHeader, kFive, "3 0/5, 2 0/0"},
+    {"OnAPiece", eUrlFetchData, ok("") + "12345", "3 0/0, 4 5/0, 2 0/0"},
+    {"OnTheLastPiece", eUrlFetchData, kFive, "3 0/5, 4 5/5, 5 5/5"},
+    {"AtTheEnd", eUrlFetchDone, kFive, "3 0/5, 4 5/5, 5 5/5"},
+    {"OnAFailedOpening", eUrlFetchOpenFailed, "", "1 0/0, 2 0/0"},
+    {"OnTheCancellation", eUrlFetchCancelled, "", "1 0/0, 2 0/0"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Callbacks, SysUrlFetcherHeldTest,
+                         testing::Combine(testing::ValuesIn(kHeld), kEnds), [](const auto& held) {
+                             return std::get<0>(held.param).mName + nameOf(std::get<1>(held.param));
+                         });
+
+TEST_F(SysUrlFetcherStages, ANewAddressReplacesARunningDownload) {
+    mServer.expect(Script().readRequest().send(ok("Content-Length: 9\r\n") + "123").stall());
+    mServer.expect(replyWith(kFive));
+    start(mServer.url("/first"));
+    ASSERT_TRUE(mRecord.await(eUrlFetchData));
+    ASSERT_EQ(0, mFetcher->setUrl(mServer.url("/second").c_str()));
+    mFetcher->waitTillDone();
+    EXPECT_EQ("3 0/9, 4 3/9, 2 0/0, 3 0/5, 4 5/5, 5 5/5", mRecord.sequence());
+    EXPECT_EQ(0U, mServer.request(1).find("GET /second "));
+}
+
+TEST_F(SysUrlFetcherStages, AStoppedDownloadIsNotCancelledASecondTime) {
+    mServer.expect(replyWith(kFive));
+    mRecord.stopAt(eUrlFetchData);
+    mRecord.holdAt(eUrlFetchCancelled);
+    start(mServer.url());
+    ASSERT_TRUE(mRecord.awaitHeld());
+    EXPECT_TRUE(stopWhileHeld(End::eCancel));
+    mRecord.letGo();
+    mStopper.join();
+    EXPECT_EQ("3 0/5, 4 5/5, 2 0/0", mRecord.sequence());
+}
+
+TEST_F(SysUrlFetcherStages, AWaiterThatIsCancelledLeavesTheWorkerToBeStopped) {
+    mServer.expect(Script().readRequest().stall());
+    start(mServer.url());
+    ASSERT_TRUE(mServer.awaitStalled(1));
+    pthread_t waiter{};
+    ASSERT_EQ(0, pthread_create(&waiter, nullptr, wait, this));
+    ASSERT_TRUE(eventually([this] { return mStopperId != 0 && sleepsInFutex(mStopperId); }));
+    ASSERT_EQ(0, pthread_cancel(waiter));
+    void* result = nullptr;
+    ASSERT_EQ(0, pthread_join(waiter, &result));
+    EXPECT_EQ(PTHREAD_CANCELED, result);
+    mFetcher.reset();
+    EXPECT_EQ("2 0/0", mRecord.sequence());
+}
+
+/// 200 at once, of which some end by themselves and the others are cancelled.
+TEST(SysUrlFetcherCrowdTest, TwoHundredAtOnce) {
+    constexpr std::size_t kMany = 200;
+    const OutputLevel quiet(0);
+    const Leftovers leftovers;
+    ScriptedServer server;
+    server.answer([](const std::string& request) {
+        const Script script = Script().send(ok("Content-Length: 5\r\n") + "123").stall();
+        return request.find("GET /ends") == 0 ? Script(script).send("45") : script;
+    });
+    std::vector<UrlRecord> records(kMany);
+    std::vector<sysUrlFetcher> fetchers(kMany);
+    for (std::size_t i = 0; i < kMany; ++i) {
+        fetchers[i].setCallback(UrlRecord::callback, &records[i]);
+        ASSERT_EQ(0, fetchers[i].setUrl(server.url(i % 2 == 0 ? "/ends" : "/stays").c_str()));
+    }
+    ASSERT_TRUE(server.awaitStalled(kMany));
+    for (std::size_t i = 1; i < kMany; i += 2) {
+        ASSERT_TRUE(records[i].await(eUrlFetchData));
+        fetchers[i].cancelFetch();
+        EXPECT_EQ("3 0/5, 4 3/5, 2 0/0", records[i].sequence());
+    }
+    server.releaseAll();
+    for (std::size_t i = 0; i < kMany; i += 2) {
+        fetchers[i].waitTillDone();
+        EXPECT_EQ("3 0/5, 4 5/5, 5 5/5", records[i].sequence());
+        EXPECT_EQ("12345", records[i].body());
+    }
+}
+
+/// Whether a thread that calls killThread() waits for good: the worker has gone, and it sleeps.
+std::string killBlocks(const char* url, bool withCallback, const char* expected) {
+    const OutputLevel quiet(0);
+    auto* const fetcher = new sysUrlFetcher;
+    auto* const record = new UrlRecord;
+    const std::set<pid_t> before = threadIds();
+    fetcher->setCallback(withCallback ? UrlRecord::callback : nullptr, record);
+    Findings findings;
+    findings.expect(fetcher->setUrl(url) == 0, "no worker");
+    findings.expect(eventually([&] { return threadIds() == before; }), "the worker stays");
+    findings.expect(record->sequence() == expected, "another sequence");
+    std::atomic<pid_t> killer{0};
+    // Stays to the end of the process.
+    std::thread([&] {
+        killer = ::gettid();
+        fetcher->killThread();
+    }).detach();
+    findings.expect(eventually([&] { return killer != 0 && sleepsInFutex(killer); }),
+                    "killThread() goes on");
+    return findings.text();
+}
+
+TEST(SysUrlFetcherLockTest, KillThreadBlocksAfterAStartWithoutACallback) {
+    EXPECT_EQ("", inChild([] { return killBlocks("http://127.0.0.1/", false, ""); }));
+}
+
+TEST(SysUrlFetcherLockTest, KillThreadBlocksAfterAStartWithoutAnAddress) {
+    EXPECT_EQ("", inChild([] { return killBlocks(nullptr, true, "0 0/0"); }));
+}
+
+class SysUrlFetcherKeptLockTest : public testing::Test {
+protected:
+    const Leftovers mLeftovers;
+    UrlRecord mRecord;
+    sysUrlFetcher mFetcher;
+};
+
+TEST_F(SysUrlFetcherKeptLockTest, WaitTillDoneAndKillAfterItWorkWithoutACallback) {
+    ASSERT_EQ(0, mFetcher.setUrl("http://127.0.0.1/"));
+    mFetcher.waitTillDone();
+    mFetcher.waitTillDone();
+    // There is no worker whose lock it would take.
+    mFetcher.killThread();
+}
+
+TEST_F(SysUrlFetcherKeptLockTest, WaitTillDoneWorksWithoutAnAddress) {
+    mFetcher.setCallback(UrlRecord::callback, &mRecord);
+    ASSERT_EQ(0, mFetcher.setUrl(nullptr));
+    mFetcher.waitTillDone();
+    mFetcher.cancelFetch();
+    EXPECT_EQ("0 0/0", mRecord.sequence());
+}
+
+TEST_F(SysUrlFetcherKeptLockTest, DestructionWorksWithoutACallback) {
+    ASSERT_EQ(0, mFetcher.setUrl("http://127.0.0.1/"));
+}
+
+TEST_F(SysUrlFetcherKeptLockTest, DestructionWorksWithoutAnAddress) {
+    mFetcher.setCallback(UrlRecord::callback, &mRecord);
+    ASSERT_EQ(0, mFetcher.setUrl(nullptr));
+    ASSERT_TRUE(mRecord.await(eUrlFetchError));
+}
+
+}  // namespace

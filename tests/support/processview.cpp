@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include "tests/support/processview.h"
+
+#include <malloc.h>
+#include <sys/syscall.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// The compiler does not always bring the header.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+#endif
+
+namespace tests {
+
+namespace {
+
+// As <linux/net.h> numbers them.
+constexpr unsigned long kSocketCallConnect = 3;
+constexpr unsigned long kSocketCallRecv = 10;
+
+/// The system call in which a thread sleeps.
+struct SleepingCall {
+    long mNumber = -1;  ///< -1 when it does not sleep
+    unsigned long mFirstArgument = 0;
+};
+
+SleepingCall sleepingCall(pid_t thread) {
+    // "running", or the number and the arguments of the call.
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
+    SleepingCall call;
+    if (!(file >> call.mNumber >> std::hex >> call.mFirstArgument)) {
+        return SleepingCall();
+    }
+    return call;
+}
+
+/// One system call stands for all those of sockets on some machines; its first argument tells
+/// which.
+bool sleepsInSocketCall(pid_t thread, long number, unsigned long kind) {
+    const SleepingCall call = sleepingCall(thread);
+#ifdef SYS_socketcall
+    if (call.mNumber == SYS_socketcall) {
+        return call.mFirstArgument == kind;
+    }
+#endif
+    (void)kind;
+    return call.mNumber == number;
+}
+
+}  // namespace
+
+int openDescriptors() {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        (void)entry;
+        ++count;
+    }
+    // The one by which the folder is read.
+    return count - 1;
+}
+
+std::set<pid_t> threadIds() {
+    std::set<pid_t> ids;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        ids.insert(std::stoi(entry.path().filename()));
+    }
+    return ids;
+}
+
+std::size_t heapInUse() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const struct mallinfo2 info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+#endif
+}
+
+bool sleepsInFutex(pid_t thread) {
+    const long call = sleepingCall(thread).mNumber;
+#ifdef SYS_futex_time64
+    if (call == SYS_futex_time64) {
+        return true;
+    }
+#endif
+    return call == SYS_futex;
+}
+
+bool sleepsInConnect(pid_t thread) {
+    return sleepsInSocketCall(thread, SYS_connect, kSocketCallConnect);
+}
+
+bool sleepsInReceive(pid_t thread) {
+    return sleepsInSocketCall(thread, SYS_recvfrom, kSocketCallRecv);
+}
+
+}  // namespace tests

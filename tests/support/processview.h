@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+//
+// What the kernel and the allocator know of the calling process: whether all that was begun has
+// ended, and whether a thread really waits.
+#ifndef KESTROVA_TESTS_SUPPORT_PROCESSVIEW_H
+#define KESTROVA_TESTS_SUPPORT_PROCESSVIEW_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <set>
+
+namespace tests {
+
+int openDescriptors();
+std::set<pid_t> threadIds();
+/// Bytes of the heap that are in use, in all arenas.
+std::size_t heapInUse();
+
+/// Whether a thread of this process sleeps in one of the calls by which threads wait for each
+/// other (mutex, condition, semaphore, join), in connect or in a receive.
+bool sleepsInFutex(pid_t thread);
+bool sleepsInConnect(pid_t thread);
+bool sleepsInReceive(pid_t thread);
+
+}  // namespace tests
+
+#endif
