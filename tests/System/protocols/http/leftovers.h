@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/descriptors.h"
 #include "tests/support/processview.h"
 #include "tests/support/sandbox.h"
 
@@ -22,7 +23,7 @@ public:
     Leftovers& operator=(const Leftovers&) = delete;
 
 private:
-    int mDescriptors = openDescriptors();
+    std::set<int> mDescriptors = openDescriptors();
     std::set<pid_t> mThreads = threadIds();
 };
 
