@@ -103,6 +103,34 @@ std::size_t limited(std::size_t length) {
     return most != 0 && most < length ? most : length;
 }
 
+#ifdef __SANITIZE_ADDRESS__
+extern "C" void __asan_handle_no_return();
+#endif
+
+/// A thread that is cancelled in a call leaves the frames above it without their own ends. Their
+/// marks are taken off the stack ahead of that, as the address sanitizer does for a thrown
+/// exception and not for a cancellation.
+class Unwinding {
+public:
+    Unwinding() = default;
+    ~Unwinding() {
+#ifdef __SANITIZE_ADDRESS__
+        if (!mReturned) {
+            __asan_handle_no_return();
+        }
+#endif
+    }
+    Unwinding(const Unwinding&) = delete;
+    Unwinding& operator=(const Unwinding&) = delete;
+
+    void end() {
+        mReturned = true;
+    }
+
+private:
+    bool mReturned = false;
+};
+
 /// A function that stands behind ours: the C library's, or a sanitizer's in front of that.
 template <class Function>
 class Behind {
@@ -119,6 +147,15 @@ public:
             mFunction.store(function, std::memory_order_relaxed);
         }
         return function;
+    }
+
+    /// A call in which the thread may be cancelled.
+    template <class... Arguments>
+    auto call(Arguments... arguments) {
+        Unwinding unwinding;
+        const auto result = get()(arguments...);
+        unwinding.end();
+        return result;
     }
 
 private:
@@ -269,6 +306,7 @@ Behind<int(int*, int)> behindPipe2("pipe2");
 Behind<SpawnFunction> behindPosixSpawn("posix_spawn");
 Behind<ssize_t(int, void*, size_t, off_t)> behindPread("pread64");
 Behind<CreateFunction> behindPthreadCreate("pthread_create");
+Behind<void()> behindTestcancel("pthread_testcancel");
 Behind<ssize_t(int, void*, size_t)> behindRead("read");
 Behind<ssize_t(int, void*, size_t, int)> behindRecv("recv");
 Behind<int(const char*, const char*)> behindRename("rename");
@@ -291,8 +329,8 @@ __attribute__((constructor)) void findAll() {
          behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindNanosleep,
          behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead,
          behindRecv, behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket,
-         behindStat, behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid,
-         behindWrite);
+         behindStat, behindStatfs, behindSync, behindTestcancel, behindSystem, behindUmount,
+         behindWaitpid, behindWrite);
 }
 
 }  // namespace
@@ -304,7 +342,7 @@ int close(int descriptor) {
 }
 
 int connect(int socket, const sockaddr* address, socklen_t size) {
-    return fails(Call::eConnect) ? -1 : behindConnect.get()(socket, address, size);
+    return fails(Call::eConnect) ? -1 : behindConnect.call(socket, address, size);
 }
 
 int fcntl(int descriptor, int command, ...) {
@@ -425,6 +463,12 @@ ssize_t pread(int descriptor, void* buffer, size_t length, off_t offset) {
     return fails(Call::ePread) ? -1 : behindPread.get()(descriptor, buffer, length, offset);
 }
 
+void pthread_testcancel() {
+    failingcalls::Unwinding unwinding;
+    behindTestcancel.get()();
+    unwinding.end();
+}
+
 ssize_t read(int descriptor, void* buffer, size_t length) {
     return fails(Call::eRead) ? -1 : behindRead.get()(descriptor, buffer, limited(length));
 }
@@ -436,7 +480,7 @@ ssize_t recv(int socket, void* buffer, size_t length, int flags) {
     if (plans.load() != nullptr && !inTest && plans.load()->mReceive) {
         return askTest(plans.load()->mReceive, socket, buffer, length, flags);
     }
-    return behindRecv.get()(socket, buffer, limited(length), flags);
+    return behindRecv.call(socket, buffer, limited(length), flags);
 }
 
 int rename(const char* from, const char* to) noexcept {
@@ -450,7 +494,7 @@ ssize_t send(int socket, const void* bytes, size_t length, int flags) {
     if (plans.load() != nullptr && !inTest && plans.load()->mSend) {
         return askTest(plans.load()->mSend, socket, bytes, length, flags);
     }
-    return behindSend.get()(socket, bytes, limited(length), flags);
+    return behindSend.call(socket, bytes, limited(length), flags);
 }
 
 int setsockopt(int socket, int level, int option, const void* value, socklen_t size) noexcept {
