@@ -14,13 +14,16 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 
 #include "System/protocols/http/sysUrlFetcher.h"
+#include "base/cancelguard.h"
 #include "base/descriptor.h"
 #include "tests/System/protocols/http/leftovers.h"
 #include "tests/System/protocols/http/urlrecord.h"
+#include "tests/support/failingcalls.h"
 #include "tests/support/outputlevel.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/scriptedserver.h"
@@ -167,6 +170,42 @@ TEST(SysUrlFetcherResolverTest, ACancellationWaitsForTheAnswerAndActsThen) {
         EXPECT_EQ("2 0/0", record.sequence());
         names.answers(true);
         expectFetch("3 0/2, 4 2/2, 5 2/2");
+    });
+}
+
+/// Cancels a download just as it enters the resolver.
+void cancelInLookUp(sysUrlFetcher& fetcher) {
+    std::atomic<bool> entered{false};
+    std::atomic<pid_t> canceller{0};
+    failingcalls::before(failingcalls::Call::eGethostbyname, [&] {
+        // The look at the thread must not be where it is cancelled.
+        const base::CancelGuard guard;
+        entered = true;
+        // It has asked for the cancellation when it waits for the worker's end.
+        EXPECT_TRUE(eventually([&] { return canceller != 0 && sleepsInFutex(canceller); }));
+    });
+    ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
+    ASSERT_TRUE(eventually([&] { return entered.load(); }));
+    std::thread([&] {
+        canceller = ::gettid();
+        fetcher.cancelFetch();
+    }).join();
+    failingcalls::reset();
+}
+
+TEST(SysUrlFetcherResolverTest, ACancellationThatFallsIntoTheLookUpLosesNothing) {
+    withNames([](NameServer&) {
+        const failingcalls::Scope calls;
+        UrlRecord record;
+        sysUrlFetcher fetcher;
+        fetcher.setCallback(UrlRecord::callback, &record);
+        const int descriptors = openDescriptors();
+        for (int i = 0; i < 20; ++i) {
+            cancelInLookUp(fetcher);
+        }
+        EXPECT_EQ(20, record.count(eUrlFetchCancelled));
+        EXPECT_EQ(0, record.count(eUrlFetchOpenFailed));
+        EXPECT_EQ(descriptors, openDescriptors());
     });
 }
 
