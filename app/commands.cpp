@@ -10,11 +10,7 @@ namespace app {
 namespace {
 
 bool checkNone(const Words& arguments, std::string& error) {
-    if (arguments.empty()) {
-        return true;
-    }
-    error = "unexpected argument " + quoted(arguments[0]);
-    return false;
+    return checkCount(arguments, {}, error);
 }
 
 constexpr char kUnmountsFirst[] =
@@ -84,6 +80,28 @@ constexpr char kVerifyHelp[] =
     "good\n"
     "one, 1 for a bad one, 3 when there is no such file.\n";
 
+constexpr char kFetchHelp[] =
+    "The URL has the form http://HOST[:PORT]/PATH. The document goes to standard output, or to a\n"
+    "file (-o), which appears, or replaces an older one, when all of the document is there. At a\n"
+    "terminal standard error shows how far it is. Ctrl-C cancels.\n"
+    "\n"
+    "Exit status 4 tells that the document could not be opened, 5 that it broke off, 6 that it "
+    "was\n"
+    "cancelled, 1 that it could not be written. With --json, -o is needed.\n";
+
+constexpr char kFetchAllHelp[] =
+    "Fetches documents of less than 20480 bytes one after the other, and prints a line for each:\n"
+    "'ok' or 'failed', bytes, type, URL and, with -d, its file, with tabs in between. Without "
+    "URLs\n"
+    "reads them from standard input, one a line. A failed connection is tried again, up to three\n"
+    "times. A file is named after the last part of its URL's path, with '.2' and so on behind "
+    "when\n"
+    "an earlier document has that name, and replaces an older file.\n"
+    "\n"
+    "Exit status 1 tells that a document failed. Ctrl-C waits for the document under way, and "
+    "ends\n"
+    "with exit status 6.\n";
+
 constexpr char kShellHelp[] =
     "Reads commands from standard input, or from -e, and runs them in one process, the system "
     "being\n"
@@ -141,6 +159,10 @@ const std::vector<Command>& commands() {
          runVarsClear},
         {"vars verify", "FILE", "Check a boot environment file.", kVerifyHelp, 0, false, false,
          true, checkFile, runVarsVerify},
+        {"fetch", "URL", "Fetch a document over HTTP.", kFetchHelp, eOptionOutput, false, false,
+         true, checkUrl, runFetch},
+        {"fetch-all", "[URL...]", "Fetch many small documents over HTTP.", kFetchAllHelp,
+         eOptionFolder, false, false, true, checkUrls, runFetchAll, true},
         {"shell", "", "Run several commands in one process.", kShellHelp, eOptionExecute, true,
          false, false, checkNone, nullptr},
     };
@@ -159,6 +181,19 @@ const Command* findCommand(const Words& words, std::size_t& used) {
         }
     }
     return nullptr;
+}
+
+bool checkCount(const Words& arguments, const std::vector<const char*>& wanted,
+                std::string& error) {
+    if (arguments.size() < wanted.size()) {
+        error = std::string("argument ") + wanted[arguments.size()] + " is missing";
+        return false;
+    }
+    if (arguments.size() > wanted.size()) {
+        error = "unexpected argument " + quoted(arguments[wanted.size()]);
+        return false;
+    }
+    return true;
 }
 
 bool isCommandGroup(const std::string& word) {

@@ -20,6 +20,8 @@ enum CommandOption : unsigned {
     eOptionYes = 1,
     eOptionNoWait = 2,
     eOptionExecute = 4,
+    eOptionOutput = 8,
+    eOptionFolder = 16,
 };
 
 struct Command {
@@ -36,6 +38,8 @@ struct Command {
     bool (*mCheck)(const Words& arguments, std::string& error);
     /// Runs it. Null for the shell, which is no command of a session but its reader.
     Result (*mRun)(Session& session, const Invocation& invocation);
+    /// Reads standard input when it has no arguments; a shell may need that for its commands.
+    bool mReadsInput = false;
 };
 
 /// All commands, in the order of the help.
@@ -69,6 +73,9 @@ Result runVarsSetBinary(Session& session, const Invocation& invocation);
 Result runVarsClear(Session& session, const Invocation& invocation);
 Result runVarsVerify(Session& session, const Invocation& invocation);
 
+Result runFetch(Session& session, const Invocation& invocation);
+Result runFetchAll(Session& session, const Invocation& invocation);
+
 /// The four sizes that the library takes, from one to four SIZE arguments; false with a message.
 bool parseSizes(const Words& arguments, int (&sizes)[4], std::string& error);
 bool checkSizes(const Words& arguments, std::string& error);
@@ -78,6 +85,11 @@ bool checkName(const Words& arguments, std::string& error);
 bool checkNameAndValue(const Words& arguments, std::string& error);
 bool checkNameAndFile(const Words& arguments, std::string& error);
 bool checkFile(const Words& arguments, std::string& error);
+bool checkUrl(const Words& arguments, std::string& error);
+bool checkUrls(const Words& arguments, std::string& error);
+
+/// True when there are as many as wanted; otherwise a message with the name of what is missing.
+bool checkCount(const Words& arguments, const std::vector<const char*>& wanted, std::string& error);
 
 }  // namespace app
 

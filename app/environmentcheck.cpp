@@ -2,6 +2,7 @@
 #include "app/environmentcheck.h"
 
 #include <mntent.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -9,7 +10,6 @@
 #include <cstring>
 
 #include "System/BlockdevCfg.fmp.h"
-#include "System/drivemanager/partition.h"
 #include "app/bootimage.h"
 #include "app/text.h"
 
@@ -82,13 +82,13 @@ EnvironmentState checkEnvironment() {
         return checkFiles(mounted);
     }
     const std::string directory = table.GetSoftwarePartitionMountPoint();
-    sysPartition partition;
-    if (!partition.init(device.c_str(), 0, 0) ||
-        !partition.mount(directory.c_str(), sysPartition::eFsUnknown, "ro,noexec")) {
-        return unreadable(device + " can't be mounted on " + directory);
+    if (::mount(device.c_str(), directory.c_str(), table.GetSoftwarePartitionFilesystem(),
+                MS_NOEXEC | MS_RDONLY, nullptr) != 0) {
+        return unreadable(device + " can't be mounted on " + directory + ": " +
+                          std::strerror(errno));
     }
     EnvironmentState state = checkFiles(directory);
-    (void)partition.unmount();
+    (void)::umount(directory.c_str());
     return state;
 }
 

@@ -96,7 +96,8 @@ std::string helpText(const Words& topic) {
     std::string text = "Usage: kestrova [OPTION...] " + prefix + "COMMAND [ARGUMENT...]\n\n";
     text += groupSummary(prefix);
     text += "\nCommands:\n" + commandList(prefix) + "\nOptions:\n" + optionList(0);
-    return text + "\nExit status: 0 done, 1 failed, 2 misused (nothing was touched), 3 absent.\n" +
+    return text + "\nExit status: 0 done, 1 failed, 2 misused (nothing was touched), 3 absent,\n" +
+           "4 refused, 5 broken, 6 cancelled.\n" +
            "'kestrova COMMAND --help' tells more about a command.\n";
 }
 

@@ -31,6 +31,12 @@ bool setFlag(Options& options, const std::string& /*value*/) {
     return true;
 }
 
+template <std::string Options::*text>
+bool setText(Options& options, const std::string& value) {
+    options.*text = value;
+    return !value.empty();
+}
+
 bool addLevel(Options& options, const std::string& /*value*/) {
     ++options.mLevel;
     return true;
@@ -186,6 +192,9 @@ private:
         if (command.mRun == nullptr && mSource.mShell) {
             return fail("there is no shell in the shell");
         }
+        if (command.mReadsInput && mSource.mShell && mInvocation.mArguments.empty()) {
+            return fail(std::string(command.mName) + ": in a shell, URLs are arguments");
+        }
         std::string error;
         if (!command.mCheck(mInvocation.mArguments, error)) {
             return fail(std::string(command.mName) + ": " + error);
@@ -237,6 +246,10 @@ const std::vector<OptionSpec>& optionSpecs() {
          eOptionNoWait, true, setFlag<&Options::mNoWait>},
         {nullptr, 'e', "COMMANDS", "run these instead of reading standard input", eOptionExecute,
          false, setScript},
+        {nullptr, 'o', "FILE", "write to this file instead of standard output", eOptionOutput, true,
+         setText<&Options::mOutput>},
+        {nullptr, 'd', "DIR", "save the documents in this folder", eOptionFolder, true,
+         setText<&Options::mFolder>},
     };
     return specs;
 }

@@ -22,6 +22,8 @@ struct Options {
     bool mNoWait = false;
     bool mHasScript = false;
     std::string mScript;  ///< value of -e
+    std::string mOutput;  ///< value of -o, never empty when given
+    std::string mFolder;  ///< value of -d, never empty when given
 };
 
 /// One command as it was asked for.

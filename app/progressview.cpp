@@ -6,6 +6,20 @@
 
 namespace app {
 
+std::string barText(const std::string& name, int percent, int width, const std::string& state) {
+    percent = std::clamp(percent, 0, 100);
+    const auto filled = static_cast<std::size_t>(percent * width / 100);
+    const auto rest = static_cast<std::size_t>(width) - filled;
+    std::string number = std::to_string(percent);
+    number.insert(0, 3 - number.size(), ' ');
+    return name + " [" + std::string(filled, '#') + std::string(rest, '-') + "] " + number + " % " +
+           state;
+}
+
+std::string overdrawn(const std::string& line) {
+    return "\r" + line + "\033[K";  // clears what is left of a longer one
+}
+
 ProgressView::ProgressView(StandardStreams& streams, std::string name, bool quiet, bool talking)
     : mStreams(streams),
       mName(std::move(name)),
@@ -25,7 +39,8 @@ void ProgressView::show(const Progress& progress) {
         return;
     }
     if (mRedraws) {
-        mStreams.write(bar(progress));
+        constexpr int width = 40;
+        mStreams.write(overdrawn(barText(mName, progress.mPercent, width, progress.mState)));
         mOpenLine = true;
     } else {
         mStreams.write(mName + ": " + progress.mState + " " + std::to_string(progress.mPercent) +
@@ -37,17 +52,6 @@ void ProgressView::end() {
     if (std::exchange(mOpenLine, false)) {
         mStreams.write("\n");
     }
-}
-
-std::string ProgressView::bar(const Progress& progress) const {
-    constexpr int width = 40;
-    constexpr char clearToEnd[] = "\033[K";
-    const int percent = std::clamp(progress.mPercent, 0, 100);
-    const auto filled = static_cast<std::size_t>(percent * width / 100);
-    std::string number = std::to_string(percent);
-    number.insert(0, 3 - number.size(), ' ');
-    return "\r" + mName + " [" + std::string(filled, '#') + std::string(width - filled, '-') +
-           "] " + number + " % " + progress.mState + clearToEnd;
 }
 
 }  // namespace app

@@ -10,6 +10,11 @@
 
 namespace app {
 
+/// "name [####----]  50 % state", the bar so wide.
+std::string barText(const std::string& name, int percent, int width, const std::string& state);
+/// A line that takes the place of the one that the cursor is in.
+std::string overdrawn(const std::string& line);
+
 /// Shows how far a piece of work is: a bar on a terminal, elsewhere a line for every change, and
 /// for JSON nothing until the end.
 class ProgressView {
@@ -25,8 +30,6 @@ public:
     const JsonArray& changes() const { return mChanges; }
 
 private:
-    std::string bar(const Progress& progress) const;
-
     StandardStreams& mStreams;
     std::string mName;
     bool mQuiet;

@@ -15,6 +15,9 @@ enum ExitStatus {
     eFailed = 1,
     eMisused = 2,  ///< nothing was touched
     eAbsent = 3,   ///< what was asked for is not there, and nothing else is wrong
+    eRefused = 4,  ///< a document could not be opened
+    eBroken = 5,   ///< a document broke off
+    eCancelled = 6,
 };
 
 /// What a command has to say. It is printed in one place, as text or as JSON.

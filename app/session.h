@@ -60,6 +60,12 @@ public:
     Result follow();
     bool working() const { return mWork != nullptr; }
 
+    // For commands that follow something themselves.
+    StandardStreams& streams() { return mStreams; }
+    const Interrupts& interrupts() const { return mInterrupts; }
+    /// The running command prints JSON.
+    bool quiet() const { return mQuiet; }
+
     /// True when Ctrl-C came while work was waited for: what was to follow is not wanted.
     bool interrupted() const { return mInterrupted; }
 

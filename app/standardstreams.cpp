@@ -49,6 +49,11 @@ int writeAll(int descriptor, std::string_view text) {
     return 0;
 }
 
+bool isScreen(int descriptor) {
+    const char* const terminal = std::getenv("TERM");
+    return ::isatty(descriptor) != 0 && terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
 }  // namespace
 
 StandardStreams::StandardStreams() {
@@ -76,8 +81,11 @@ bool StandardStreams::canAsk() const {
 }
 
 bool StandardStreams::canRedraw() const {
-    const char* const terminal = std::getenv("TERM");
-    return ::isatty(mOutput) != 0 && terminal != nullptr && std::string_view(terminal) != "dumb";
+    return isScreen(mOutput);
+}
+
+bool StandardStreams::canRedrawError() const {
+    return isScreen(STDERR_FILENO);
 }
 
 void StandardStreams::write(std::string_view text) {

@@ -24,11 +24,14 @@ public:
     StandardStreams& operator=(const StandardStreams&) = delete;
 
     int input() const { return mInput; }
+    int output() const { return mOutput; }
     /// True when a person can be asked: the input is a terminal, and so is standard error, where
     /// questions are written.
     bool canAsk() const;
     /// True when the output is a terminal that can rewrite a line.
     bool canRedraw() const;
+    /// The same of standard error.
+    bool canRedrawError() const;
 
     /// Writes to the output. A failure is kept for outputError().
     void write(std::string_view text);

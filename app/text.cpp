@@ -111,6 +111,20 @@ std::string sizeText(unsigned long long bytes) {
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " GB";
 }
 
+std::string amountText(unsigned long long bytes) {
+    constexpr unsigned long long step = 1000;
+    if (bytes < step) {
+        return std::to_string(bytes) + " bytes";
+    }
+    const char* unit = "kMGTPE";
+    unsigned long long value = bytes;
+    for (; value >= step * step; value /= step) {
+        ++unit;
+    }
+    const unsigned long long tenths = value / (step / 10);
+    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " " + *unit + "B";
+}
+
 bool parseNumber(std::string_view text, unsigned long maximum, unsigned long& value) {
     if (text.empty()) {
         return false;

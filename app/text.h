@@ -30,6 +30,9 @@ std::string padded(std::string_view text, std::size_t width);
 /// A size in bytes as "2.1 GB" or "536 MB": decimal units, as drives are sold.
 std::string sizeText(unsigned long long bytes);
 
+/// An amount of bytes from 0 on, finer: "7 bytes", "20.5 kB", "1.3 MB".
+std::string amountText(unsigned long long bytes);
+
 /// Reads a decimal number from 0 to `maximum`: digits only, the whole text. False otherwise.
 bool parseNumber(std::string_view text, unsigned long maximum, unsigned long& value);
 

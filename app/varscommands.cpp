@@ -78,19 +78,6 @@ std::string remarksText(const char* kind, const std::vector<BootImageRemark>& re
     return text;
 }
 
-bool checkCount(const Words& arguments, const std::vector<const char*>& wanted,
-                std::string& error) {
-    if (arguments.size() < wanted.size()) {
-        error = std::string("argument ") + wanted[arguments.size()] + " is missing";
-        return false;
-    }
-    if (arguments.size() > wanted.size()) {
-        error = "unexpected argument " + quoted(arguments[wanted.size()]);
-        return false;
-    }
-    return true;
-}
-
 /// A new variable needs a name; the boot stage could not ask for one without.
 bool checkNewName(const Words& arguments, std::string& error) {
     if (arguments[0].empty()) {

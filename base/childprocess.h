@@ -14,8 +14,20 @@ bool passedOn(int descriptor);
 /// the first file it opens does not become its standard error.
 void fillStandardStreams();
 
+/// Closes all descriptors from this one upward.
+void closeDescriptorsFrom(int first);
+
 /// perror without stdio.
 void reportInChild(const char* text);
+
+/// Blocks, handles and ignores no signal from here on, as a program that no application has
+/// started.
+void resetSignals();
+
+/// Goes on as a detached process: another child in a session of its own, in the root directory,
+/// with /dev/null as its standard streams; the first child ends with status 0. False when that
+/// failed.
+bool detachChild();
 
 }  // namespace base
 

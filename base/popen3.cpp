@@ -2,14 +2,18 @@
 #include "base/popen3.h"
 
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstring>
 #include <utility>
 #include <vector>
 
 #include "base/descriptor.h"
+#include "base/shell.h"
 
 namespace {
 
@@ -74,24 +78,66 @@ std::vector<char*> environmentOf(char** envp, const char** extra) {
     return environment;
 }
 
-/// Without the caller's page tables being copied. -1 and errno on failure.
-pid_t spawnDirectly(Pipes& pipes, char* const* argv, char* const* environment) {
-    posix_spawn_file_actions_t actions;
-    int error = posix_spawn_file_actions_init(&actions);
-    if (error != 0) {
-        errno = error;
-        return -1;
+/// What posix_spawn is told beside the program.
+struct SpawnSettings {
+    SpawnSettings() {
+        mError = posix_spawn_file_actions_init(&mActions);
+        if (mError == 0) {
+            mError = posix_spawnattr_init(&mAttributes);
+            if (mError != 0) {
+                (void)posix_spawn_file_actions_destroy(&mActions);
+            }
+        }
+        mMade = mError == 0;
     }
+    ~SpawnSettings() {
+        if (mMade) {
+            (void)posix_spawnattr_destroy(&mAttributes);
+            (void)posix_spawn_file_actions_destroy(&mActions);
+        }
+    }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+    posix_spawn_file_actions_t mActions;
+    posix_spawnattr_t mAttributes;
+    int mError;  ///< of the first call that failed
+    bool mMade;
+};
+
+/// Adds the C library's own two signals, which posix_spawn would leave ignored in the child, unless
+/// they are ignored here, too. No function of the C library takes their numbers.
+void addInternalSignals(sigset_t& set) {
+    constexpr unsigned bits = sizeof(unsigned long) * CHAR_BIT;
+    constexpr std::size_t kernelMaskBytes = 8;
+    for (const unsigned number : {32U, 33U}) {
+        unsigned long action[8] = {};  // the kernel's, which begins with the handler
+        if (::syscall(SYS_rt_sigaction, number, nullptr, action, kernelMaskBytes) == 0 &&
+            action[0] != reinterpret_cast<unsigned long>(SIG_IGN)) {
+            auto* const words = reinterpret_cast<unsigned long*>(&set);
+            words[(number - 1) / bits] |= 1UL << (number - 1) % bits;
+        }
+    }
+}
+
+/// Without the caller's page tables being copied. -1 and errno on failure.
+pid_t spawnDirectly(Pipes& pipes, sigset_t defaults, char* const* argv, char* const* environment) {
+    addInternalSignals(defaults);
+    SpawnSettings settings;
+    int error = settings.mError;
     for (int i = 0; i < kStandardStreams && error == 0; ++i) {
         if (pipes.childEnd(i).valid()) {
-            error = posix_spawn_file_actions_adddup2(&actions, pipes.childEnd(i).get(), i);
+            error =
+                posix_spawn_file_actions_adddup2(&settings.mActions, pipes.childEnd(i).get(), i);
         }
     }
     pid_t child = -1;
     if (error == 0) {
-        error = posix_spawn(&child, argv[0], &actions, nullptr, argv, environment);
+        (void)posix_spawnattr_setsigdefault(&settings.mAttributes, &defaults);
+        (void)posix_spawnattr_setflags(&settings.mAttributes, POSIX_SPAWN_SETSIGDEF);
+        error = posix_spawn(&child, argv[0], &settings.mActions, &settings.mAttributes, argv,
+                            environment);
     }
-    (void)posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         errno = error;
         return -1;
@@ -100,8 +146,8 @@ pid_t spawnDirectly(Pipes& pipes, char* const* argv, char* const* environment) {
 }
 
 /// With a hook, which needs a process of its own to run in.
-pid_t forkWithHook(Pipes& pipes, char* const* argv, char* const* environment,
-                   void (*childHook)(void*), void* hookArgument) {
+pid_t forkWithHook(Pipes& pipes, const sigset_t& defaults, char* const* argv,
+                   char* const* environment, void (*childHook)(void*), void* hookArgument) {
     const pid_t child = ::fork();
     if (child != 0) {
         return child;
@@ -109,6 +155,11 @@ pid_t forkWithHook(Pipes& pipes, char* const* argv, char* const* environment,
     for (int i = 0; i < kStandardStreams; ++i) {
         if (pipes.childEnd(i).valid()) {
             (void)::dup2(pipes.childEnd(i).get(), i);
+        }
+    }
+    for (const int number : {SIGINT, SIGQUIT}) {
+        if (sigismember(&defaults, number) == 1) {
+            (void)::signal(number, SIG_DFL);
         }
     }
     childHook(hookArgument);
@@ -130,9 +181,12 @@ int kestrova_popen3_adv(int* in, int* out, int* err, const char** argv, char** e
     }
     const std::vector<char*> environment = environmentOf(envp, extra);
     char* const* const arguments = const_cast<char* const*>(argv);
-    const pid_t child = childHook == nullptr ? spawnDirectly(pipes, arguments, environment.data())
-                                             : forkWithHook(pipes, arguments, environment.data(),
-                                                            childHook, hookArgument);
+    const base::ShellSignals signals;
+    const pid_t child =
+        childHook == nullptr
+            ? spawnDirectly(pipes, signals.borrowed(), arguments, environment.data())
+            : forkWithHook(pipes, signals.borrowed(), arguments, environment.data(), childHook,
+                           hookArgument);
     if (child > 0) {
         pipes.store();
     }

@@ -27,15 +27,17 @@ sigset_t onlySigpipe() {
 
 }  // namespace
 
-SigpipeGuard::SigpipeGuard() : mMask(), mWasPending(sigpipePending()) {
+SigpipeGuard::SigpipeGuard() : mMask() {
     const sigset_t sigpipe = onlySigpipe();
     (void)pthread_sigmask(SIG_BLOCK, &sigpipe, &mMask);
+    // A thread that did not block the signal has none pending: it would have been delivered.
+    mWasPending = sigismember(&mMask, SIGPIPE) == 1 && sigpipePending();
 }
 
 SigpipeGuard::~SigpipeGuard() {
     const ErrnoKeeper keeper;
     const CancelGuard guard;
-    if (!mWasPending && sigpipePending()) {
+    if (!mWasPending) {
         const sigset_t sigpipe = onlySigpipe();
         const timespec now = {0, 0};
         while (sigtimedwait(&sigpipe, nullptr, &now) < 0 && errno == EINTR) {

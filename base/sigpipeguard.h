@@ -19,7 +19,7 @@ public:
 
 private:
     sigset_t mMask;
-    bool mWasPending;
+    bool mWasPending = false;
 };
 
 }  // namespace base

@@ -39,9 +39,18 @@ Report::~Report() {
 }
 
 void Report::figure(const std::string& name, double ratio, const Times& times) {
-    (void)std::fprintf(mpRows, "# %s: %.0f ns, control %.0f ns\n%s\t%.3f\n", name.c_str(),
-                       times.mSubject, times.mControl, name.c_str(), ratio);
+    (void)std::fprintf(mpRows, "# %s: %.0f ns, control %.0f ns\n", name.c_str(), times.mSubject,
+                       times.mControl);
+    this->ratio(name, ratio);
+}
+
+void Report::ratio(const std::string& name, double ratio) {
+    (void)std::fprintf(mpRows, "%s\t%.3f\n", name.c_str(), ratio);
     (void)std::fflush(mpRows);
+}
+
+void Report::comment(const std::string& text) {
+    (void)std::fprintf(mpRows, "# %s\n", text.c_str());
 }
 
 void fail(const char* what) {

@@ -67,6 +67,9 @@ public:
 
     /// A row "name<TAB>ratio", and a comment that tells the two times.
     void figure(const std::string& name, double ratio, const Times& times);
+    /// The row alone.
+    void ratio(const std::string& name, double ratio);
+    void comment(const std::string& text);
 
 private:
     std::FILE* mpRows;

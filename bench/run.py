@@ -62,6 +62,19 @@ BOUNDS = {
     "boot-get-mounts-small-native": None,
     "boot-set-process-native": (AT_MOST, 1.0),
     "boot-set-process-memory-native": (AT_MOST, 1.0),
+    "http-read": (AT_LEAST, 0.95),
+    "http-fetcher": (AT_LEAST, 0.90),
+    "http-first-byte": (AT_LEAST, 0.95),
+    "http-chain": (AT_MOST, 1.05),
+    "http-cancel": (AT_MOST, 1.0),
+    "http-memory": (AT_MOST, 1.0),
+    "http-read-native": (AT_LEAST, 0.95),
+    "http-read-libcurl-native": (AT_LEAST, 1.0),
+    "http-fetcher-native": (AT_LEAST, 0.90),
+    "http-first-byte-native": (AT_LEAST, 0.95),
+    "http-chain-native": (AT_MOST, 1.05),
+    "http-cancel-native": (AT_MOST, 1.0),
+    "http-memory-native": (AT_MOST, 1.0),
 }
 
 DRIVE_BYTES = 4096 * MIB
@@ -110,6 +123,13 @@ def library_size(build):
 def services(build, zlib, suffix):
     """The figures of the small services, on this machine's own processor."""
     done = subprocess.run([build / "bench" / "kestrova-bench-services", zlib], check=True,
+                          stdout=subprocess.PIPE, text=True)
+    return parse(done.stdout, suffix)
+
+
+def http(build, suffix, *libcurl):
+    """The figures of the HTTP client, from a server on this machine."""
+    done = subprocess.run([build / "bench" / "kestrova-bench-http", *libcurl], check=True,
                           stdout=subprocess.PIPE, text=True)
     return parse(done.stdout, suffix)
 
@@ -167,7 +187,9 @@ def measure(i686, native):
                  lambda: services(native, "libz.so.1", "-native"),
                  lambda: bootvars.measure(i686, parse),
                  lambda: bootvars.measure(native, parse, "-native"),
-                 lambda: bootvars.list_calls(i686)):
+                 lambda: bootvars.list_calls(i686),
+                 lambda: http(i686, ""),
+                 lambda: http(native, "-native", "libcurl.so.4")):
         try:
             ratios |= part()
         except FAILURES as error:

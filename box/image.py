@@ -52,7 +52,7 @@ UNLOADABLE = {"crc32c-intel"}
 
 LIBRARY_FOLDERS = ["lib/i386-linux-gnu", "usr/lib/i386-linux-gnu", "lib", "usr/lib"]
 FOLDERS = ["usr/bin", "usr/sbin", "dev", "proc", "sys", "run", "root", "mnt", "media", "var/log",
-           "dvr", "settings", "host"]
+           "dvr", "settings", "boot-sw", "host"]
 
 
 class ImageError(BoxError):

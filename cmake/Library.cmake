@@ -22,6 +22,7 @@ set(KESTROVA_SOURCES
   base/text.cpp
   base/tool.cpp
   System/BlockdevCfg.fmp.cpp
+  System/KestrovaPOpen.cpp
   System/bootvarsmanager/bootenvironment.cpp
   System/bootvarsmanager/mountline.cpp
   System/bootvarsmanager/softwarepartition.cpp
@@ -37,6 +38,7 @@ set(KESTROVA_SOURCES
   System/drivemanager/partitiontable.cpp
   System/drivemanager/superblock.cpp
   System/drivemanager/toolprogress.cpp
+  System/protocols/http/hostlookup.cpp
   System/protocols/http/httpconnection.cpp
   System/protocols/http/httpreplyheader.cpp
   System/protocols/http/httpurl.cpp
@@ -52,6 +54,7 @@ set(KESTROVA_PUBLIC_HEADERS
   base/stream.h
   base/vector.h
   System/BlockdevCfg.fmp.h
+  System/KestrovaPOpen.h
   System/bootvarsmanager/sysBootVarsManager.h
   System/drivemanager/drivemanager.h
   System/drivemanager/dvrdrive.h
@@ -89,9 +92,10 @@ target_compile_features(kestrova-system PUBLIC cxx_std_17)
 target_include_directories(kestrova-system PUBLIC
   $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kestrova>)
+# nodelete: a detached worker may still run when an application closes the library.
 target_link_options(kestrova-system PRIVATE
   -Wl,--version-script=${CMAKE_CURRENT_SOURCE_DIR}/cmake/exports.map
-  -Wl,--no-undefined-version -Wl,-z,relro -Wl,-z,now -Wl,--as-needed -Wl,--gc-sections)
+  -Wl,--no-undefined-version -Wl,-z,relro -Wl,-z,now -Wl,-z,nodelete -Wl,--as-needed -Wl,--gc-sections)
 target_link_libraries(kestrova-system PRIVATE Threads::Threads)
 
 add_library(kestrova-static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:kestrova-objects>)

@@ -104,7 +104,9 @@ def unit(preset):
 
 def python(name, folder, **environment):
     report = RESULTS / f"{name}.xml"
+    # A file's tests share a box, so a file stays with one worker.
     return reported(name, [PYTHON, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
+                           "--numprocesses", jobs(), "--dist", "loadfile",
                            f"--junitxml={report}", folder], report,
                     env={**os.environ, **environment})
 

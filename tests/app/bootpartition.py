@@ -38,7 +38,8 @@ mount --bind "$state" "$root/state"
 mount --bind "$product" "$root$product"
 mknod -m 666 "$root/dev/null" c 1 3
 cp -a "$loop" "$root/dev/alias"
-cp -a "$loop" "$root$NODE"
+cp -a "$loop" "$root/dev/disk/node"
+ln -s ../node "$root$NODE"
 if [ -n "$mode" ]; then chroot "$root" /usr/bin/mount -t ext3 -o "$mode" "$name" /boot-sw; fi
 if [ "${HIDE-}" ]; then rm "$root$NODE"; fi
 status=0

@@ -4,6 +4,9 @@
 KESTROVA tells which command to test; by default the one of the i686 build.
 
 kestrova        runs the command with arguments, without a terminal
+documents       a folder that python3's http.server serves, and its address
+scripted        a ScriptedServer
+terminal        starts the command on a terminal
 fake_drive      a root of its own with a stand-in for the recording drive and its tools
 boot_partition  a root of its own with a real file system as the software partition
 """
@@ -16,6 +19,7 @@ import pytest
 
 import bootpartition
 import fakedrive
+import httpserver
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TIMEOUT = 60
@@ -40,6 +44,54 @@ def kestrova(command):
         return subprocess.run([command, *arguments], check=False, **options)
 
     return run
+
+
+@pytest.fixture
+def start(command):
+    """A function that starts the command on pipes; ends it with the test."""
+    processes = []
+
+    def launch(*arguments, **options):
+        options = {"stdin": subprocess.PIPE, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+                   "text": True, **options}
+        processes.append(subprocess.Popen([command, *arguments], **options))
+        return processes[-1]
+
+    yield launch
+    for process in processes:
+        process.kill()
+        process.wait()
+        for stream in [process.stdin, process.stdout, process.stderr]:
+            stream.close()
+
+
+@pytest.fixture
+def terminal(command):
+    """A function that starts the command on a terminal; ends it with the test."""
+    terminals = []
+
+    def launch(*arguments):
+        terminals.append(fakedrive.Terminal([command, *map(str, arguments)],
+                                            {**os.environ, "TERM": "xterm"}))
+        return terminals[-1]
+
+    yield launch
+    for one in terminals:
+        one.close()
+
+
+@pytest.fixture
+def documents(tmp_path):
+    """A Documents."""
+    with httpserver.Documents(tmp_path / "documents") as served:
+        yield served
+
+
+@pytest.fixture
+def scripted():
+    """A ScriptedServer."""
+    with httpserver.ScriptedServer() as server:
+        yield server
 
 
 @pytest.fixture

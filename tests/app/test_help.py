@@ -8,13 +8,14 @@ import pytest
 COMMANDS = ["table", "drive info", "drive status", "drive partition", "drive format",
             "drive start", "drive stop", "drive watch", "drive check", "drive spin-down",
             "drive spin-up", "vars list", "vars get", "vars get-binary", "vars set",
-            "vars set-binary", "vars clear", "vars verify", "shell"]
+            "vars set-binary", "vars clear", "vars verify", "fetch",
+            "fetch-all", "shell"]
 
 
 def test_help_lists_every_command_and_no_other(kestrova):
     run = kestrova("--help")
     assert run.returncode == 0 and run.stderr == ""
-    listed = re.findall(r"^  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: [A-Z.]+)*  ", run.stdout, re.M)
+    listed = re.findall(r"^  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: [][A-Z.]+)*  ", run.stdout, re.M)
     assert listed == COMMANDS
     assert "0 done, 1 failed, 2 misused" in run.stdout
 

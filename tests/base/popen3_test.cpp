@@ -16,6 +16,7 @@
 
 #include "tests/base/childview.h"
 #include "tests/support/capture.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/failingcalls.h"
 #include "tests/support/tempdir.h"
 
@@ -23,6 +24,7 @@ namespace {
 
 using failingcalls::Call;
 using tests::ChildView;
+using tests::readToEnd;
 using tests::TempDir;
 
 /// Arguments for the program childview; the report is the file "report" of the directory.
@@ -47,17 +49,6 @@ int statusOf(int child) {
     int status = -1;
     EXPECT_EQ(child, ::waitpid(child, &status, 0));
     return status;
-}
-
-std::string readToEnd(int descriptor) {
-    std::string text;
-    char buffer[256];
-    ssize_t count = 0;
-    while ((count = ::read(descriptor, buffer, sizeof(buffer))) > 0) {
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    (void)::close(descriptor);
-    return text;
 }
 
 int lowestFree() {

@@ -40,6 +40,8 @@ GUEST_WRITER = "/usr/lib/kestrova/bootvars-writer"
 NO_SYNC = "int fsync(int descriptor) { (void)descriptor; return 0; }"
 SECONDS = 180  # for anything that the machine is waited for
 MODES = ["rw", "rw", "ro", "none"]  # in "rw" nothing but the library's own syncs flushes
+# as slow as a disk is, so that a cut meets it between two writes and not the processor at work
+WRITES_A_SECOND = 100
 LOG_BYTES = 256 * 1024 * 1024
 
 
@@ -84,7 +86,9 @@ class Machine:
                 "-blockdev", f"driver=file,node-name=log,filename={log}",
                 "-blockdev", "driver=blklogwrites,node-name=logged,file=disk,log=log,"
                              "log-sector-size=512,log-super-update-interval=1",
-                "-device", "scsi-hd,bus=scsi0.0,scsi-id=0,lun=0,drive=logged,write-cache=on,"
+                "-object", f"throttle-group,id=slow,x-iops-write={WRITES_A_SECOND}",
+                "-blockdev", "driver=throttle,node-name=slowed,throttle-group=slow,file=logged",
+                "-device", "scsi-hd,bus=scsi0.0,scsi-id=0,lun=0,drive=slowed,write-cache=on,"
                            "vendor=KESTROVA,product=SOFTWARE"]
 
     def line(self, timeout=SECONDS):
@@ -142,7 +146,7 @@ class PowerCuts:
         self._state = folder / "state"
         self._base = folder / "base.img"
         self._acknowledged = 0
-        self.saves = self.lost_sectors = self.under_way = 0
+        self.saves = self.under_way = self.in_writes = self.lost_sectors = 0
         shutil.copyfile(software.software_disk().path, self._base)
         self._prepare()
 
@@ -174,6 +178,8 @@ class PowerCuts:
 
     def _check(self, found):
         """What was found must be what was acknowledged last, or the save that was under way."""
+        if found is None:
+            raise BoxError("the application says nothing")
         last = self._acknowledged
         allowed = {f"found {last}", f"found {last + 1}"} | (set() if last else {"found nothing"})
         if found not in allowed:
@@ -215,7 +221,9 @@ class PowerCuts:
                 self._take(line)
         finally:
             machine.close()
-        self.lost_sectors += writelog.cut(self._base, self._folder / "log", self._random)
+        doubtful, lost = writelog.cut(self._base, self._folder / "log", self._random)
+        self.in_writes += doubtful > 0
+        self.lost_sectors += lost
 
     def renew(self):
         """A whole disk again, after a loss."""
@@ -242,8 +250,8 @@ def run(count, seed, without_sync=False, tell=lambda text: None):
     finally:
         workspace.remove()
     return losses, (f"{count} cuts, {cuts.saves} saves acknowledged, {cuts.under_way} saves under "
-                    f"way that were there, {cuts.lost_sectors} unflushed sectors lost, "
-                    f"{losses} losses")
+                    f"way that were there, {cuts.in_writes} cuts between a write and its flush, "
+                    f"{cuts.lost_sectors} unflushed sectors lost, {losses} losses")
 
 
 def main():

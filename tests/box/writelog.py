@@ -33,19 +33,20 @@ def unflushed(log):
 
 
 def cut(image, log, random):
-    """Makes the image what a power cut leaves; returns how many sectors were lost."""
+    """Makes the image what a power cut leaves; returns how many sectors were in doubt and lost."""
     lasting, cached = unflushed(log)
     keep = random.choice([0.0, 0.5, 0.9, 1.0])
-    lost = 0
+    doubtful = lost = 0
     with open(image, "r+b") as disk:
         for _, offset, data in lasting:
             disk.seek(offset)
             disk.write(data)
         for flags, offset, data in cached:
             for at in range(0, len(data), SECTOR):
-                if flags & FUA or random.random() < keep:
+                doubtful += 1
+                if random.random() < keep:
                     disk.seek(offset + at)
                     disk.write(data[at:at + SECTOR])
                 else:
                     lost += 1
-    return lost
+    return doubtful, lost

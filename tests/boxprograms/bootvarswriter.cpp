@@ -4,21 +4,18 @@
 // it says "ready", takes a line "MODE" (how the software partition is to be mounted meanwhile:
 // none, ro or rw), tells what it found, "found N" or what is wrong, and then each number whose save
 // has returned true.
-#include <fcntl.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "System/BlockdevCfg.fmp.h"
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "System/system.h"
 #include "base/outputlevel.h"
+#include "serialport.h"
 
 namespace {
 
@@ -41,20 +38,17 @@ std::string get(const char* name) {
     return value.c_str();
 }
 
-/// The plain line of bytes that the port is, without the terminal's rewriting.
-std::FILE* openPort(const char* path) {
-    const int port = ::open(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios settings = {};
-    if (port >= 0 && ::tcgetattr(port, &settings) == 0) {
-        ::cfmakeraw(&settings);
-        (void)::tcsetattr(port, TCSANOW, &settings);
+/// The next line, without its end.
+std::string readLine(int port) {
+    std::string line;
+    for (char c = '\0'; ::read(port, &c, 1) == 1 && c != '\n';) {
+        line += c;
     }
-    return port >= 0 ? ::fdopen(port, "r+") : nullptr;
+    return line;
 }
 
 bool mountFor(const std::string& mode) {
     BlockdeviceConfig& table = *BlockdeviceConfig::GetInstance();
-    (void)::mkdir("/boot-sw", 0755);
     return mode == "none" ||
            ::mount(table.GetSoftwarePartitionMountDevice(), table.GetSoftwarePartitionMountPoint(),
                    table.GetSoftwarePartitionFilesystem(), mode == "ro" ? MS_RDONLY : 0,
@@ -62,47 +56,45 @@ bool mountFor(const std::string& mode) {
 }
 
 /// Tells what is there; the number to go on from.
-unsigned long check(std::FILE* port) {
+unsigned long check(int port) {
     const std::string value = get(kCounter);
     const unsigned long number = std::strtoul(value.c_str(), nullptr, 10);
     const std::string constant = get(kConstant);
     if (value.empty() && (constant.empty() || constant == kConstantValue)) {
-        std::fprintf(port, constant.empty() ? "found nothing\n" : "found 0\n");
+        dprintf(port, constant.empty() ? "found nothing\n" : "found 0\n");
     } else if (value != valueOf(number) || constant != kConstantValue) {
-        std::fprintf(port, "broken: %.40s\n", value.c_str());
+        dprintf(port, "broken: %.40s\n", value.c_str());
     } else {
-        std::fprintf(port, "found %lu\n", number);
+        dprintf(port, "found %lu\n", number);
     }
     return number;
 }
 
-void write(std::FILE* port, unsigned long number) {
+void write(int port, unsigned long number) {
     sysBootVarsManager& vars = *getSystem()->mpBootVarsManager;
     if (get(kConstant).empty() && !vars.setVarS(kConstant, kConstantValue)) {
-        std::fprintf(port, "not saved\n");
+        dprintf(port, "not saved\n");
         return;
     }
     while (vars.setVarS(kCounter, valueOf(++number).c_str())) {
-        std::fprintf(port, "%lu\n", number);
+        dprintf(port, "%lu\n", number);
     }
-    std::fprintf(port, "not saved\n");
+    dprintf(port, "not saved\n");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::FILE* const port = argc == 2 ? openPort(argv[1]) : nullptr;
-    if (port == nullptr) {
+    const int port = argc == 2 ? openPort(argv[1]) : -1;
+    if (port < 0) {
         std::fprintf(stderr, "usage: bootvars-writer PORT\n");
         return 2;
     }
-    (void)std::setvbuf(port, nullptr, _IONBF, 0);
     kestrova_debug_output_level = 0;
     SystemMinimalInit();
-    std::fprintf(port, "ready\n");
-    char mode[16] = {};
-    if (std::fscanf(port, "%15s", mode) != 1 || !mountFor(mode)) {
-        std::fprintf(port, "not mounted\n");
+    dprintf(port, "ready\n");
+    if (!mountFor(readLine(port))) {
+        dprintf(port, "not mounted\n");
         return 1;
     }
     write(port, check(port));

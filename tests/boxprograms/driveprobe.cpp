@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +14,8 @@
 #include <exception>
 #include <future>
 #include <stdexcept>
+
+#include "serialport.h"
 
 namespace {
 
@@ -99,17 +100,6 @@ std::string run(const Commands& commands, const std::string& line) {
     return text + "\n";
 }
 
-/// The port as a plain line of bytes, without the terminal's rewriting.
-int openPort(const char* path) {
-    const int port = ::open(path, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios settings = {};
-    if (port >= 0 && ::tcgetattr(port, &settings) == 0) {
-        ::cfmakeraw(&settings);
-        (void)::tcsetattr(port, TCSANOW, &settings);
-    }
-    return port;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -122,6 +112,7 @@ int main(int argc, char** argv) {
     Commands commands;
     background.add(commands);
     addProcessCommands(commands);
+    addBootVarsCommands(commands);
     addDiskCommands(commands);
     addDvrCommands(commands);
 

@@ -25,6 +25,7 @@ inline Words answer(bool result) {
 /// The drive of the system object; throws when the system is not up or has none.
 sysDVRDrive& recorder();
 
+void addBootVarsCommands(Commands& commands);
 void addDiskCommands(Commands& commands);
 void addDvrCommands(Commands& commands);
 

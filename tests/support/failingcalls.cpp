@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -306,10 +307,10 @@ Behind<int(int*, int)> behindPipe2("pipe2");
 Behind<SpawnFunction> behindPosixSpawn("posix_spawn");
 Behind<ssize_t(int, void*, size_t, off_t)> behindPread("pread64");
 Behind<CreateFunction> behindPthreadCreate("pthread_create");
-Behind<void()> behindTestcancel("pthread_testcancel");
 Behind<ssize_t(int, void*, size_t)> behindRead("read");
 Behind<ssize_t(int, void*, size_t, int)> behindRecv("recv");
 Behind<int(const char*, const char*)> behindRename("rename");
+Behind<int(sem_t*)> behindSemWait("sem_wait");
 Behind<ssize_t(int, const void*, size_t, int)> behindSend("send");
 Behind<int(int, int, int, const void*, socklen_t)> behindSetsockopt(kSetsockopt);
 Behind<int(int, int)> behindShutdown("shutdown");
@@ -328,8 +329,8 @@ __attribute__((constructor)) void findAll() {
     find(behindClose, behindConnect, behindFcntl, behindFdopen, behindFopen, behindFork,
          behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindNanosleep,
          behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead,
-         behindRecv, behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket,
-         behindStat, behindStatfs, behindSync, behindTestcancel, behindSystem, behindUmount,
+         behindRecv, behindRename, behindSemWait, behindSend, behindSetsockopt, behindShutdown, behindSocket,
+         behindStat, behindStatfs, behindSync, behindSystem, behindUmount,
          behindWaitpid, behindWrite);
 }
 
@@ -463,12 +464,6 @@ ssize_t pread(int descriptor, void* buffer, size_t length, off_t offset) {
     return fails(Call::ePread) ? -1 : behindPread.get()(descriptor, buffer, length, offset);
 }
 
-void pthread_testcancel() {
-    failingcalls::Unwinding unwinding;
-    behindTestcancel.get()();
-    unwinding.end();
-}
-
 ssize_t read(int descriptor, void* buffer, size_t length) {
     return fails(Call::eRead) ? -1 : behindRead.get()(descriptor, buffer, limited(length));
 }
@@ -485,6 +480,10 @@ ssize_t recv(int socket, void* buffer, size_t length, int flags) {
 
 int rename(const char* from, const char* to) noexcept {
     return fails(Call::eRename) ? -1 : behindRename.get()(from, to);
+}
+
+int sem_wait(sem_t* semaphore) {
+    return behindSemWait.call(semaphore);
 }
 
 ssize_t send(int socket, const void* bytes, size_t length, int flags) {

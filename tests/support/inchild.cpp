@@ -5,9 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
+
+#include "tests/support/descriptors.h"
 
 namespace tests {
 
@@ -26,19 +27,6 @@ constexpr int kReport = 600;
     const bool told =
         ::write(report, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     ::_exit(told ? 0 : 1);
-}
-
-std::string readToEnd(int descriptor) {
-    std::string text;
-    std::array<char, 4096> buffer{};
-    for (;;) {
-        const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
-        if (count > 0) {
-            text.append(buffer.data(), static_cast<std::size_t>(count));
-        } else if (count == 0 || errno != EINTR) {
-            return text;
-        }
-    }
 }
 
 }  // namespace
@@ -61,7 +49,6 @@ std::string inChild(const std::function<std::string()>& function) {
     }
     (void)::close(ends[1]);
     const std::string text = readToEnd(ends[0]);
-    (void)::close(ends[0]);
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }

@@ -46,6 +46,10 @@ ToolRun parseRun(const std::string& text) {
             run.mNice = std::stoi(value);
         } else if (key == "directory") {
             run.mDirectory = value;
+        } else if (key == "session") {
+            run.mLeadsSession = value == "leader";
+        } else if (key == "signals") {
+            run.mSignals = value;
         } else if (key == "descriptor") {
             run.mDescriptors[std::stoi(value)] = value.substr(value.find(' ') + 1);
         } else if (key == "input") {
@@ -80,9 +84,7 @@ Role& Role::add(const std::string& key, const std::string& value) {
 
 Sandbox::Sandbox() {
     for (const char* const tool : kTools) {
-        if (::link("/stub/tool", tool) != 0) {
-            throw failure(tool);
-        }
+        addTool(tool);
     }
     mHeld = ::open("/stub/held", O_RDWR | O_CLOEXEC);
     mGo = ::open("/stub/go", O_RDWR | O_CLOEXEC);
@@ -140,6 +142,12 @@ void Sandbox::useReal(const std::string& path) {
 
 void Sandbox::removeTool(const std::string& path) {
     if (::unlink(path.c_str()) != 0) {
+        throw failure(path);
+    }
+}
+
+void Sandbox::addTool(const std::string& path) {
+    if (::link("/stub/tool", path.c_str()) != 0) {
         throw failure(path);
     }
 }

@@ -47,6 +47,8 @@ struct ToolRun {
     std::vector<std::string> mEnvironment;
     int mNice = 0;
     std::string mDirectory;
+    bool mLeadsSession = false;
+    std::string mSignals;  ///< masks of what is blocked and ignored, in hexadecimal
     std::map<int, std::string> mDescriptors;  ///< number to target and "r", "w" or "rw"
     std::string mInput;
     bool mRefused = false;
@@ -74,6 +76,8 @@ public:
     /// Puts the machine's tool, "/usr" before the path, in the stub's place.
     void useReal(const std::string& path);
     void removeTool(const std::string& path);
+    /// Makes a stub of a tool that the sandbox does not have by itself.
+    void addTool(const std::string& path);
 
     /// Puts a text in the place of /proc/mounts.
     void replaceMounts(const std::string& text);

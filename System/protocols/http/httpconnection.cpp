@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "System/protocols/http/httpconnection.h"
 
-#include <netdb.h>
 #include <netinet/in.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstring>
 #include <string>
 #include <utility>
 
+#include "System/protocols/http/hostlookup.h"
 #include "base/cancelguard.h"
 #include "base/descriptor.h"
 #include "base/log.h"
@@ -22,44 +19,24 @@ namespace {
 
 constexpr char kSource[] = "System/protocols/http/httpconnection";
 constexpr timeval kTimeOut = {30, 0};
-constexpr std::size_t kResolverBuffer = 8096;
 constexpr int kStatusOk = 200;
-
-/// The re-entrant resolver, never left half-way: a thread that is cancelled inside loses the C
-/// library's socket to its name cache. A cancellation acts before or after.
-int lookUp(const char* host, hostent& entry, char (&buffer)[kResolverBuffer], hostent*& pHe,
-           int& error) {
-    pthread_testcancel();
-    int ret = 0;
-    {
-        const base::CancelGuard guard;
-        ret = ::gethostbyname_r(host, &entry, buffer, sizeof(buffer), &pHe, &error);
-    }
-    pthread_testcancel();
-    return ret;
-}
 
 /// The host's first IPv4 address with the port; false with a log line when there is none.
 bool resolve(const httpURL& url, sockaddr_in& address) {
-    char buffer[kResolverBuffer];
-    hostent entry = {};
-    hostent* pHe = nullptr;
-    int error = 0;
-    const char* const host = url.host().c_str();
-    const int ret = lookUp(host, entry, buffer, pHe, error);
-    if (ret != 0 || pHe == nullptr) {
+    const HostLookup host = lookUpHost(url.host());
+    if (!host.mFound) {
         base::logMessageAt(kSource, __LINE__, 1,
-                           "Error looking up hostname: '%s', ret %d, error %d, pHe %d\n", host, ret,
-                           error, static_cast<int>(reinterpret_cast<std::intptr_t>(pHe)));
+                           "Error looking up hostname: '%s', ret %d, error %d, pHe %d\n",
+                           url.host().c_str(), host.mReturned, host.mError, 0);
         return false;
     }
-    if (pHe->h_addrtype != AF_INET) {
+    if (host.mFamily != AF_INET) {
         base::logMessageAt(kSource, __LINE__, 1, "Unknown addrtype from gethostbyname\n");
         return false;
     }
     address.sin_family = AF_INET;
     address.sin_port = htons(url.port());
-    std::memcpy(&address.sin_addr, pHe->h_addr_list[0], sizeof(address.sin_addr));
+    address.sin_addr = host.mAddress;
     return true;
 }
 
@@ -129,6 +106,7 @@ bool HTTPConnection::Open(const char* url) {
     return Open(url, hdr);
 }
 
+// Not const: it uses up the body. NOLINTNEXTLINE(readability-make-member-function-const)
 int HTTPConnection::Read(void* buf, unsigned int len) {
     // The kernel moves at most 2 GiB less a page at once, so that the count always fits.
     return static_cast<int>(::recv(mSocket, buf, len, 0));

@@ -16,9 +16,10 @@
 /// socket is close-on-exec and never takes the place of a missing standard stream.
 ///
 /// Threads: no lock, one thread at a time; several connections may work at once. Open() and Read()
-/// are cancellation points and may be left by a cancellation at any moment, except that one waits
-/// for the resolver's answer first: the socket is then still closed by Close(), by the next Open()
-/// or by the destructor. Failures are logged at level 1; only allocation failure is thrown.
+/// are cancellation points and may be left by a cancellation at any moment: the socket is then
+/// still closed by Close(), by the next Open() or by the destructor. A host name is resolved by a
+/// short-lived thread, which then lives on until the resolver has answered or given up. Failures
+/// are logged at level 1; only allocation failure is thrown.
 class KESTROVA_EXPORT HTTPConnection {
 public:
     /// No socket.

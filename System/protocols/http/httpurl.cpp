@@ -46,7 +46,7 @@ bool httpURL::parse(const char* text) {
 
 std::string httpURL::createRequest() const {
     if (mHost.empty()) {
-        return std::string();
+        return {};
     }
     std::string request = "GET " + mPath + " HTTP/1.0\r\nHost: " + mHost;
     if (mPort != kDefaultPort) {

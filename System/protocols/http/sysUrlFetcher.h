@@ -62,7 +62,7 @@ public:
     int setUrl(const char* url);
 
     /// Cancels a running worker and waits until it has ended. Does nothing when there is none.
-    /// Blocks for as long as a callback or a host name's look-up that is under way takes.
+    /// Blocks for as long as a callback that is under way takes.
     void killThread();
     /// The same as killThread().
     void cancelFetch();

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "tests/System/bootvarsmanager/bootbox.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -88,19 +87,6 @@ std::string withoutContext(const std::string& output) {
         kept += context ? "" : line + "\n";
     }
     return kept;
-}
-
-std::set<int> openDescriptors() {
-    DIR* const folder = ::opendir("/proc/self/fd");
-    std::set<int> numbers;
-    while (const dirent* const entry = ::readdir(folder)) {
-        if (entry->d_name[0] != '.') {
-            numbers.insert(std::stoi(entry->d_name));
-        }
-    }
-    numbers.erase(::dirfd(folder));
-    (void)::closedir(folder);
-    return numbers;
 }
 
 BootBox::BootBox(Sandbox& sandbox, const char* options) : mSandbox(sandbox) {

@@ -6,10 +6,10 @@
 
 #include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
+#include "tests/support/descriptors.h"
 #include "tests/support/failingcalls.h"
 #include "tests/support/sandbox.h"
 
@@ -37,9 +37,6 @@ std::string listed();
 
 /// The text without its context lines, in which the lines' numbers change with every edit.
 std::string withoutContext(const std::string& output);
-
-/// The descriptors that the process has open.
-std::set<int> openDescriptors();
 
 /// The world of the library inside a sandbox: the partition usage table, the software partition's
 /// node, which is a plain file unless a test makes it a device, its directory and the mount table.

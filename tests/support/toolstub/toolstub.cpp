@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <string>
 #include <utility>
@@ -90,6 +91,20 @@ std::map<int, std::string> givenDescriptors() {
     return given;
 }
 
+/// Masks of the signals that are blocked and ignored.
+std::string signalMasks() {
+    const int file = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    const std::string status = readWhole(file);
+    (void)::close(file);
+    std::string masks;
+    for (const char* const key : {"SigBlk:\t", "SigIgn:\t"}) {
+        constexpr std::size_t digits = 16;
+        const std::size_t at = status.find(key);
+        masks += (masks.empty() ? "" : " ") + status.substr(at + std::strlen(key), digits);
+    }
+    return masks;
+}
+
 void recordStart(Record& record, const std::map<int, std::string>& descriptors, char** arguments) {
     for (; *arguments != nullptr; ++arguments) {
         record.add("argument", *arguments);
@@ -99,6 +114,8 @@ void recordStart(Record& record, const std::map<int, std::string>& descriptors, 
     }
     record.add("nice", std::to_string(::getpriority(PRIO_PROCESS, 0)));
     record.add("directory", linkTarget("/proc/self/cwd"));
+    record.add("session", ::getsid(0) == ::getpid() ? "leader" : "member");
+    record.add("signals", signalMasks());
     for (const auto& [number, target] : descriptors) {
         record.add("descriptor", std::to_string(number) + " " + target);
     }

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: MIT
+#include "System/KestrovaPOpen.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+
+#include "base/log.h"
+#include "base/popen3.h"
+#include "base/text.h"
+
+namespace {
+
+constexpr char kSource[] = "System/KestrovaPOpen";
+
+/// A formatted command line; what is longer is cut.
+struct CommandLine {
+    char mText[256];
+};
+
+__attribute__((format(printf, 2, 0))) void formatCommand(CommandLine& command, const char* format,
+                                                         va_list arguments) {
+    command.mText[0] = '\0';
+    (void)kestrova_vsnprintf(command.mText, sizeof(command.mText), format, arguments);
+}
+
+}  // namespace
+
+int kestrova_popen3(int* in, int* out, int* err, const char* command) {
+    const char* arguments[] = {"/bin/sh", "-c", command, nullptr};
+    return kestrova_popen3_adv(in, out, err, arguments, environ, nullptr, nullptr, nullptr);
+}
+
+int kestrova_vpopen3(int* in, int* out, int* err, const char* format, ...) {
+    CommandLine command;
+    va_list arguments;
+    va_start(arguments, format);
+    formatCommand(command, format, arguments);
+    va_end(arguments);
+    return kestrova_popen3(in, out, err, command.mText);
+}
+
+int kestrova_pstatus(int pid, int& status, bool wait) {
+    int raw = 0;
+    const pid_t waited = ::waitpid(pid, &raw, wait ? 0 : WNOHANG);
+    if (waited == -1) {
+        return eCsWaitFailed;
+    }
+    if (waited == 0) {
+        return eCsRunning;
+    }
+    if (WIFEXITED(raw)) {
+        status = WEXITSTATUS(raw);
+        return eCsExited;
+    }
+    if (WIFSIGNALED(raw)) {
+        status = WTERMSIG(raw);
+        return eCsKilled;
+    }
+    return eCsStopped;
+}
+
+int kestrova_popen_fout(std::FILE*& stream, const char* command) {
+    int output = -1;
+    const int pid = kestrova_popen3(nullptr, &output, nullptr, command);
+    if (pid < 0) {
+        base::reportFailedAttention(kSource, __LINE__, "pid >= 0");
+        return pid;
+    }
+    if (pid == 0) {
+        return 0;
+    }
+    stream = ::fdopen(output, "r");
+    if (stream == nullptr) {
+        // The descriptor is left open on purpose: closing it would give the child a broken pipe
+        // before its interruption.
+        int scratch = 0;
+        (void)::kill(pid, SIGINT);
+        while (kestrova_pstatus(pid, scratch, true) == eCsWaitFailed && errno == EINTR) {
+        }
+        return -1;
+    }
+    return pid;
+}
+
+int kestrova_popen_fout_fmt(std::FILE*& stream, const char* format, ...) {
+    CommandLine command;
+    va_list arguments;
+    va_start(arguments, format);
+    formatCommand(command, format, arguments);
+    va_end(arguments);
+    return kestrova_popen_fout(stream, command.mText);
+}

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+//
+// Shell command lines as child processes.
+#ifndef KESTROVA_SYSTEM_KESTROVAPOPEN_H
+#define KESTROVA_SYSTEM_KESTROVAPOPEN_H
+
+#include <cstdio>
+
+#include "base/export.h"
+
+// All of these may be called from any thread at any time. The command runs in "/bin/sh -c" with the
+// caller's environment, signal mask and dispositions. The caller owns what it is given: it reads to
+// the end of file, closes, and then reaps the child with kestrova_pstatus(pid, status, true).
+// Descriptors are close-on-exec, so that no other child holds them. What is not piped is the
+// caller's own. The cost does not depend on the size of the caller.
+
+/// What kestrova_pstatus() found.
+enum KestrovaChildState {
+    eCsRunning = 0,     ///< still running (only when not waiting); status untouched
+    eCsExited = 1,      ///< ended by itself; status is the exit code
+    eCsKilled = 2,      ///< ended by a signal; status is its number
+    eCsStopped = 3,     ///< stopped; status untouched
+    eCsWaitFailed = 4,  ///< could not be waited for, or the wait was interrupted; status untouched
+};
+
+/// Runs a command. For each of the three that is not null a pipe to the child's standard input,
+/// output or error is made and the caller's end stored. Returns the child's pid; negative when
+/// nothing could be started, errno tells why. Blocks until the shell runs.
+KESTROVA_EXPORT int kestrova_popen3(int* in, int* out, int* err, const char* command);
+
+/// As kestrova_popen3(), with a printf format. The command is cut to 255 characters.
+KESTROVA_EXPORT int kestrova_vpopen3(int* in, int* out, int* err, const char* format, ...)
+    __attribute__((format(printf, 4, 5)));
+
+/// Asks after a child, waiting for its end or not. Returns a KestrovaChildState. A child that has
+/// ended is reaped. An interrupted wait is not taken up again, so that the caller can give up.
+KESTROVA_EXPORT int kestrova_pstatus(int pid, int& status, bool wait);
+
+/// Runs a command with its standard output as a stream to read from. Returns the child's pid; 0 or
+/// negative, with no child left, on failure. A failure to start is reported as a failed attention
+/// check; when only the stream cannot be opened it is null, the child is sent SIGINT and reaped,
+/// and the result is -1.
+KESTROVA_EXPORT int kestrova_popen_fout(std::FILE*& stream, const char* command);
+
+/// As kestrova_popen_fout(), with a printf format. The command is cut to 255 characters.
+KESTROVA_EXPORT int kestrova_popen_fout_fmt(std::FILE*& stream, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+#endif

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#include "app/event.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+namespace app {
+
+Event::Event() : mDescriptor(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    if (mDescriptor < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+}
+
+Event::~Event() {
+    (void)::close(mDescriptor);
+}
+
+void Event::set() {
+    const std::uint64_t one = 1;
+    (void)!::write(mDescriptor, &one, sizeof(one));
+}
+
+bool Event::take() {
+    std::uint64_t count = 0;
+    return ::read(mDescriptor, &count, sizeof(count)) == sizeof(count);
+}
+
+}  // namespace app
