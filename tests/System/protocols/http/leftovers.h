@@ -15,9 +15,10 @@ class Leftovers {
 public:
     Leftovers() = default;
     ~Leftovers() {
-        EXPECT_EQ(mDescriptors, openDescriptors());
-        // A thread that was joined may stay in the kernel's list for a moment.
+        // A thread that was joined may stay in the kernel's list for a moment; one that resolves a
+        // name that nobody wants any more may take longer.
         EXPECT_TRUE(eventually([this] { return threadIds() == mThreads; }));
+        EXPECT_EQ(mDescriptors, openDescriptors());
     }
     Leftovers(const Leftovers&) = delete;
     Leftovers& operator=(const Leftovers&) = delete;
