@@ -96,9 +96,10 @@ def unit(preset):
         say(f"FAILED  build of {preset}")
         return Sum(failed=1)
     report = RESULTS / f"{preset}.xml"
-    # The command's own tests are counted one by one, by command() below.
+    # The tests of the command and against servers are counted one by one, by the functions below.
     return reported(preset, ["ctest", "--preset", preset, "--parallel", jobs(), "--quiet",
-                             "--exclude-regex", "^app$", "--output-junit", str(report)], report)
+                             "--exclude-regex", "^(app|servers)$",
+                             "--output-junit", str(report)], report)
 
 
 def python(name, folder, **environment):
@@ -114,6 +115,11 @@ def command(preset):
     return python(f"app-{preset}", "tests/app", KESTROVA=str(ROOT / "build" / preset / "kestrova"))
 
 
+def servers(preset):
+    probe = ROOT / "build" / preset / "tests" / "servers" / "fetchprobe"
+    return python(f"servers-{preset}", "tests/servers", FETCHPROBE=str(probe))
+
+
 def style():
     return single("style (script/lint)", ["script/lint"])
 
@@ -125,10 +131,12 @@ def main():
     RESULTS.mkdir(parents=True, exist_ok=True)
 
     suites = [("i686", lambda: unit("i686")), ("native", lambda: unit("native")),
-              ("app", lambda: command("i686")), ("style", style)]
+              ("app", lambda: command("i686")), ("servers", lambda: servers("i686")),
+              ("style", style)]
     if not quick:
         suites += [("box", lambda: python("box", "tests/box")), ("asan", lambda: unit("asan")),
-                   ("app-asan", lambda: command("asan")), ("tsan", lambda: unit("tsan"))]
+                   ("app-asan", lambda: command("asan")),
+                   ("servers-asan", lambda: servers("asan")), ("tsan", lambda: unit("tsan"))]
 
     total = Sum()
     lines = []

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
@@ -103,6 +104,34 @@ std::size_t limited(std::size_t length) {
     return most != 0 && most < length ? most : length;
 }
 
+#ifdef __SANITIZE_ADDRESS__
+extern "C" void __asan_handle_no_return();
+#endif
+
+/// A thread that is cancelled in a call leaves the frames above it without their own ends. Their
+/// marks are taken off the stack ahead of that, as the address sanitizer does for a thrown
+/// exception and not for a cancellation.
+class Unwinding {
+public:
+    Unwinding() = default;
+    ~Unwinding() {
+#ifdef __SANITIZE_ADDRESS__
+        if (!mReturned) {
+            __asan_handle_no_return();
+        }
+#endif
+    }
+    Unwinding(const Unwinding&) = delete;
+    Unwinding& operator=(const Unwinding&) = delete;
+
+    void end() {
+        mReturned = true;
+    }
+
+private:
+    bool mReturned = false;
+};
+
 /// A function that stands behind ours: the C library's, or a sanitizer's in front of that.
 template <class Function>
 class Behind {
@@ -119,6 +148,15 @@ public:
             mFunction.store(function, std::memory_order_relaxed);
         }
         return function;
+    }
+
+    /// A call in which the thread may be cancelled.
+    template <class... Arguments>
+    auto call(Arguments... arguments) {
+        Unwinding unwinding;
+        const auto result = get()(arguments...);
+        unwinding.end();
+        return result;
     }
 
 private:
@@ -272,6 +310,7 @@ Behind<CreateFunction> behindPthreadCreate("pthread_create");
 Behind<ssize_t(int, void*, size_t)> behindRead("read");
 Behind<ssize_t(int, void*, size_t, int)> behindRecv("recv");
 Behind<int(const char*, const char*)> behindRename("rename");
+Behind<int(sem_t*)> behindSemWait("sem_wait");
 Behind<ssize_t(int, const void*, size_t, int)> behindSend("send");
 Behind<int(int, int, int, const void*, socklen_t)> behindSetsockopt(kSetsockopt);
 Behind<int(int, int)> behindShutdown("shutdown");
@@ -290,9 +329,9 @@ __attribute__((constructor)) void findAll() {
     find(behindClose, behindConnect, behindFcntl, behindFdopen, behindFopen, behindFork,
          behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindNanosleep,
          behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead,
-         behindRecv, behindRename, behindSend, behindSetsockopt, behindShutdown, behindSocket,
-         behindStat, behindStatfs, behindSync, behindSystem, behindUmount, behindWaitpid,
-         behindWrite);
+         behindRecv, behindRename, behindSemWait, behindSend, behindSetsockopt, behindShutdown, behindSocket,
+         behindStat, behindStatfs, behindSync, behindSystem, behindUmount,
+         behindWaitpid, behindWrite);
 }
 
 }  // namespace
@@ -304,7 +343,7 @@ int close(int descriptor) {
 }
 
 int connect(int socket, const sockaddr* address, socklen_t size) {
-    return fails(Call::eConnect) ? -1 : behindConnect.get()(socket, address, size);
+    return fails(Call::eConnect) ? -1 : behindConnect.call(socket, address, size);
 }
 
 int fcntl(int descriptor, int command, ...) {
@@ -436,11 +475,15 @@ ssize_t recv(int socket, void* buffer, size_t length, int flags) {
     if (plans.load() != nullptr && !inTest && plans.load()->mReceive) {
         return askTest(plans.load()->mReceive, socket, buffer, length, flags);
     }
-    return behindRecv.get()(socket, buffer, limited(length), flags);
+    return behindRecv.call(socket, buffer, limited(length), flags);
 }
 
 int rename(const char* from, const char* to) noexcept {
     return fails(Call::eRename) ? -1 : behindRename.get()(from, to);
+}
+
+int sem_wait(sem_t* semaphore) {
+    return behindSemWait.call(semaphore);
 }
 
 ssize_t send(int socket, const void* bytes, size_t length, int flags) {
@@ -450,7 +493,7 @@ ssize_t send(int socket, const void* bytes, size_t length, int flags) {
     if (plans.load() != nullptr && !inTest && plans.load()->mSend) {
         return askTest(plans.load()->mSend, socket, bytes, length, flags);
     }
-    return behindSend.get()(socket, bytes, limited(length), flags);
+    return behindSend.call(socket, bytes, limited(length), flags);
 }
 
 int setsockopt(int socket, int level, int option, const void* value, socklen_t size) noexcept {

@@ -39,11 +39,17 @@ int require(int result, const char* what) {
     return result;
 }
 
-/// Binds a socket to a free port of loopback; returns the port.
-int bindToLoopback(int socket) {
+sockaddr_in loopback(int port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+}
+
+/// Binds a socket to a free port of loopback; returns the port.
+int bindToLoopback(int socket) {
+    sockaddr_in address = loopback(0);
     auto* const plain = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof(address);
     require(::bind(socket, plain, size), "bind");
@@ -425,14 +431,33 @@ DeadPort::DeadPort(Kind kind) {
     const failingcalls::Exempt exempt;
     mSocket = makeSocket(0);
     mPort = bindToLoopback(mSocket);
-    if (kind == eSilent) {
-        require(::listen(mSocket, kBacklog), "listen");
+    if (kind != eRefusing) {
+        require(::listen(mSocket, kind == eFull ? 0 : kBacklog), "listen");
+    }
+    if (kind == eFull) {
+        fill();
     }
 }
 
 DeadPort::~DeadPort() {
     const failingcalls::Exempt exempt;
+    for (const int filler : mFillers) {
+        (void)::close(filler);
+    }
     (void)::close(mSocket);
+}
+
+/// Takes every place in the backlog: the kernel then drops all further attempts.
+void DeadPort::fill() {
+    const sockaddr_in address = loopback(mPort);
+    bool connected = true;
+    while (connected) {
+        const int filler = makeSocket(SOCK_NONBLOCK);
+        mFillers.push_back(filler);
+        (void)::connect(filler, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        pollfd waiting = {filler, POLLOUT, 0};
+        connected = ::poll(&waiting, 1, 0) == 1;
+    }
 }
 
 std::string DeadPort::url(const std::string& path) const {

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace tests {
 
@@ -145,6 +146,7 @@ public:
     enum Kind {
         eRefusing,  ///< nobody listens, and nobody else can take the port
         eSilent,    ///< connections come about, and nothing else ever happens
+        eFull,      ///< no connection comes about, nor a refusal
     };
     explicit DeadPort(Kind kind);
     ~DeadPort();
@@ -155,8 +157,11 @@ public:
     std::string url(const std::string& path = "/") const;
 
 private:
+    void fill();
+
     int mSocket = -1;
     int mPort = 0;
+    std::vector<int> mFillers;
 };
 
 }  // namespace tests

@@ -84,6 +84,8 @@ bool HTTPReplyHeader::readEntityLines(int fd) {
             // would leave half of it in the stream's buffer.
             const base::CancelGuard guard;
             (void)std::puts("Hmm");
+            // In front of the log lines that follow, also when standard output is a file.
+            (void)std::fflush(stdout);
             return false;
         }
         const char* const value = colon + 1;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/descriptors.h"
 #include "tests/support/processview.h"
 #include "tests/support/sandbox.h"
 
@@ -14,15 +15,16 @@ class Leftovers {
 public:
     Leftovers() = default;
     ~Leftovers() {
-        EXPECT_EQ(mDescriptors, openDescriptors());
-        // A thread that was joined may stay in the kernel's list for a moment.
+        // A thread that was joined may stay in the kernel's list for a moment; one that resolves a
+        // name that nobody wants any more may take longer.
         EXPECT_TRUE(eventually([this] { return threadIds() == mThreads; }));
+        EXPECT_EQ(mDescriptors, openDescriptors());
     }
     Leftovers(const Leftovers&) = delete;
     Leftovers& operator=(const Leftovers&) = delete;
 
 private:
-    int mDescriptors = openDescriptors();
+    std::set<int> mDescriptors = openDescriptors();
     std::set<pid_t> mThreads = threadIds();
 };
 

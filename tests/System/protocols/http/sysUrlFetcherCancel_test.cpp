@@ -290,6 +290,9 @@ TEST_F(SysUrlFetcherStages, AStoppedDownloadIsNotCancelledASecondTime) {
 }
 
 TEST_F(SysUrlFetcherStages, AWaiterThatIsCancelledLeavesTheWorkerToBeStopped) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer loses count of a thread that is cancelled while it joins";
+#endif
     mServer.expect(Script().readRequest().stall());
     start(mServer.url());
     ASSERT_TRUE(mServer.awaitStalled(1));

@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: MIT
+//
+// Cancellation while the C library resolves a host name, on a machine whose only name server is the
+// test's own.
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "System/protocols/http/sysUrlFetcher.h"
+#include "base/descriptor.h"
+#include "tests/System/protocols/http/leftovers.h"
+#include "tests/System/protocols/http/urlrecord.h"
+#include "tests/support/failingcalls.h"
+#include "tests/support/outputlevel.h"
+#include "tests/support/sandbox.h"
+#include "tests/support/scriptedserver.h"
+
+using namespace tests;
+
+namespace {
+
+constexpr int kCycles = 300;
+
+/// A network of its own for this process. False where the machine gives none.
+bool enterNetwork() {
+    if (::unshare(CLONE_NEWNET) != 0) {
+        return false;
+    }
+    const base::Descriptor socket = base::openSocket(AF_INET, SOCK_DGRAM);
+    ifreq loopback = {};
+    std::strcpy(loopback.ifr_name, "lo");
+    loopback.ifr_flags = IFF_UP | IFF_RUNNING;
+    return ::ioctl(socket.get(), SIOCSIFFLAGS, &loopback) == 0;
+}
+
+/// A name server that knows "known.test", at 127.0.0.1, and answers when it is told to.
+class NameServer {
+public:
+    NameServer() : mSocket(base::openSocket(AF_INET, SOCK_DGRAM)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(53);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, ::bind(mSocket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+        mThread = std::thread([this] { run(); });
+    }
+    ~NameServer() {
+        mStop = true;
+        mThread.join();
+    }
+    NameServer(const NameServer&) = delete;
+    NameServer& operator=(const NameServer&) = delete;
+
+    void answers(bool answers) { mAnswers = answers; }
+    bool awaitQuestions(int count) const {
+        return eventually([&] { return mQuestions >= count; });
+    }
+
+private:
+    void run() {
+        while (!mStop) {
+            pollfd ready = {mSocket.get(), POLLIN, 0};
+            if (::poll(&ready, 1, 10) == 1) {
+                serve();
+            }
+        }
+    }
+
+    void serve() {
+        char packet[512];
+        sockaddr_in peer = {};
+        socklen_t size = sizeof(peer);
+        auto* const plain = reinterpret_cast<sockaddr*>(&peer);
+        const ssize_t count =
+            ::recvfrom(mSocket.get(), packet, sizeof(packet) - 64, 0, plain, &size);
+        ++mQuestions;
+        if (count < 12 || !eventually([this] { return mAnswers || mStop; }) || mStop) {
+            return;
+        }
+        const std::string reply = answerTo(std::string(packet, static_cast<std::size_t>(count)));
+        (void)::sendto(mSocket.get(), reply.data(), reply.size(), 0, plain, size);
+    }
+
+    /// The question again, with the answer behind it or with the code for "no such name".
+    static std::string answerTo(std::string packet) {
+        const bool known = packet.find("\5known\4test") != std::string::npos;
+        packet[2] = '\x84';
+        packet[3] = known ? '\0' : '\3';
+        if (known) {
+            packet[7] = 1;
+            packet += std::string("\xc0\x0c\0\1\0\1\0\0\0\1\0\4\x7f\0\0\1", 16);
+        }
+        return packet;
+    }
+
+    base::Descriptor mSocket;
+    std::atomic<bool> mStop{false};
+    std::atomic<bool> mAnswers{true};
+    std::atomic<int> mQuestions{0};
+    std::thread mThread;
+};
+
+/// The body in a sandbox whose names come from a NameServer.
+void withNames(const std::function<void(NameServer&)>& body) {
+    inSandbox([&](Sandbox&) {
+        if (!enterNetwork()) {
+            GTEST_SKIP() << "no network namespace";
+        }
+        writeFile("/etc/nsswitch.conf", "hosts: files dns\n");
+        writeFile("/etc/hosts", "127.0.0.1 localhost\n");
+        writeFile("/etc/resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
+        const OutputLevel quiet(0);
+        const Leftovers leftovers;
+        NameServer names;
+        body(names);
+    });
+}
+
+/// A fetch from a host whose name must be asked for, to the end.
+void expectFetch(const char* sequence) {
+    ScriptedServer server;
+    server.always(replyWith("HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\nab"));
+    UrlRecord record;
+    sysUrlFetcher fetcher;
+    fetcher.setCallback(UrlRecord::callback, &record);
+    const std::string url = "http://known.test:" + std::to_string(server.port()) + "/";
+    ASSERT_EQ(0, fetcher.setUrl(url.c_str()));
+    fetcher.waitTillDone();
+    EXPECT_EQ(sequence, record.sequence());
+}
+
+TEST(SysUrlFetcherResolverTest, FindsAHostByItsName) {
+    withNames([](NameServer&) { expectFetch("3 0/2, 4 2/2, 5 2/2"); });
+}
+
+TEST(SysUrlFetcherResolverTest, TellsOfAHostThatIsUnknown) {
+    withNames([](NameServer&) {
+        UrlRecord record;
+        sysUrlFetcher fetcher;
+        fetcher.setCallback(UrlRecord::callback, &record);
+        ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
+        fetcher.waitTillDone();
+        EXPECT_EQ("1 0/0, 2 0/0", record.sequence());
+    });
+}
+
+TEST(SysUrlFetcherResolverTest, ACancellationDoesNotWaitForASilentNameServer) {
+    withNames([](NameServer& names) {
+        names.answers(false);
+        UrlRecord record;
+        sysUrlFetcher fetcher;
+        fetcher.setCallback(UrlRecord::callback, &record);
+        ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
+        ASSERT_TRUE(names.awaitQuestions(1));
+        fetcher.cancelFetch();
+        EXPECT_EQ("2 0/0", record.sequence());
+        names.answers(true);
+        expectFetch("3 0/2, 4 2/2, 5 2/2");
+    });
+}
+
+/// The resolver itself stops until told to go on.
+class HeldResolver {
+public:
+    HeldResolver() {
+        failingcalls::before(failingcalls::Call::eGethostbyname, [this] {
+            mEntered = true;
+            (void)eventually([this] { return mGo.load(); });
+        });
+    }
+    ~HeldResolver() {
+        mGo = true;
+        EXPECT_TRUE(eventually([this] { return threadIds() == mThreads; }));
+        failingcalls::reset();
+    }
+    HeldResolver(const HeldResolver&) = delete;
+    HeldResolver& operator=(const HeldResolver&) = delete;
+
+    bool awaitEntered() const {
+        return eventually([this] { return mEntered.load(); });
+    }
+
+private:
+    const std::set<pid_t> mThreads = threadIds();
+    std::atomic<bool> mEntered{false};
+    std::atomic<bool> mGo{false};
+};
+
+TEST(SysUrlFetcherResolverTest, ACancellationThatFallsIntoTheLookUpLosesNothing) {
+    withNames([](NameServer&) {
+        const int descriptors = openDescriptors();
+        for (int i = 0; i < 20; ++i) {
+            UrlRecord record;
+            sysUrlFetcher fetcher;
+            fetcher.setCallback(UrlRecord::callback, &record);
+            const HeldResolver resolver;
+            ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
+            ASSERT_TRUE(resolver.awaitEntered());
+            fetcher.cancelFetch();
+            EXPECT_EQ("2 0/0", record.sequence());
+        }
+        EXPECT_EQ(descriptors, openDescriptors());
+    });
+}
+
+TEST(SysUrlFetcherResolverTest, ManyCancellationsLoseNothing) {
+    withNames([](NameServer& names) {
+        const std::set<pid_t> threads = threadIds();
+        UrlRecord record;
+        sysUrlFetcher fetcher;
+        fetcher.setCallback(UrlRecord::callback, &record);
+        const auto cycles = [&](int count) {
+            for (int i = 0; i < count; ++i) {
+                ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
+                // Some before the question is asked, some around the answer.
+                for (int turn = 0; turn < i % 50 * 20; ++turn) {
+                    std::this_thread::yield();
+                }
+                fetcher.cancelFetch();
+            }
+            EXPECT_TRUE(eventually([&] { return threadIds() == threads; }));
+        };
+        // What the C library sets up once and keeps.
+        cycles(kCycles / 10);
+        const int descriptors = openDescriptors();
+        const std::size_t heap = heapInUse();
+        cycles(kCycles);
+        EXPECT_EQ(kCycles + kCycles / 10, record.count(eUrlFetchCancelled));
+        EXPECT_EQ(descriptors, openDescriptors());
+        // The record of the calls grows.
+        EXPECT_LT(heapInUse(), heap + 65536);
+        EXPECT_TRUE(names.awaitQuestions(1));
+        expectFetch("3 0/2, 4 2/2, 5 2/2");
+    });
+}
+
+}  // namespace
