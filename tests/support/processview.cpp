@@ -52,16 +52,6 @@ bool sleepsInSocketCall(pid_t thread, long number, unsigned long kind) {
 
 }  // namespace
 
-int openDescriptors() {
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        (void)entry;
-        ++count;
-    }
-    // The one by which the folder is read.
-    return count - 1;
-}
-
 std::set<pid_t> threadIds() {
     std::set<pid_t> ids;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {

@@ -12,7 +12,6 @@
 
 namespace tests {
 
-int openDescriptors();
 std::set<pid_t> threadIds();
 /// Bytes of the heap that are in use, in all arenas.
 std::size_t heapInUse();

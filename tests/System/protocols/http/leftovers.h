@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
+#include "tests/support/descriptors.h"
 #include "tests/support/processview.h"
 #include "tests/support/sandbox.h"
 
@@ -23,7 +26,7 @@ public:
     Leftovers& operator=(const Leftovers&) = delete;
 
 private:
-    int mDescriptors = openDescriptors();
+    std::set<int> mDescriptors = openDescriptors();
     std::set<pid_t> mThreads = threadIds();
 };
 
