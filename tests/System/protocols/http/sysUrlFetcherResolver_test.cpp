@@ -23,6 +23,7 @@
 #include "base/descriptor.h"
 #include "tests/System/protocols/http/leftovers.h"
 #include "tests/System/protocols/http/urlrecord.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/failingcalls.h"
 #include "tests/support/outputlevel.h"
 #include "tests/support/sandbox.h"
@@ -201,7 +202,7 @@ private:
 
 TEST(SysUrlFetcherResolverTest, ACancellationThatFallsIntoTheLookUpLosesNothing) {
     withNames([](NameServer&) {
-        const int descriptors = openDescriptors();
+        const std::set<int> descriptors = openDescriptors();
         for (int i = 0; i < 20; ++i) {
             UrlRecord record;
             sysUrlFetcher fetcher;
@@ -235,7 +236,7 @@ TEST(SysUrlFetcherResolverTest, ManyCancellationsLoseNothing) {
         };
         // What the C library sets up once and keeps.
         cycles(kCycles / 10);
-        const int descriptors = openDescriptors();
+        const std::set<int> descriptors = openDescriptors();
         const std::size_t heap = heapInUse();
         cycles(kCycles);
         EXPECT_EQ(kCycles + kCycles / 10, record.count(eUrlFetchCancelled));

@@ -16,6 +16,7 @@
 
 #include "System/protocols/http/sysUrlFetcher.h"
 #include "base/outputlevel.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/processview.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/scriptedserver.h"
@@ -177,12 +178,12 @@ private:
 
 /// What must be the same before and after.
 struct Footprint {
-    int mDescriptors = openDescriptors();
+    std::size_t mDescriptors = openDescriptors().size();
     std::size_t mThreads = threadIds().size();
     std::size_t mHeap = heapInUse();
 
     void print(const char* when) const {
-        std::printf("%s: %d descriptors, %zu threads, %zu bytes\n", when, mDescriptors, mThreads,
+        std::printf("%s: %zu descriptors, %zu threads, %zu bytes\n", when, mDescriptors, mThreads,
                     mHeap);
     }
 };
