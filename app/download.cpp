@@ -67,13 +67,13 @@ bool Download::take(sysUrlFetcherCode code, char* data, int length, int /*receiv
         case eUrlFetchData:
             return download.takeData({data, static_cast<std::size_t>(length)});
         case eUrlFetchOpenFailed:
-            download.decide(eRefused);
+            download.decide(eNotOpened);
             break;
         case eUrlFetchDone:
             download.takeEnd();
             break;
         case eUrlFetchError:
-            download.decide(eBroken);
+            download.decide(eBrokenOff);
             download.mEnd.set();
             break;
         case eUrlFetchCancelled:
@@ -86,7 +86,7 @@ bool Download::take(sysUrlFetcherCode code, char* data, int length, int /*receiv
 
 bool Download::takeHeader(int total) {
     if (total < 0) {
-        decide(eBroken);
+        decide(eBrokenOff);
     } else if (total == kCutLength) {
         decide(eTooLong);
     } else {
@@ -114,7 +114,7 @@ bool Download::takeData(std::string_view piece) {
 
 void Download::takeEnd() {
     const Amount amount = this->amount();
-    decide(amount.mReceived < amount.mLength ? eBroken : eWhole);
+    decide(amount.mReceived < amount.mLength ? eBrokenOff : eWhole);
     mEnd.set();
 }
 

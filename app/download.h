@@ -19,8 +19,8 @@ public:
     enum Outcome {
         eRunning,
         eWhole,
-        eRefused,     ///< could not be opened
-        eBroken,      ///< the connection failed, or ended before the announced length
+        eNotOpened,   ///< could not be opened
+        eBrokenOff,   ///< the connection failed, or ended before the announced length
         eStopped,     ///< cancelled
         eTooLong,     ///< longer than the library counts
         eNotWritten,  ///< the file could not be written

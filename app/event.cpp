@@ -20,12 +20,13 @@ Event::~Event() {
     (void)::close(mDescriptor);
 }
 
-void Event::set() {
+void Event::set() const {
     const std::uint64_t one = 1;
-    (void)!::write(mDescriptor, &one, sizeof(one));
+    const ssize_t written = ::write(mDescriptor, &one, sizeof(one));
+    (void)written;  // it cannot fail before the counter is full
 }
 
-bool Event::take() {
+bool Event::take() const {
     std::uint64_t count = 0;
     return ::read(mDescriptor, &count, sizeof(count)) == sizeof(count);
 }

@@ -12,9 +12,9 @@ public:
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
 
-    void set();
+    void set() const;
     /// Takes it back; true when it was set.
-    bool take();
+    bool take() const;
     /// Readable when set.
     int descriptor() const { return mDescriptor; }
 

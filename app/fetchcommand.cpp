@@ -40,9 +40,9 @@ std::string brokenText(const Download::Amount& amount) {
 /// What is to be said of a download that has ended, but for its file.
 Result resultOf(const Download& download, const Download::Amount& amount, const std::string& path) {
     switch (download.outcome()) {
-        case Download::eRefused:
+        case Download::eNotOpened:
             return Result::failed("the document could not be opened; -v tells more", eRefused);
-        case Download::eBroken:
+        case Download::eBrokenOff:
             return Result::failed(brokenText(amount), eBroken);
         case Download::eStopped:
             return Result::failed("cancelled after " + countText(amount.mReceived), eCancelled);

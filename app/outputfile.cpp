@@ -43,7 +43,9 @@ bool waitWritable(int descriptor, int stop) {
 }  // namespace
 
 OutputFile::~OutputFile() {
-    close();
+    if (mOwned && mDescriptor >= 0) {
+        (void)::close(mDescriptor);
+    }
     if (!mTemporary.empty()) {
         (void)::unlink(mTemporary.c_str());
     }
@@ -115,12 +117,6 @@ int OutputFile::commit() {
     }
     mTemporary.clear();
     return 0;
-}
-
-void OutputFile::close() {
-    if (mOwned && mDescriptor >= 0) {
-        (void)::close(mDescriptor);
-    }
 }
 
 }  // namespace app

@@ -29,7 +29,7 @@ public:
     /// Writes all of it; ECANCELED after stop(), also when it is stuck on a reader that is slow.
     int write(std::string_view bytes);
     /// Ends a write() of another thread, and all that follow.
-    void stop() { mStop.set(); }
+    void stop() const { mStop.set(); }
 
     /// Puts it on the disk, and gives it its name.
     int commit();
@@ -38,7 +38,6 @@ public:
 
 private:
     int openTemporary();
-    void close();
 
     int mDescriptor = -1;
     bool mOwned = false;
