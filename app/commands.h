@@ -20,6 +20,7 @@ enum CommandOption : unsigned {
     eOptionYes = 1,
     eOptionNoWait = 2,
     eOptionExecute = 4,
+    eOptionIn = 8,
 };
 
 struct Command {
@@ -69,6 +70,15 @@ Result runVarsSetBinary(Session& session, const Invocation& invocation);
 Result runVarsClear(Session& session, const Invocation& invocation);
 Result runVarsVerify(Session& session, const Invocation& invocation);
 
+Result runRun(Session& session, const Invocation& invocation);
+Result runSerialCount(Session& session, const Invocation& invocation);
+Result runSerialLogin(Session& session, const Invocation& invocation);
+Result runSyslogShow(Session& session, const Invocation& invocation);
+Result runSyslogSet(Session& session, const Invocation& invocation);
+Result runSyslogClear(Session& session, const Invocation& invocation);
+Result runSyslogApply(Session& session, const Invocation& invocation);
+Result runProduction(Session& session, const Invocation& invocation);
+
 /// The four sizes that the library takes, from one to four SIZE arguments; false with a message.
 bool parseSizes(const Words& arguments, int (&sizes)[4], std::string& error);
 bool checkSizes(const Words& arguments, std::string& error);
@@ -78,6 +88,9 @@ bool checkName(const Words& arguments, std::string& error);
 bool checkNameAndValue(const Words& arguments, std::string& error);
 bool checkNameAndFile(const Words& arguments, std::string& error);
 bool checkFile(const Words& arguments, std::string& error);
+bool checkRun(const Words& arguments, std::string& error);
+bool checkPort(const Words& arguments, std::string& error);
+bool checkAddress(const Words& arguments, std::string& error);
 
 }  // namespace app
 
