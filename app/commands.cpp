@@ -102,6 +102,38 @@ constexpr char kFetchAllHelp[] =
     "ends\n"
     "with exit status 6.\n";
 
+constexpr char kRunHelp[] =
+    "COMMAND is one argument, in quotes, for '/bin/sh -c'. Its output and errors are passed on; "
+    "its\n"
+    "input is empty unless --in. The exit status is the command's, or 128 + N when signal N ended "
+    "it.\n"
+    "Returns when nobody has the command's outputs open any more: lead those of a program that it\n"
+    "leaves behind elsewhere. With --json its output goes to standard error, too.\n";
+
+constexpr char kLoginHelp[] =
+    "PORT is 0 to 9. The prompt, at 115200 baud, outlives this command. Exit status 3 tells that\n"
+    "there is no such port.\n";
+
+constexpr char kSyslogAbsentHelp[] =
+    "Exit status 3 tells that none is stored; 1 that the boot variables can't be read.\n";
+
+constexpr char kSyslogSetHelp[] =
+    "ADDRESS is four decimal octets; anything else is refused, and nothing is stored. It is kept "
+    "in\n"
+    "the boot variable 'syslog', and takes effect with 'syslog apply'.\n";
+
+constexpr char kSyslogClearHelp[] =
+    "That none is stored is no failure. Takes effect with 'syslog apply'.\n";
+
+constexpr char kSyslogApplyHelp[] =
+    "Ends syslogd and starts it again, with the stored address as its target, or without one. "
+    "Takes "
+    "a\n"
+    "second and more. Nothing tells whether the daemon has stayed.\n";
+
+constexpr char kProductionHelp[] =
+    "Removes the marker /settings/noptest. Exit status 3 tells that it is not there.\n";
+
 constexpr char kShellHelp[] =
     "Reads commands from standard input, or from -e, and runs them in one process, the system "
     "being\n"
@@ -163,6 +195,23 @@ const std::vector<Command>& commands() {
          true, checkUrl, runFetch},
         {"fetch-all", "[URL...]", "Fetch many small documents over HTTP.", kFetchAllHelp,
          eOptionFolder, false, false, true, checkUrls, runFetchAll, true},
+
+        {"run", "COMMAND", "Run a command of the system's shell.", kRunHelp, eOptionIn, false,
+         false, true, checkRun, runRun},
+        {"serial count", "", "Count the serial ports.", "", 0, false, false, true, checkNone,
+         runSerialCount},
+        {"serial login", "PORT", "Start a login prompt on a serial port.", kLoginHelp, 0, false,
+         false, true, checkPort, runSerialLogin},
+        {"syslog show", "", "Show the stored address of the remote log.", kSyslogAbsentHelp, 0,
+         false, false, true, checkNone, runSyslogShow},
+        {"syslog set", "ADDRESS", "Store an address for the remote log.", kSyslogSetHelp, 0, false,
+         false, true, checkAddress, runSyslogSet},
+        {"syslog clear", "", "Remove the stored address.", kSyslogClearHelp, 0, false, false, true,
+         checkNone, runSyslogClear},
+        {"syslog apply", "", "Restart the log daemon with what is stored.", kSyslogApplyHelp, 0,
+         false, false, true, checkNone, runSyslogApply},
+        {"production", "", "Leave the production test's setting.", kProductionHelp, 0, false, false,
+         true, checkNone, runProduction},
         {"shell", "", "Run several commands in one process.", kShellHelp, eOptionExecute, true,
          false, false, checkNone, nullptr},
     };

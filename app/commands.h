@@ -22,6 +22,7 @@ enum CommandOption : unsigned {
     eOptionExecute = 4,
     eOptionOutput = 8,
     eOptionFolder = 16,
+    eOptionIn = 32,
 };
 
 struct Command {
@@ -76,6 +77,15 @@ Result runVarsVerify(Session& session, const Invocation& invocation);
 Result runFetch(Session& session, const Invocation& invocation);
 Result runFetchAll(Session& session, const Invocation& invocation);
 
+Result runRun(Session& session, const Invocation& invocation);
+Result runSerialCount(Session& session, const Invocation& invocation);
+Result runSerialLogin(Session& session, const Invocation& invocation);
+Result runSyslogShow(Session& session, const Invocation& invocation);
+Result runSyslogSet(Session& session, const Invocation& invocation);
+Result runSyslogClear(Session& session, const Invocation& invocation);
+Result runSyslogApply(Session& session, const Invocation& invocation);
+Result runProduction(Session& session, const Invocation& invocation);
+
 /// The four sizes that the library takes, from one to four SIZE arguments; false with a message.
 bool parseSizes(const Words& arguments, int (&sizes)[4], std::string& error);
 bool checkSizes(const Words& arguments, std::string& error);
@@ -85,6 +95,9 @@ bool checkName(const Words& arguments, std::string& error);
 bool checkNameAndValue(const Words& arguments, std::string& error);
 bool checkNameAndFile(const Words& arguments, std::string& error);
 bool checkFile(const Words& arguments, std::string& error);
+bool checkRun(const Words& arguments, std::string& error);
+bool checkPort(const Words& arguments, std::string& error);
+bool checkAddress(const Words& arguments, std::string& error);
 bool checkUrl(const Words& arguments, std::string& error);
 bool checkUrls(const Words& arguments, std::string& error);
 

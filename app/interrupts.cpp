@@ -10,10 +10,19 @@
 
 namespace app {
 
-Interrupts::Interrupts() {
+namespace {
+
+sigset_t onlyInterrupts() {
     sigset_t signals;
     (void)sigemptyset(&signals);
     (void)sigaddset(&signals, SIGINT);
+    return signals;
+}
+
+}  // namespace
+
+Interrupts::Interrupts() {
+    const sigset_t signals = onlyInterrupts();
     (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     mDescriptor = ::signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
 }
@@ -30,6 +39,19 @@ bool Interrupts::take() const {
         taken = true;
     }
     return taken;
+}
+
+InterruptibleChildren::InterruptibleChildren() : mAction(), mMask() {
+    struct sigaction nothing = {};
+    nothing.sa_handler = [](int) {};
+    (void)::sigaction(SIGINT, &nothing, &mAction);
+    const sigset_t signals = onlyInterrupts();
+    (void)pthread_sigmask(SIG_UNBLOCK, &signals, &mMask);
+}
+
+InterruptibleChildren::~InterruptibleChildren() {
+    (void)pthread_sigmask(SIG_SETMASK, &mMask, nullptr);
+    (void)::sigaction(SIGINT, &mAction, nullptr);
 }
 
 bool Interrupts::wait(int milliseconds) const {

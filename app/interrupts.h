@@ -2,6 +2,8 @@
 #ifndef KESTROVA_APP_INTERRUPTS_H
 #define KESTROVA_APP_INTERRUPTS_H
 
+#include <csignal>
+
 namespace app {
 
 /// Turns Ctrl-C into something to wait for.
@@ -25,6 +27,20 @@ public:
 
 private:
     int mDescriptor;
+};
+
+/// Children that are started in its scope are ended by Ctrl-C, as other commands of a shell are. In
+/// this process one that comes within the scope is lost.
+class InterruptibleChildren {
+public:
+    InterruptibleChildren();
+    ~InterruptibleChildren();
+    InterruptibleChildren(const InterruptibleChildren&) = delete;
+    InterruptibleChildren& operator=(const InterruptibleChildren&) = delete;
+
+private:
+    struct sigaction mAction;
+    sigset_t mMask;
 };
 
 }  // namespace app

@@ -244,6 +244,8 @@ const std::vector<OptionSpec>& optionSpecs() {
         {"--yes", 'y', nullptr, "do not ask", eOptionYes, true, setFlag<&Options::mYes>},
         {"--no-wait", 0, nullptr, "in a shell: do not wait for the end, see 'drive watch'",
          eOptionNoWait, true, setFlag<&Options::mNoWait>},
+        {"--in", 0, nullptr, "pass standard input on to the command", eOptionIn, false,
+         setFlag<&Options::mIn>},
         {nullptr, 'e', "COMMANDS", "run these instead of reading standard input", eOptionExecute,
          false, setScript},
         {nullptr, 'o', "FILE", "write to this file instead of standard output", eOptionOutput, true,

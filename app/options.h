@@ -20,6 +20,7 @@ struct Options {
     bool mVersion = false;
     bool mYes = false;
     bool mNoWait = false;
+    bool mIn = false;
     bool mHasScript = false;
     std::string mScript;  ///< value of -e
     std::string mOutput;  ///< value of -o, never empty when given

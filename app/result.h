@@ -9,8 +9,8 @@
 
 namespace app {
 
-/// Exit status of the process.
-enum ExitStatus {
+/// Exit status of the process; that of a command that was run can be any other, too.
+enum ExitStatus : int {
     eDone = 0,
     eFailed = 1,
     eMisused = 2,  ///< nothing was touched
@@ -23,7 +23,8 @@ enum ExitStatus {
 /// What a command has to say. It is printed in one place, as text or as JSON.
 struct Result {
     ExitStatus mStatus = eDone;
-    std::string mError;  ///< one line without its end; empty when the command is done
+    std::string mError;  ///< one line without its end; empty when the command is done,
+                         ///< or when there is nothing to say about its status
     std::string mText;   ///< lines for people
     JsonObject mData;    ///< the same for programs
 

@@ -80,7 +80,7 @@ void Session::reportEndedWork() {
 
 void Session::print(const Invocation& invocation, const Result& result) {
     const std::string name = invocation.mCommand->mName;
-    if (result.mStatus != eDone) {
+    if (!result.mError.empty()) {
         complain(name + ": " + result.mError);
     }
     if (!json(invocation)) {
@@ -89,7 +89,7 @@ void Session::print(const Invocation& invocation, const Result& result) {
     }
     JsonObject document;
     document.add("command", name);
-    if (result.mStatus != eDone) {
+    if (!result.mError.empty()) {
         document.add("error", result.mError);
     }
     mStreams.write(document.add(result.mData).text() + "\n");

@@ -50,6 +50,13 @@ public:
     /// Asks a question that is answered with yes or no.
     bool confirm(const std::string& question);
 
+    StandardStreams& streams() const { return mStreams; }
+    const Interrupts& interrupts() const { return mInterrupts; }
+    /// True when a command prints JSON.
+    bool json(const Invocation& invocation) const {
+        return mSetup.mJson || invocation.mOptions.mJson;
+    }
+
     /// The recording drive; null when there is none or in minimal mode.
     sysDVRDrive* drive() const;
 
@@ -73,9 +80,6 @@ private:
     Result perform(const Invocation& invocation);
     void reportEndedWork();
     void print(const Invocation& invocation, const Result& result);
-    bool json(const Invocation& invocation) const {
-        return mSetup.mJson || invocation.mOptions.mJson;
-    }
 
     StandardStreams& mStreams;
     Setup mSetup;

@@ -76,6 +76,11 @@ BOUNDS = {
     "http-cancel-native": (AT_MOST, 1.0),
     "http-memory-native": (AT_MOST, 1.0),
 }
+SPAWN_MIB = [0, 64, 256, 1024]
+for word_size in ["", "-native"]:
+    for mib in SPAWN_MIB:
+        BOUNDS |= {f"spawn-{mib}{word_size}": (AT_MOST, 1.15),
+                   f"spawn-fork-{mib}{word_size}": None}
 
 DRIVE_BYTES = 4096 * MIB
 STORAGE_MB = 2048
@@ -134,6 +139,16 @@ def http(build, suffix, *libcurl):
     return parse(done.stdout, suffix)
 
 
+def spawn(build, suffix):
+    """A child's start and end, by the memory of its caller; on this machine's own kernel."""
+    ratios = {}
+    for mib in SPAWN_MIB:
+        done = subprocess.run([build / "bench" / "kestrova-bench-spawn", str(mib)], check=True,
+                              stdout=subprocess.PIPE, text=True)
+        ratios |= parse(done.stdout, suffix)
+    return ratios
+
+
 def private_kib(smaps):
     """Memory that would be free again if the process ended."""
     return sum(int(kib) for kib in re.findall(r"^Private_(?:Clean|Dirty): +(\d+) kB", smaps, re.M))
@@ -185,6 +200,7 @@ def measure(i686, native):
     for part in (lambda: library_size(i686), lambda: in_box(i686),
                  lambda: services(i686, zlib, ""),
                  lambda: services(native, "libz.so.1", "-native"),
+                 lambda: spawn(i686, ""), lambda: spawn(native, "-native"),
                  lambda: bootvars.measure(i686, parse),
                  lambda: bootvars.measure(native, parse, "-native"),
                  lambda: bootvars.list_calls(i686),

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+//
+// The command that runs a command.
+#include <cerrno>
+#include <cstring>
+
+#include "System/KestrovaPOpen.h"
+#include "app/commands.h"
+#include "app/options.h"
+#include "app/relay.h"
+#include "app/session.h"
+#include "app/text.h"
+
+namespace app {
+
+namespace {
+
+/// What a shell adds to the number of the signal that ended a command.
+constexpr int kSignalBase = 128;
+
+Result howItEnded(int pid) {
+    int status = 0;
+    int state = eCsWaitFailed;
+    do {
+        state = kestrova_pstatus(pid, status, true);
+    } while (state == eCsWaitFailed && errno == EINTR);
+    Result result;
+    if (state == eCsExited) {
+        result.mStatus = static_cast<ExitStatus>(status);
+        result.mData.add("exitCode", status);
+    } else if (state == eCsKilled) {
+        result.mStatus = static_cast<ExitStatus>(kSignalBase + status);
+        result.mData.add("signal", status);
+    } else {
+        return Result::failed(std::string("the command's end is not known: ") +
+                              std::strerror(errno));
+    }
+    return result;
+}
+
+}  // namespace
+
+bool checkRun(const Words& arguments, std::string& error) {
+    if (arguments.empty()) {
+        error = "argument COMMAND is missing";
+    } else if (arguments.size() > 1) {
+        error = "unexpected argument " + quoted(arguments[1]) + "; COMMAND is one word, in quotes";
+    }
+    return error.empty();
+}
+
+Result runRun(Session& session, const Invocation& invocation) {
+    int in = -1;
+    int out = -1;
+    int err = -1;
+    int pid = -1;
+    {
+        const InterruptibleChildren scope;
+        pid = kestrova_popen3(invocation.mOptions.mIn ? &in : nullptr, &out, &err,
+                              invocation.mArguments[0].c_str());
+    }
+    if (pid < 0) {
+        return Result::failed(std::string("the shell could not be started: ") +
+                              std::strerror(errno));
+    }
+    {
+        Relay relay(session.streams(), in, out, err, session.json(invocation));
+        relay.run();
+    }
+    Result result = howItEnded(pid);
+    (void)session.interrupts().take();  // Ctrl-C was the command's
+    return result;
+}
+
+}  // namespace app
