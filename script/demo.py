@@ -1,31 +1,42 @@
 # SPDX-License-Identifier: MIT
 """The acts of script/demo.
 
-One process of the command kestrova stays up in the box from the first act to the last but
-one, as a recorder would, and is told over a pipe what to do next.
+One process of the command kestrova stays up in the box, as a recorder would, until the power is
+cut, and another one after that; each is told over a pipe what to do next.
 """
 
+import functools
 import hashlib
+import http.server
 import json
 import pathlib
+import random
+import shutil
 import sys
+import threading
 import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
 
 from box.errors import BoxError
-from box.hardware import MIB, Disk
+from box.hardware import MIB, NETWORK_LOOPBACK, Disk
 from box.image import ImageError
 from box.machine import Box, product_files
 from box.packages import PackageError
 from box.qmp import QmpError
 from box.software import software_disk
+from box.traffic import SECONDS, Capture, Terminal
 from box.workspace import Workspace
 
 DISK_MB, STORAGE_MB = 8192, 6000
 RECORDING_MB = 64
 RECORDING = "/dvr/data/recording"
 PATTERN = b"Nothing is as fast as a picture that is already on the disk.\n"
+HOST = "10.0.2.2"  # what the box calls the loopback of this machine
+FILM, FILM_BYTES = "/dvr/data/film", 16 * MIB
+PAGES = {"guide": 20479, "logo": 4321, "news": 1}
+VARIABLES = {"bootpart": "software-b", "language": "en", "greeting": "good evening"}
+LOG_PORT = 514
 PIPE = "/tmp/commands"
 COMMAND_SECONDS = 120
 
@@ -66,6 +77,34 @@ class Kestrova:
         return self.job.wait().status
 
 
+class Documents:
+    """A web server on this machine's loopback, with a film and some pages of random bytes."""
+
+    class _Handler(http.server.SimpleHTTPRequestHandler):
+        def log_message(self, *_):
+            """Nothing: the acts tell what is seen."""
+
+    def __init__(self, folder):
+        folder.mkdir()
+        self.digests = {}
+        for name, size in {"film": FILM_BYTES, **PAGES}.items():
+            content = random.Random(size).randbytes(size)
+            (folder / name).write_bytes(content)
+            self.digests[name] = hashlib.sha256(content).hexdigest()
+        self._server = http.server.ThreadingHTTPServer(
+            ("127.0.0.1", 0), functools.partial(self._Handler, directory=folder))
+        threading.Thread(target=self._server.serve_forever, daemon=True).start()
+
+    def url(self, name):
+        """How the box reaches a document."""
+        return f"http://{HOST}:{self._server.server_port}/{name}"
+
+    def close(self):
+        """Ends the server."""
+        self._server.shutdown()
+        self._server.server_close()
+
+
 def require(condition, text):
     """Ends the act when what it shows is not so."""
     if not condition:
@@ -95,8 +134,13 @@ def timed(box, command):
 class Play:
     """The acts, in their order. Each returns the line that tells what was seen."""
 
-    def __init__(self, image):
-        self.image = image
+    def __init__(self, folder):
+        self.image, self.software = folder / "recorder.img", folder / "software.img"
+        with open(self.image, "wb") as file:
+            file.truncate(DISK_MB * MIB)
+        shutil.copyfile(software_disk().path, self.software)
+        self.documents = Documents(folder / "documents")
+        self.capture = Capture(folder / "traffic")
         self.box = self.kestrova = self.running = None
         self.digest = hashlib.sha256((PATTERN * (RECORDING_MB * MIB // len(PATTERN) + 1))
                                      [:RECORDING_MB * MIB]).hexdigest()
@@ -105,7 +149,9 @@ class Play:
         """A 32-bit box starts"""
         self.end()
         self.running = Box(disks=[Disk(path=self.image, model="DEMO RECORDER", serial="DEMO-1"),
-                                  software_disk()], files=product_files())
+                                  Disk(bus="scsi", path=self.software, model="SOFTWARE")],
+                           files=product_files(), serial_ports=1, network=NETWORK_LOOPBACK,
+                           machine=self.capture.machine)
         self.box = self.running.__enter__()
         processor = self.box.check("grep -m 1 '^model name' /proc/cpuinfo").split(":")[1].strip()
         return f"{self.box.check('uname -srm')} on {processor}, emulated"
@@ -175,8 +221,88 @@ class Play:
         return (f"{status['freeMiB']} MiB free of {status['totalMiB']} MiB, blocks of "
                 f"{status['blockSize']} bytes, as the kernel has it")
 
+    def fetch(self):
+        """Documents are fetched onto it"""
+        begin = time.monotonic()
+        answer = self.kestrova(f"fetch {self.documents.url('film')} -o {FILM}")
+        seconds = time.monotonic() - begin
+        require(answer["bytes"] == FILM_BYTES, f"{answer['bytes']} bytes came")
+        self.box.check("mkdir /dvr/data/pages")
+        urls = " ".join(map(self.documents.url, PAGES))
+        pages = self.kestrova(f"fetch-all -d /dvr/data/pages {urls}")
+        require(pages["failed"] == 0 and pages["count"] == len(PAGES), f"pages: {pages}")
+        self._compare_documents()
+        return (f"{mebibytes(FILM_BYTES)} at {FILM_BYTES / MIB / seconds:.1f} MiB/s and "
+                f"{len(PAGES)} pages over HTTP, by SHA-256 what the server has")
+
+    def _compare_documents(self):
+        paths = [FILM, *(f"/dvr/data/pages/{name}" for name in PAGES)]
+        lines = self.box.check(["sha256sum", *paths]).splitlines()
+        found = {pathlib.PurePath(line.split()[1]).name: line.split()[0] for line in lines}
+        require(found == self.documents.digests, "a document is not what the server has")
+
+    def set_variables(self):
+        """Boot variables are set"""
+        for name, value in VARIABLES.items():
+            self.kestrova(f"vars set {name} '{value}'")
+        self._compare_variables()
+        return (", ".join(f"{name}={value}" for name, value in VARIABLES.items())
+                + ", each on the disk when its command returned")
+
+    def _compare_variables(self):
+        found = self.kestrova("vars list")["variables"]
+        require(found == VARIABLES, f"found {found}")
+
+    def cut(self):
+        """The power is cut"""
+        self.box.start("yes >/dvr/cut")
+        self.box.check("until [ -s /dvr/cut ]; do usleep 1000; done")
+        pid = self.box.pid
+        self.box.kill()
+        return f"process {pid} is killed while the drive is mounted and written to"
+
+    def come_back(self):
+        """The box is started again"""
+        self.boot()
+        self.kestrova = Kestrova(self.box)
+        self._find_drive()
+        self.kestrova("drive start")
+        self._compare()
+        self._compare_documents()
+        self._compare_variables()
+        return (f"the drive is found ready, recording and documents are whole, "
+                f"all {len(VARIABLES)} variables are as they were set")
+
+    def remote_log(self):
+        """The system log is sent elsewhere"""
+        self.box.check("syslogd -C")
+        self.kestrova(f"syslog set {HOST}")
+        self.kestrova("syslog apply")
+        text, deadline = "the film has begun", time.monotonic() + SECONDS
+        while True:
+            self.box.check(["logger", "-t", "demo", text])
+            lines = [content.decode("ascii", "replace").rstrip("\n")
+                     for target, port, content in self.capture.datagrams()
+                     if (target, port) == (HOST, LOG_PORT) and text.encode() in content]
+            if lines:
+                return f"a UDP packet to {HOST}, port {LOG_PORT}: {lines[0]}"
+            require(time.monotonic() < deadline, "no line came by on the network")
+
+    def login(self):
+        """Service staff log in on the second serial port"""
+        ports = self.kestrova("serial count")["ports"]
+        terminal = Terminal(self.box.serial[0])
+        self.kestrova("serial login 1")
+        prompt = terminal.expect(b"login:").decode("ascii", "replace").split("\n")[-1] + "login:"
+        terminal.type(b"root\n")
+        terminal.expect(b"# ")
+        terminal.type(b"echo $((6 * 7)) on $(tty)\n")
+        terminal.expect(b"42 on /dev/ttyS1")
+        terminal.type(b"exit\n")
+        return f"'{prompt}' on one of {ports} ports, and a shell that says 42 on /dev/ttyS1"
+
     def stop(self):
-        """It is stopped"""
+        """The drive is stopped"""
         answer = self.kestrova("drive stop")
         require(answer["status"] == "ready" and not mounts(self.box),
                 f"status {answer['status']}, mounted: {mounts(self.box)}")
@@ -190,30 +316,28 @@ class Play:
         require(self.box.power_off() == 0, "the box did not power off")
         return "kestrova ended with status 0, the box is powered off"
 
-    def come_back(self):
-        """The box is started again"""
-        self.boot()
-        self.kestrova = Kestrova(self.box)
+    def _find_drive(self):
         info = self.kestrova("drive info")
         labels = [part["label"] for part in info["partitions"]]
         require(info["status"] == "ready" and labels == ["DVRStorage", "DVRData"],
                 f"found {info['status']}, labels {labels}")
-        self.kestrova("drive start")
-        self._compare()
-        self.kestrova("drive stop")
-        require(self.kestrova.exit() == 0, "kestrova failed")
-        return f"the drive is found {info['status']}, and the recording is on it, whole"
 
     def acts(self):
         """All acts; the first line of each one's text is its title."""
         return [self.boot, self.detect, self.partition, self.format, self.start, self.record,
-                self.measure, self.stop, self.shut, self.come_back]
+                self.measure, self.fetch, self.set_variables, self.cut, self.come_back,
+                self.remote_log, self.login, self.stop, self.shut]
 
     def end(self):
         """Ends the box, if one runs."""
         if self.running is not None:
             self.running.close()
             self.running = None
+
+    def close(self):
+        """Ends everything."""
+        self.end()
+        self.documents.close()
 
 
 def show(number, act):
@@ -231,11 +355,8 @@ def main():
     """Returns the exit status."""
     begin = time.monotonic()
     workspace = Workspace()
-    image = workspace.path / "recorder.img"
-    with open(image, "wb") as file:
-        file.truncate(DISK_MB * MIB)
-    play = Play(image)
-    print("A recording drive's life, in a virtual box without hardware acceleration:", flush=True)
+    play = Play(workspace.path)
+    print("A box's life, on a virtual one without hardware acceleration:", flush=True)
     try:
         for number, act in enumerate(play.acts(), 1):
             if not show(number, act):
@@ -244,7 +365,7 @@ def main():
                       "not played.")
                 return 1
     finally:
-        play.end()
+        play.close()
         workspace.remove()
     print(f"All {len(play.acts())} acts held, in {time.monotonic() - begin:.0f} s.")
     return 0

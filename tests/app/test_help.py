@@ -8,9 +8,9 @@ import pytest
 COMMANDS = ["table", "drive info", "drive status", "drive partition", "drive format",
             "drive start", "drive stop", "drive watch", "drive check", "drive spin-down",
             "drive spin-up", "vars list", "vars get", "vars get-binary", "vars set",
-             "vars set-binary", "vars clear", "vars verify", "fetch", "fetch-all", "run",
-             "serial count", "serial login", "syslog show", "syslog set", "syslog clear",
-             "syslog apply", "production", "shell"]
+            "vars set-binary", "vars clear", "vars verify", "fetch", "fetch-all", "run",
+            "serial count", "serial login", "syslog show", "syslog set", "syslog clear",
+            "syslog apply", "production", "shell"]
 
 
 def test_help_lists_every_command_and_no_other(kestrova):

@@ -2,7 +2,6 @@
 """Maintenance with the box's own daemons: login prompt, log daemon, marker."""
 
 import shutil
-import struct
 import time
 
 import pytest
@@ -10,9 +9,9 @@ import pytest
 from box import hardware, software
 from box.hardware import Disk
 from box.machine import Box, product_files
+from box.traffic import SECONDS, Capture, Terminal
 from driveprobe import BUILD
 
-SECONDS = 60  # for anything that is waited for
 ADDRESS = "10.0.2.2"
 PORT = 514
 TAIL = b"# "
@@ -22,28 +21,13 @@ class Maintained:
     """A box whose software disk and recorded network traffic outlive it."""
 
     def __init__(self, folder):
-        self._disk, self._capture = folder / "software.img", folder / "traffic"
+        self._disk, self.capture = folder / "software.img", Capture(folder / "traffic")
         shutil.copyfile(software.software_disk().path, self._disk)
 
     def boot(self):
-        capture = ["-object", f"filter-dump,id=capture,netdev=n0,file={self._capture}"]
         return Box(disks=[Disk(), Disk(bus="scsi", path=self._disk, model="SOFTWARE")],
                    files=product_files(BUILD), serial_ports=1,
-                   network=hardware.NETWORK_ISOLATED, machine=capture)
-
-    def datagrams(self):
-        """Target, port and content of each UDP packet from the box so far."""
-        data, at, found = self._capture.read_bytes(), 24, []
-        while len(data) >= at + 16:
-            length, = struct.unpack_from("<I", data, at + 8)
-            frame = data[at + 16:at + 16 + length]
-            at += 16 + length
-            if len(frame) == length > 42 and frame[12:14] == b"\x08\0" and frame[23] == 17:
-                header = 14 + (frame[14] & 15) * 4
-                port, size = struct.unpack_from(">HH", frame, header + 2)
-                target = ".".join(map(str, frame[30:34]))
-                found.append((target, port, frame[header + 8:header + size]))
-        return found
+                   network=hardware.NETWORK_ISOLATED, machine=self.capture.machine)
 
 
 @pytest.fixture(scope="module")
@@ -62,28 +46,6 @@ def box(maintained):
 
 def kestrova(box, words):
     return box.check("kestrova " + words)
-
-
-class Terminal:
-    """Whoever sits at the other end of the serial line."""
-
-    def __init__(self, socket):
-        self._socket, self._text = socket, b""
-
-    def expect(self, text):
-        """Returns what comes, up to the text."""
-        deadline = time.monotonic() + SECONDS
-        while text not in self._text:
-            self._socket.settimeout(max(deadline - time.monotonic(), 0.001))
-            try:
-                self._text += self._socket.recv(1000)
-            except TimeoutError:
-                pytest.fail(f"no {text} in {self._text}")
-        before, self._text = self._text.split(text, 1)
-        return before
-
-    def type(self, text):
-        self._socket.sendall(text)
 
 
 def test_serial_ports_are_counted(box):
@@ -129,7 +91,7 @@ def arrives(box, maintained, words):
     while time.monotonic() < deadline:
         box.check(["logger", "-t", "maintenance", words])
         if any(datagram[:2] == (ADDRESS, PORT) and words.encode() in datagram[2]
-               for datagram in maintained.datagrams()):
+               for datagram in maintained.capture.datagrams()):
             return True
     return False
 
