@@ -20,8 +20,8 @@ enum CommandOption : unsigned {
     eOptionYes = 1,
     eOptionNoWait = 2,
     eOptionExecute = 4,
-    eOptionOutput = 8,
-    eOptionFolder = 16,
+    eOptionOutput = 16,
+    eOptionFolder = 32,
 };
 
 struct Command {
