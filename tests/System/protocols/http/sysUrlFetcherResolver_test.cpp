@@ -201,7 +201,7 @@ private:
 
 TEST(SysUrlFetcherResolverTest, ACancellationThatFallsIntoTheLookUpLosesNothing) {
     withNames([](NameServer&) {
-        const int descriptors = openDescriptors();
+        const std::set<int> descriptors = openDescriptors();
         for (int i = 0; i < 20; ++i) {
             UrlRecord record;
             sysUrlFetcher fetcher;
@@ -235,7 +235,7 @@ TEST(SysUrlFetcherResolverTest, ManyCancellationsLoseNothing) {
         };
         // What the C library sets up once and keeps.
         cycles(kCycles / 10);
-        const int descriptors = openDescriptors();
+        const std::set<int> descriptors = openDescriptors();
         const std::size_t heap = heapInUse();
         cycles(kCycles);
         EXPECT_EQ(kCycles + kCycles / 10, record.count(eUrlFetchCancelled));
