@@ -7,10 +7,11 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <filesystem>
 #include <random>
 
 #include "tests/System/protocols/http/httptest.h"
+#include "tests/support/descriptors.h"
+#include "tests/support/processview.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/scriptedserver.h"
 
@@ -66,18 +67,6 @@ private:
     std::atomic<bool> mUnwound{false};
 };
 
-std::ptrdiff_t countEntries(const char* directory) {
-    return std::distance(std::filesystem::directory_iterator(directory), {});
-}
-
-std::ptrdiff_t descriptors() {
-    return countEntries("/proc/self/fd");
-}
-
-std::ptrdiff_t threads() {
-    return countEntries("/proc/self/task");
-}
-
 TEST(HttpConnectionCancel, WhileTheServerStallsLeavesTheSocketToClose) {
     const Script stalls[] = {
         Script().stall(),
@@ -124,7 +113,7 @@ TEST(HttpConnectionCancel, AnObjectIsAsGoodAsBefore) {
 TEST(HttpConnectionCancel, WhileItConnectsLeavesTheSocketToClose) {
     const failingcalls::Scope scope;
     const DeadPort port(DeadPort::eFull);
-    const std::ptrdiff_t before = descriptors();
+    const std::set<int> before = tests::openDescriptors();
     std::atomic<bool> connects{false};
     failingcalls::before(Call::eConnect, [&] { connects = true; });
     {
@@ -133,9 +122,9 @@ TEST(HttpConnectionCancel, WhileItConnectsLeavesTheSocketToClose) {
         while (!connects) {
         }
         EXPECT_TRUE(worker.cancel());
-        EXPECT_EQ(before + 1, descriptors());
+        EXPECT_EQ(before.size() + 1, tests::openDescriptors().size());
     }
-    EXPECT_EQ(before, descriptors());
+    EXPECT_EQ(before, tests::openDescriptors());
 }
 
 TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
@@ -163,7 +152,7 @@ TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
     (void)sem_wait(&done);
     EXPECT_EQ(0, failingcalls::count(Call::eSocket));
     // The thread that asked passes through the test's answer on its way out.
-    EXPECT_TRUE(tests::eventually([] { return threads() == 1; }));
+    EXPECT_TRUE(tests::eventually([] { return tests::threadIds().size() == 1; }));
     for (sem_t* const semaphore : {&asked, &go, &done}) {
         EXPECT_EQ(0, sem_destroy(semaphore));
     }
@@ -173,7 +162,7 @@ TEST(HttpConnectionCancel, AtAnyMomentLosesNothing) {
     ScriptedServer server;
     server.always(tests::replyWith(okReply("body")));
     const OutputLevel level(0);
-    const std::ptrdiff_t before = descriptors();
+    const std::set<int> before = tests::openDescriptors();
     std::minstd_rand random(1);
     for (int count = 0; count < 2000; ++count) {
         HTTPConnection connection;
@@ -185,7 +174,7 @@ TEST(HttpConnectionCancel, AtAnyMomentLosesNothing) {
     }
     ASSERT_TRUE(server.awaitIdle());
     // Threads that still ask the resolver hold some.
-    EXPECT_TRUE(tests::eventually([&] { return descriptors() == before; }));
+    EXPECT_TRUE(tests::eventually([&] { return tests::openDescriptors() == before; }));
 }
 
 }  // namespace

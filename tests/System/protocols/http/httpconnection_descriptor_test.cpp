@@ -5,9 +5,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "tests/System/protocols/http/httptest.h"
+#include "tests/support/descriptors.h"
 #include "tests/support/inchild.h"
 #include "tests/support/scriptedserver.h"
 
@@ -23,10 +22,6 @@ using tests::ScriptedServer;
 using tests::SocketWatch;
 
 namespace {
-
-std::ptrdiff_t descriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
 
 bool isOpen(int descriptor) {
     return ::fcntl(descriptor, F_GETFD) >= 0;
@@ -156,7 +151,7 @@ TEST(HttpConnectionDescriptor, NoneIsLostHoweverAnOpenFails) {
     server.always(replyWith("HTTP/1.0 404 x\r\n\r\n"));
     const DeadPort refusing(DeadPort::eRefusing);
     ASSERT_TRUE(server.awaitIdle());
-    const std::ptrdiff_t before = descriptors();
+    const std::set<int> before = tests::openDescriptors();
     {
         HTTPConnection connection;
         HTTPReplyHeader header;
@@ -168,7 +163,7 @@ TEST(HttpConnectionDescriptor, NoneIsLostHoweverAnOpenFails) {
         }
     }
     ASSERT_TRUE(server.awaitIdle());
-    EXPECT_EQ(before, descriptors());
+    EXPECT_EQ(before, tests::openDescriptors());
 }
 
 }  // namespace
