@@ -64,7 +64,7 @@ Result runRun(Session& session, const Invocation& invocation) {
                               std::strerror(errno));
     }
     {
-        Relay relay(session.streams(), in, out, err, session.json(invocation));
+        Relay relay(session.streams(), in, out, err, session.quiet());
         relay.run();
     }
     Result result = howItEnded(pid);

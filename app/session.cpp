@@ -35,7 +35,7 @@ sysDVRDrive* Session::drive() const {
 }
 
 ExitStatus Session::run(const Invocation& invocation) {
-    mQuiet = json(invocation);
+    mQuiet = mSetup.mJson || invocation.mOptions.mJson;
     const Result result = perform(invocation);
     print(invocation, result);
     return result.mStatus;
@@ -83,7 +83,7 @@ void Session::print(const Invocation& invocation, const Result& result) {
     if (!result.mError.empty()) {
         complain(name + ": " + result.mError);
     }
-    if (!json(invocation)) {
+    if (!mQuiet) {
         mStreams.write(result.mText);
         return;
     }

@@ -50,12 +50,9 @@ public:
     /// Asks a question that is answered with yes or no.
     bool confirm(const std::string& question);
 
+    // For commands that follow something themselves.
     StandardStreams& streams() const { return mStreams; }
     const Interrupts& interrupts() const { return mInterrupts; }
-    /// True when a command prints JSON.
-    bool json(const Invocation& invocation) const {
-        return mSetup.mJson || invocation.mOptions.mJson;
-    }
 
     /// The recording drive; null when there is none or in minimal mode.
     sysDVRDrive* drive() const;
@@ -67,9 +64,6 @@ public:
     Result follow();
     bool working() const { return mWork != nullptr; }
 
-    // For commands that follow something themselves.
-    StandardStreams& streams() { return mStreams; }
-    const Interrupts& interrupts() const { return mInterrupts; }
     /// The running command prints JSON.
     bool quiet() const { return mQuiet; }
 

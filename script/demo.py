@@ -250,7 +250,8 @@ class Play:
                 + ", each on the disk when its command returned")
 
     def _compare_variables(self):
-        found = self.kestrova("vars list")["variables"]
+        found = {entry["name"]: entry["value"]
+                 for entry in self.kestrova("vars list")["variables"]}
         require(found == VARIABLES, f"found {found}")
 
     def cut(self):
