@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "System/bootvarsmanager/sysBootVarsManager.h"
+#include "System/BlockdevCfg.fmp.h"
 #include "System/sysSuperUserUtils.h"
 #include "System/system.h"
 #include "tests/System/bootvarsmanager/bootbox.h"
@@ -33,7 +33,10 @@ constexpr char kText[] = "192.168.1.2";
 /// The system, silent, beside a software partition that is mounted.
 class Maintenance {
 public:
-    explicit Maintenance(Sandbox& sandbox) : mBox(sandbox) { SystemMinimalInit(); }
+    explicit Maintenance(Sandbox& sandbox) : mBox(sandbox) {
+        BlockdeviceConfig::DestroyInstance();  // the system makes its own
+        SystemMinimalInit();
+    }
     ~Maintenance() { SystemTerm(); }
     Maintenance(const Maintenance&) = delete;
     Maintenance& operator=(const Maintenance&) = delete;
