@@ -329,8 +329,8 @@ __attribute__((constructor)) void findAll() {
     find(behindClose, behindConnect, behindFcntl, behindFdopen, behindFopen, behindFork,
          behindFsync, behindGethostbyname, behindIoctl, behindMkdir, behindMount, behindNanosleep,
          behindOpen, behindPipe2, behindPosixSpawn, behindPread, behindPthreadCreate, behindRead,
-         behindRecv, behindRename, behindSemWait, behindSend, behindSetsockopt, behindShutdown, behindSocket,
-         behindStat, behindStatfs, behindSync, behindSystem, behindUmount,
+         behindRecv, behindRename, behindSemWait, behindSend, behindSetsockopt, behindShutdown,
+         behindSocket, behindStat, behindStatfs, behindSync, behindSystem, behindUmount,
          behindWaitpid, behindWrite);
 }
 
