@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "tests/support/descriptors.h"
 #include "tests/support/processview.h"
 #include "tests/support/sandbox.h"
