@@ -330,10 +330,16 @@ std::string killBlocks(const char* url, bool withCallback, const char* expected)
 }
 
 TEST(SysUrlFetcherLockTest, KillThreadBlocksAfterAStartWithoutACallback) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer calls the worker a leak that nobody can join any more";
+#endif
     EXPECT_EQ("", inChild([] { return killBlocks("http://127.0.0.1/", false, ""); }));
 }
 
 TEST(SysUrlFetcherLockTest, KillThreadBlocksAfterAStartWithoutAnAddress) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer calls the worker a leak that nobody can join any more";
+#endif
     EXPECT_EQ("", inChild([] { return killBlocks(nullptr, true, "0 0/0"); }));
 }
 

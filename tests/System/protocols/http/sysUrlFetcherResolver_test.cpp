@@ -173,45 +173,49 @@ TEST(SysUrlFetcherResolverTest, ACancellationDoesNotWaitForASilentNameServer) {
     });
 }
 
-/// The resolver itself stops until told to go on.
+/// Every look-up stops ahead of the resolver until the scope ends.
 class HeldResolver {
 public:
     HeldResolver() {
         failingcalls::before(failingcalls::Call::eGethostbyname, [this] {
-            mEntered = true;
+            ++mEntered;
             (void)eventually([this] { return mGo.load(); });
+            ++mLeft;
         });
     }
     ~HeldResolver() {
         mGo = true;
-        EXPECT_TRUE(eventually([this] { return threadIds() == mThreads; }));
+        EXPECT_TRUE(eventually([this] { return mLeft == mEntered && threadIds() == mThreads; }));
         failingcalls::reset();
     }
     HeldResolver(const HeldResolver&) = delete;
     HeldResolver& operator=(const HeldResolver&) = delete;
 
-    bool awaitEntered() const {
-        return eventually([this] { return mEntered.load(); });
+    bool awaitEntered(int count) const {
+        return eventually([&] { return mEntered >= count; });
     }
 
 private:
     const std::set<pid_t> mThreads = threadIds();
-    std::atomic<bool> mEntered{false};
+    std::atomic<int> mEntered{0};
+    std::atomic<int> mLeft{0};
     std::atomic<bool> mGo{false};
 };
 
 TEST(SysUrlFetcherResolverTest, ACancellationThatFallsIntoTheLookUpLosesNothing) {
     withNames([](NameServer&) {
         const std::set<int> descriptors = openDescriptors();
-        for (int i = 0; i < 20; ++i) {
-            UrlRecord record;
-            sysUrlFetcher fetcher;
-            fetcher.setCallback(UrlRecord::callback, &record);
+        {
             const HeldResolver resolver;
-            ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
-            ASSERT_TRUE(resolver.awaitEntered());
-            fetcher.cancelFetch();
-            EXPECT_EQ("2 0/0", record.sequence());
+            for (int i = 1; i <= 20; ++i) {
+                UrlRecord record;
+                sysUrlFetcher fetcher;
+                fetcher.setCallback(UrlRecord::callback, &record);
+                ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
+                ASSERT_TRUE(resolver.awaitEntered(i));
+                fetcher.cancelFetch();
+                EXPECT_EQ("2 0/0", record.sequence());
+            }
         }
         EXPECT_EQ(descriptors, openDescriptors());
     });
