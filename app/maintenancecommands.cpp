@@ -177,7 +177,7 @@ Result runSyslogApply(Session& /*session*/, const Invocation& /*invocation*/) {
 
 Result runProduction(Session& /*session*/, const Invocation& /*invocation*/) {
     if (utilities().ResetToProduction() == 0) {
-        return Result();
+        return {};
     }
     return Result::failed(std::string("'/settings/noptest': ") + std::strerror(errno),
                           errno == ENOENT ? eAbsent : eFailed);

@@ -33,7 +33,7 @@ for link in bin sbin lib lib32 lib64 libx32; do
     if [ -L "/$link" ]; then cp -P "/$link" "$root/$link"; fi
 done
 mount --bind /usr "$root/usr"
-mount --bind /proc "$root/proc"
+mount -t proc proc "$root/proc"
 mount --bind "$state" "$root/state"
 mount --bind "$product" "$root$product"
 mknod -m 666 "$root/dev/null" c 1 3

@@ -49,7 +49,8 @@ def kestrova(box, words):
 
 
 def test_serial_ports_are_counted(box):
-    nodes = int(box.check("ls -d /dev/ttyS[0-9] /dev/tty/[0-9] /dev/ttyAS[0-9] 2>/dev/null | wc -l"))
+    nodes = int(box.check("ls -d /dev/ttyS[0-9] /dev/tty/[0-9] /dev/ttyAS[0-9] 2>/dev/null |"
+                          " wc -l"))
     assert nodes >= 2 and kestrova(box, "serial count") == str(nodes)
     box.check("touch /dev/ttyAS9 && mkdir /dev/tts && touch /dev/tts/8")
     assert kestrova(box, "serial count") == str(nodes + 1)
