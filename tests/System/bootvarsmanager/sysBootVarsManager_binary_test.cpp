@@ -48,7 +48,7 @@ bool found(const char* name, unsigned max, const Bytes& expected) {
         return false;
     }
     EXPECT_EQ(length, expected.size());
-    EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + length), expected);
+    EXPECT_EQ(Bytes(bytes.data(), bytes.data() + length), expected);
     return true;
 }
 
