@@ -128,9 +128,15 @@ TEST(HttpConnectionCancel, WhileItConnectsLeavesTheSocketToClose) {
     EXPECT_EQ(before, tests::openDescriptors());
 }
 
+// The thread sanitizer has one of its own.
+#ifdef __SANITIZE_THREAD__
+constexpr std::size_t kOwnThreads = 2;
+#else
+constexpr std::size_t kOwnThreads = 1;
+#endif
+
 TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
     const failingcalls::Scope scope;
-    const std::set<pid_t> threads = tests::threadIds();
     sem_t asked;
     sem_t go;
     sem_t done;
@@ -154,7 +160,7 @@ TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
     (void)sem_wait(&done);
     EXPECT_EQ(0, failingcalls::count(Call::eSocket));
     // The thread that asked passes through the test's answer on its way out.
-    EXPECT_TRUE(tests::eventually([&] { return tests::threadIds() == threads; }));
+    EXPECT_TRUE(tests::eventually([] { return tests::threadIds().size() <= kOwnThreads; }));
     for (sem_t* const semaphore : {&asked, &go, &done}) {
         EXPECT_EQ(0, sem_destroy(semaphore));
     }
@@ -170,7 +176,8 @@ TEST(HttpConnectionCancel, AtAnyMomentLosesNothing) {
         HTTPConnection connection;
         Worker worker(connection, server.url());
         // Spun away, so that the cancellation falls anywhere in the first few requests.
-        for (volatile auto spins = random() % 200000; spins > 0; spins = spins - 1) {
+        for (volatile unsigned spins = static_cast<unsigned>(random() % 200000); spins > 0;
+             spins = spins - 1) {
         }
         EXPECT_TRUE(worker.cancel());
     }
