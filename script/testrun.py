@@ -124,6 +124,10 @@ def style():
     return single("style (script/lint)", ["script/lint"])
 
 
+def fuzz():
+    return single("fuzzers, briefly (script/fuzz 5)", ["script/fuzz", "5"])
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--quick", choices=["true", "false"], default="false")
@@ -134,7 +138,8 @@ def main():
               ("app", lambda: command("i686")), ("servers", lambda: servers("i686")),
               ("style", style)]
     if not quick:
-        suites += [("box", lambda: python("box", "tests/box")), ("asan", lambda: unit("asan")),
+        suites += [("fuzz", fuzz), ("box", lambda: python("box", "tests/box")),
+                   ("asan", lambda: unit("asan")),
                    ("app-asan", lambda: command("asan")),
                    ("servers-asan", lambda: servers("asan")), ("tsan", lambda: unit("tsan"))]
 
