@@ -13,6 +13,14 @@
 namespace tests {
 
 std::set<pid_t> threadIds();
+
+/// Threads of a program that has started and ended some.
+#ifdef __SANITIZE_THREAD__
+constexpr std::size_t kOwnThreads = 2;  // the sanitizer has one of its own
+#else
+constexpr std::size_t kOwnThreads = 1;
+#endif
+
 /// Bytes of the heap that are in use, in all arenas.
 std::size_t heapInUse();
 

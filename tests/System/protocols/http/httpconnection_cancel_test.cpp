@@ -128,13 +128,6 @@ TEST(HttpConnectionCancel, WhileItConnectsLeavesTheSocketToClose) {
     EXPECT_EQ(before, tests::openDescriptors());
 }
 
-// The thread sanitizer has one of its own.
-#ifdef __SANITIZE_THREAD__
-constexpr std::size_t kOwnThreads = 2;
-#else
-constexpr std::size_t kOwnThreads = 1;
-#endif
-
 TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
     const failingcalls::Scope scope;
     sem_t asked;
@@ -160,7 +153,7 @@ TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
     (void)sem_wait(&done);
     EXPECT_EQ(0, failingcalls::count(Call::eSocket));
     // The thread that asked passes through the test's answer on its way out.
-    EXPECT_TRUE(tests::eventually([] { return tests::threadIds().size() <= kOwnThreads; }));
+    EXPECT_TRUE(tests::eventually([] { return tests::threadIds().size() <= tests::kOwnThreads; }));
     for (sem_t* const semaphore : {&asked, &go, &done}) {
         EXPECT_EQ(0, sem_destroy(semaphore));
     }

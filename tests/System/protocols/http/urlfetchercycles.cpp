@@ -36,11 +36,6 @@ constexpr std::size_t kHeapNoise = 1024;
 #else
 constexpr std::size_t kHeapNoise = 65536;
 #endif
-#ifdef __SANITIZE_THREAD__
-constexpr std::size_t kOwnThreads = 2;  // the sanitizer has one of its own
-#else
-constexpr std::size_t kOwnThreads = 1;
-#endif
 
 std::mt19937 randomness;
 
