@@ -79,7 +79,11 @@ set_target_properties(kestrova-objects PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
-target_compile_options(kestrova-objects PRIVATE -ffunction-sections -fdata-sections)
+# A released library is made small: memory is dearer in a box than what it does between two system
+# calls. The checksum alone runs over bytes for long.
+target_compile_options(kestrova-objects PRIVATE -ffunction-sections -fdata-sections
+  $<$<CONFIG:Release>:-Os>)
+set_source_files_properties(base/crc32.cpp PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
 target_link_libraries(kestrova-objects PRIVATE kestrova-compile Threads::Threads)
 
 add_library(kestrova-system SHARED $<TARGET_OBJECTS:kestrova-objects>)

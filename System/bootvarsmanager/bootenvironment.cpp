@@ -161,7 +161,9 @@ void parseEnvironment(std::map<std::string, std::string>& vars, const char* area
         if (valueEnd == nullptr || valueEnd + 1 == end || valueEnd[1] != '\0') {
             return;
         }
-        vars[std::string(record, keyEnd)] = std::string(value, valueEnd);
+        // Behind the last one is where the next key belongs: the file has them in order.
+        vars.insert_or_assign(vars.end(), std::string(record, keyEnd),
+                              std::string(value, valueEnd));
         record = valueEnd + 2;
     }
 }
