@@ -1,94 +1,28 @@
 // SPDX-License-Identifier: MIT
 //
-// A start for which there is no memory: the failure comes through, and nothing stays behind. This
-// file puts its own allocation in front of the program's.
+// A start for which there is no memory: the failure comes through, and nothing stays behind.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstdlib>
 #include <new>
 
 #include "System/BlockdevCfg.fmp.h"
 #include "System/system.h"
+#include "tests/support/failingnew.h"
 #include "tests/support/outputlevel.h"
 
 namespace {
 
-// Of the calling thread alone.
-thread_local int allocationsUntilFailure = 0;  // 1 for the next, 0 for none
-thread_local long live = 0;
-
-void* allocate(std::size_t size) noexcept {
-    if (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0) {
-        return nullptr;
-    }
-    // As the real one: more than half of the address space is never to be had.
-    void* const memory = size <= PTRDIFF_MAX ? std::malloc(size != 0 ? size : 1) : nullptr;
-    live += memory != nullptr ? 1 : 0;
-    return memory;
-}
-
-void* allocateOrThrow(std::size_t size) {
-    void* const memory = allocate(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void release(void* memory) noexcept {
-    live -= memory != nullptr ? 1 : 0;
-    std::free(memory);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return allocateOrThrow(size);
-}
-void* operator new[](std::size_t size) {
-    return allocateOrThrow(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-    return allocate(size);
-}
-void operator delete(void* memory) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory) noexcept {
-    release(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
-    release(memory);
-}
-void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    release(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    release(memory);
-}
-
-namespace {
-
+using tests::FailingNew;
 using tests::OutputLevel;
 
-/// Starts with the nth allocation failing. True when the start came through.
-bool startWithFailure(void (*start)(), int nth) {
-    allocationsUntilFailure = nth;
+/// True when a start came through.
+bool comesThrough(void (*start)()) {
     try {
         start();
     } catch (const std::bad_alloc&) {
-        allocationsUntilFailure = 0;
         return false;
     }
-    allocationsUntilFailure = 0;
     return true;
 }
 
@@ -96,14 +30,15 @@ bool startWithFailure(void (*start)(), int nth) {
 int failEveryAllocation(void (*start)()) {
     const OutputLevel quiet(0);
     for (int nth = 1; nth < 1000; ++nth) {
-        const long before = live;
-        const bool started = startWithFailure(start, nth);
+        FailingNew memory(nth);
+        const bool started = comesThrough(start);
+        memory.stop();
         if (started) {
             SystemTerm();
         }
         EXPECT_EQ(nullptr, getSystem()) << nth;
         EXPECT_EQ(nullptr, BlockdeviceConfig::GetInstance()) << nth;
-        EXPECT_EQ(before, live) << nth;
+        EXPECT_EQ(0, memory.alive()) << nth;
         if (started || testing::Test::HasFailure()) {
             return nth - 1;
         }
@@ -129,8 +64,10 @@ TEST(SystemAllocationTest, FailedStartLeavesTheEarlierSystem) {
     const OutputLevel quiet(0);
     SystemMinimalInit();
     sysInterface* const first = getSystem();
-    EXPECT_FALSE(startWithFailure(SystemMinimalInit, 1));
-    EXPECT_FALSE(startWithFailure(SystemMinimalInit, 3));
+    for (const int nth : {1, 3}) {
+        const FailingNew memory(nth);
+        EXPECT_FALSE(comesThrough(SystemMinimalInit));
+    }
     EXPECT_EQ(first, getSystem());
     EXPECT_NE(nullptr, BlockdeviceConfig::GetInstance());
     SystemTerm();
@@ -139,19 +76,16 @@ TEST(SystemAllocationTest, FailedStartLeavesTheEarlierSystem) {
 TEST(SystemAllocationTest, TableFailsWhole) {
     const OutputLevel quiet(0);
     for (int nth = 1; nth <= 3; ++nth) {
-        const long before = live;
-        allocationsUntilFailure = nth;
+        const FailingNew memory(nth);
         EXPECT_THROW((void)BlockdeviceConfig::CreateInstance(), std::bad_alloc) << nth;
-        allocationsUntilFailure = 0;
-        EXPECT_EQ(before, live) << nth;
+        EXPECT_EQ(0, memory.alive()) << nth;
         EXPECT_EQ(nullptr, BlockdeviceConfig::GetInstance());
     }
 }
 
 TEST(SystemAllocationTest, DownloadMemoryMayBeMissing) {
-    allocationsUntilFailure = 1;
+    const FailingNew memory(1);
     EXPECT_THROW(download_free(download_allocate(10)), std::bad_alloc);
-    allocationsUntilFailure = 0;
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 #include "System/BlockdevCfg.fmp.h"
 #include "System/bootvarsmanager/sysBootVarsManager.h"
-#include "tests/System/bootvarsmanager/failingnew.h"
+#include "tests/support/failingnew.h"
 #include "tests/support/outputlevel.h"
 
 namespace tests {

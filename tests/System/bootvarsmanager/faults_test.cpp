@@ -11,7 +11,7 @@
 
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "tests/System/bootvarsmanager/bootbox.h"
-#include "tests/System/bootvarsmanager/failingnew.h"
+#include "tests/support/failingnew.h"
 #include "tests/support/capture.h"
 #include "tests/support/failingcalls.h"
 #include "tests/support/outputlevel.h"

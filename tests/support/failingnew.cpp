@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tests/System/bootvarsmanager/failingnew.h"
+#include "tests/support/failingnew.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -18,7 +19,8 @@ void* allocate(std::size_t size) {
     if (!counts.mPaused && ++counts.mMade == counts.mFailing) {
         return nullptr;
     }
-    void* const memory = std::malloc(size != 0 ? size : 1);
+    // As the real one: more than half of the address space is never to be had.
+    void* const memory = size <= PTRDIFF_MAX ? std::malloc(size != 0 ? size : 1) : nullptr;
     counts.mAlive += memory != nullptr && !counts.mPaused ? 1 : 0;
     return memory;
 }
@@ -45,6 +47,10 @@ FailingNew::FailingNew(int nth) {
 }
 
 FailingNew::~FailingNew() {
+    stop();
+}
+
+void FailingNew::stop() {
     counts.mFailing = 0;
 }
 
@@ -95,5 +101,13 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 }
 
 void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+    release(memory);
+}
+
+void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
+    release(memory);
+}
+
+void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
     release(memory);
 }

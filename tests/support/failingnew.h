@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-#ifndef KESTROVA_TESTS_SYSTEM_BOOTVARSMANAGER_FAILINGNEW_H
-#define KESTROVA_TESTS_SYSTEM_BOOTVARSMANAGER_FAILINGNEW_H
+//
+// Not in the library of what tests share: only a program that has this source gets its allocation.
+#ifndef KESTROVA_TESTS_SUPPORT_FAILINGNEW_H
+#define KESTROVA_TESTS_SUPPORT_FAILINGNEW_H
 
 namespace tests {
 
@@ -12,6 +14,9 @@ public:
     ~FailingNew();
     FailingNew(const FailingNew&) = delete;
     FailingNew& operator=(const FailingNew&) = delete;
+
+    /// No allocation fails from here on.
+    void stop();
 
     /// Allocations since the construction.
     int count() const;
