@@ -11,9 +11,9 @@
 
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "tests/System/bootvarsmanager/bootbox.h"
-#include "tests/support/failingnew.h"
 #include "tests/support/capture.h"
 #include "tests/support/failingcalls.h"
+#include "tests/support/failingnew.h"
 #include "tests/support/outputlevel.h"
 #include "tests/support/sandbox.h"
 
