@@ -77,12 +77,30 @@ void provideDevices(const std::string& root) {
     bindFolder("/dev", root + "/hostdev");
 }
 
+#ifdef KESTROVA_COVERAGE_FOLDER
+/// The counters of which lines ran are kept in the same place inside and outside. The folder is
+/// open since before the root, under which it may lie.
+void provideCounters(const std::string& root, int folder) {
+    const std::string path = root + KESTROVA_COVERAGE_FOLDER;
+    for (std::size_t at = path.find('/', root.size() + 1); at != std::string::npos;
+         at = path.find('/', at + 1)) {
+        (void)::mkdir(path.substr(0, at).c_str(), 0755);
+    }
+    bindFolder("/proc/self/fd/" + std::to_string(folder), path);
+    (void)::close(folder);
+}
+#endif
+
 /// Builds the root over /tmp, which only this process and its children see, and enters it.
 void enterRoot() {
     const std::string root = "/tmp";
     const int stub = ::open(KESTROVA_TOOL_STUB, O_RDONLY | O_CLOEXEC);
     check(stub >= 0, KESTROVA_TOOL_STUB);
     check(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+#ifdef KESTROVA_COVERAGE_FOLDER
+    const int counters = ::open(KESTROVA_COVERAGE_FOLDER, O_PATH | O_CLOEXEC);
+    check(counters >= 0, KESTROVA_COVERAGE_FOLDER);
+#endif
     check(::mount("sandbox", root.c_str(), "tmpfs", 0, "mode=0755") == 0, "root");
     provideLibraries(root);
     provideDevices(root);
@@ -92,6 +110,9 @@ void enterRoot() {
     }
     check(::mount("proc", (root + "/proc").c_str(), "proc", 0, nullptr) == 0, "/proc");
     check(::symlink("/usr/bin/sh", (root + "/bin/sh").c_str()) == 0, "/bin/sh");
+#ifdef KESTROVA_COVERAGE_FOLDER
+    provideCounters(root, counters);
+#endif
     check(::mkfifo((root + "/stub/held").c_str(), 0600) == 0, "held");
     check(::mkfifo((root + "/stub/go").c_str(), 0600) == 0, "go");
     copyFile(stub, root + "/stub/tool");

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+//
+// In a build that counts which lines ran: a child that ends by _exit() keeps its counts, too.
+#ifdef KESTROVA_COVERAGE_FOLDER
+#include <sys/syscall.h>
+#include <unistd.h>
+
+extern "C" void __gcov_dump();
+
+extern "C" void _exit(int status) {
+    __gcov_dump();
+    for (;;) {
+        (void)::syscall(SYS_exit_group, status);
+    }
+}
+#endif
