@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """The boot variables on the box's true software partition, through the library and the command."""
 
+import base64
 import json
 import shutil
 import struct
@@ -129,6 +130,28 @@ def test_the_largest_environment_fits_and_one_byte_more_does_not(box, variables)
     assert refused.status == 1
     assert files(box) == before
     box.check("rm /tmp/most")
+
+
+def test_a_full_partition_keeps_the_old_variables(box, variables):
+    """Files of the box's programs have taken the last block; the new variables find none."""
+    assert variables.call("vars-set", "a", "1") is True
+    # what the driver holds back while a large file grows is left for small ones
+    box.check(f"mount {PART} /mnt && mkdir /mnt/filler && "
+              "{ cat /dev/zero >/mnt/filler/large; sync; n=0; "
+              "while echo 1 >/mnt/filler/$n; do n=$((n + 1)); done; umount /mnt; } 2>/dev/null")
+    try:
+        mark = variables.mark()
+        assert variables.call("vars-set", "a", "2") is False
+        assert "Failed to wirte environment file\n" in variables.log(mark[0])
+        assert vars_command(box, "set", "b", "3").status == 1
+        assert mounts(box) == []
+        assert variables.call("vars-list") == ["true", "a=1"]
+        kept = box.check(f"mount -o ro {PART} /mnt && cat /mnt/boot_env | base64; umount /mnt")
+        assert parsed(base64.b64decode(kept)) == {b"a": b"1"}
+    finally:
+        box.check(f"mount {PART} /mnt && rm -r /mnt/filler && umount /mnt")
+    assert variables.call("vars-set", "a", "2") is True
+    assert files(box) == {"boot_env": {b"a": b"2"}, "boot_env.bkp": {b"a": b"1"}}
 
 
 @pytest.mark.parametrize("state", STATES)
