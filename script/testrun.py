@@ -120,8 +120,16 @@ def servers(preset):
     return python(f"servers-{preset}", "tests/servers", FETCHPROBE=str(probe))
 
 
-def style():
-    return single("style (script/lint)", ["script/lint"])
+def documents():
+    return python("documents", "tests/documents")
+
+
+def packages():
+    return python("packages", "tests/packages")
+
+
+def style(*options):
+    return single("style (script/lint)", ["script/lint", *options])
 
 
 def fuzz():
@@ -134,11 +142,13 @@ def main():
     quick = parser.parse_args().quick == "true"
     RESULTS.mkdir(parents=True, exist_ok=True)
 
-    suites = [("i686", lambda: unit("i686")), ("native", lambda: unit("native")),
-              ("app", lambda: command("i686")), ("servers", lambda: servers("i686")),
-              ("style", style)]
-    if not quick:
-        suites += [("fuzz", fuzz), ("box", lambda: python("box", "tests/box")),
+    suites = [("i686", lambda: unit("i686")), ("app", lambda: command("i686")),
+              ("servers", lambda: servers("i686")), ("documents", documents)]
+    if quick:
+        suites += [("style", lambda: style("--quick"))]
+    else:
+        suites += [("style", style), ("native", lambda: unit("native")), ("packages", packages),
+                   ("fuzz", fuzz), ("box", lambda: python("box", "tests/box")),
                    ("asan", lambda: unit("asan")),
                    ("app-asan", lambda: command("asan")),
                    ("servers-asan", lambda: servers("asan")), ("tsan", lambda: unit("tsan"))]
@@ -150,7 +160,7 @@ def main():
         start = time.monotonic()
         result = suite()
         total.add(result)
-        lines.append(f"{name:8} {result.passed:5} passed {result.failed:3} failed "
+        lines.append(f"{name:12} {result.passed:5} passed {result.failed:3} failed "
                      f"{result.skipped:3} skipped {time.monotonic() - start:6.0f} s")
     say("\n" + "\n".join(lines))
     say(f"{total.passed} passed, {total.failed} failed, {total.skipped} skipped")
