@@ -13,12 +13,14 @@
 #include "base/cancelguard.h"
 #include "base/descriptor.h"
 #include "tests/support/inchild.h"
+#include "tests/support/sigpipe.h"
 
 namespace {
 
 using base::SigpipeGuard;
 using tests::Findings;
 using tests::inChild;
+namespace sigpipe = tests::sigpipe;
 
 /// A write to a pipe that nobody reads; true when it failed as it should.
 bool writeToBrokenPipe() {
@@ -29,23 +31,6 @@ bool writeToBrokenPipe() {
     pipe.mRead.reset();
     errno = 0;
     return ::write(pipe.mWrite.get(), "x", 1) == -1 && errno == EPIPE;
-}
-
-bool isPending() {
-    sigset_t pending;
-    return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-}
-
-bool isBlocked() {
-    sigset_t mask;
-    return pthread_sigmask(SIG_SETMASK, nullptr, &mask) == 0 && sigismember(&mask, SIGPIPE) == 1;
-}
-
-void block() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGPIPE);
-    (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
 volatile sig_atomic_t delivered = 0;
@@ -61,12 +46,12 @@ TEST(SigpipeGuardTest, WriteOnlyFails) {
                   (void)::signal(SIGPIPE, SIG_DFL);
                   {
                       const SigpipeGuard guard;
-                      findings.expect(isBlocked(), "blocked inside");
+                      findings.expect(sigpipe::isBlocked(), "blocked inside");
                       findings.expect(writeToBrokenPipe(), "EPIPE");
                       findings.expect(writeToBrokenPipe(), "EPIPE again");
                   }
-                  findings.expect(!isPending(), "taken back");
-                  findings.expect(!isBlocked(), "mask as before");
+                  findings.expect(!sigpipe::isPending(), "taken back");
+                  findings.expect(!sigpipe::isBlocked(), "mask as before");
                   return findings.text();
               }));
     EXPECT_EQ("signal " + std::to_string(SIGPIPE), inChild([] {
@@ -96,14 +81,14 @@ TEST(SigpipeGuardTest, OneThatWasPendingStaysPending) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;
                   (void)::signal(SIGPIPE, SIG_DFL);
-                  block();
+                  sigpipe::block();
                   (void)::raise(SIGPIPE);
                   {
                       const SigpipeGuard guard;
                       findings.expect(writeToBrokenPipe(), "EPIPE");
                   }
-                  findings.expect(isPending(), "still pending");
-                  findings.expect(isBlocked(), "still blocked");
+                  findings.expect(sigpipe::isPending(), "still pending");
+                  findings.expect(sigpipe::isBlocked(), "still blocked");
                   return findings.text();
               }));
 }
@@ -111,13 +96,13 @@ TEST(SigpipeGuardTest, OneThatWasPendingStaysPending) {
 TEST(SigpipeGuardTest, OnePendingForTheProcessStaysPendingToo) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;
-                  block();
+                  sigpipe::block();
                   (void)::kill(::getpid(), SIGPIPE);
                   {
                       const SigpipeGuard guard;
                       findings.expect(writeToBrokenPipe(), "EPIPE");
                   }
-                  findings.expect(isPending(), "still pending");
+                  findings.expect(sigpipe::isPending(), "still pending");
                   return findings.text();
               }));
 }
@@ -125,13 +110,13 @@ TEST(SigpipeGuardTest, OnePendingForTheProcessStaysPendingToo) {
 TEST(SigpipeGuardTest, ThreadThatBlocksItAlreadyGetsNothingPending) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;
-                  block();
+                  sigpipe::block();
                   {
                       const SigpipeGuard guard;
                       findings.expect(writeToBrokenPipe(), "EPIPE");
                   }
-                  findings.expect(!isPending(), "taken back");
-                  findings.expect(isBlocked(), "still blocked");
+                  findings.expect(!sigpipe::isPending(), "taken back");
+                  findings.expect(sigpipe::isBlocked(), "still blocked");
                   return findings.text();
               }));
 }
@@ -144,7 +129,7 @@ TEST(SigpipeGuardTest, IgnoredSignalStaysIgnored) {
                       const SigpipeGuard guard;
                       findings.expect(writeToBrokenPipe(), "EPIPE");
                   }
-                  findings.expect(!isPending() && !isBlocked(), "as before");
+                  findings.expect(!sigpipe::isPending() && !sigpipe::isBlocked(), "as before");
                   findings.expect(writeToBrokenPipe(), "still ignored");
                   return findings.text();
               }));
@@ -161,9 +146,9 @@ TEST(SigpipeGuardTest, Nests) {
                           const SigpipeGuard inner;
                           findings.expect(writeToBrokenPipe(), "EPIPE inside");
                       }
-                      findings.expect(isBlocked(), "outer still holds");
+                      findings.expect(sigpipe::isBlocked(), "outer still holds");
                   }
-                  findings.expect(!isPending() && !isBlocked(), "as before");
+                  findings.expect(!sigpipe::isPending() && !sigpipe::isBlocked(), "as before");
                   return findings.text();
               }));
 }

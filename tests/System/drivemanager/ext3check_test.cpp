@@ -36,7 +36,7 @@ TEST(Ext3Check, RunsTheToolAsItMust) {
         EXPECT_TRUE(partition.ext3_fscheck());
         const tests::ToolRun run = box.runs().at(0);
         EXPECT_EQ(run.mEnvironment, tests::ownEnvironment());
-        EXPECT_EQ(run.mNice, 10);
+        EXPECT_EQ(run.mNice, tests::nicerBy(10));
         EXPECT_EQ(run.mDirectory, "/");
         const int writeEnd = std::stoi(run.mArguments.at(2));
         ASSERT_EQ(run.mDescriptors.size(), 5U);

@@ -51,7 +51,7 @@ TEST(PartitionCustom, RunsTheToolAsItMust) {
         const ToolRun run = box.runs().at(0);
         EXPECT_EQ(run.mInput, ",100\n,200\n");
         EXPECT_EQ(run.mEnvironment, tests::ownEnvironment());
-        EXPECT_EQ(run.mNice, 0);
+        EXPECT_EQ(run.mNice, tests::nicerBy(0));
         ASSERT_EQ(run.mDescriptors.size(), 3U);
         EXPECT_EQ(run.mDescriptors.at(0).substr(0, 5), "pipe:");
         EXPECT_EQ(run.mDescriptors.at(0).back(), 'r');

@@ -53,7 +53,7 @@ TEST(ScanPartitions, RunsTheToolAsItMust) {
         drive.scanPartitions();
         const ToolRun run = box.runs().at(0);
         EXPECT_EQ(run.mEnvironment, tests::ownEnvironment());
-        EXPECT_EQ(run.mNice, 0);
+        EXPECT_EQ(run.mNice, tests::nicerBy(0));
         ASSERT_EQ(run.mDescriptors.size(), 3U);
         EXPECT_EQ(run.mDescriptors.at(0), tests::descriptorText(0));
         EXPECT_EQ(run.mDescriptors.at(1).substr(0, 5), "pipe:");

@@ -6,9 +6,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <string>
@@ -110,6 +112,25 @@ inline std::vector<std::string> ownEnvironment() {
         texts.emplace_back(*entry);
     }
     return texts;
+}
+
+/// The priority of a tool that is so much nicer than its caller.
+inline int nicerBy(int more) {
+    constexpr int nicest = 19;
+    return std::min(nicest, ::getpriority(PRIO_PROCESS, 0) + more);
+}
+
+/// A formatter ran in the caller's surroundings, only nicer, with its output in a pipe.
+inline void expectFormatterRun(const ToolRun& run) {
+    EXPECT_EQ(run.mEnvironment, ownEnvironment());
+    EXPECT_EQ(run.mNice, nicerBy(10));
+    EXPECT_EQ(run.mDirectory, "/");
+    ASSERT_EQ(run.mDescriptors.size(), 3U);
+    EXPECT_EQ(run.mDescriptors.at(0), descriptorText(0));
+    EXPECT_EQ(run.mDescriptors.at(1).substr(0, 5), "pipe:");
+    EXPECT_EQ(run.mDescriptors.at(1).back(), 'w');
+    EXPECT_EQ(run.mDescriptors.at(2), descriptorText(2));
+    EXPECT_FALSE(hasChildren());
 }
 
 }  // namespace tests

@@ -33,16 +33,7 @@ TEST(XfsFormat, RunsTheToolAsItMust) {
         const tests::OutputLevel level(0);
         box.expect(maker("DVRData"));
         EXPECT_TRUE(partition.xfs_format("DVRData"));
-        const tests::ToolRun run = box.runs().at(0);
-        EXPECT_EQ(run.mEnvironment, tests::ownEnvironment());
-        EXPECT_EQ(run.mNice, 10);
-        EXPECT_EQ(run.mDirectory, "/");
-        ASSERT_EQ(run.mDescriptors.size(), 3U);
-        EXPECT_EQ(run.mDescriptors.at(0), tests::descriptorText(0));
-        EXPECT_EQ(run.mDescriptors.at(1).substr(0, 5), "pipe:");
-        EXPECT_EQ(run.mDescriptors.at(1).back(), 'w');
-        EXPECT_EQ(run.mDescriptors.at(2), tests::descriptorText(2));
-        EXPECT_FALSE(tests::hasChildren());
+        tests::expectFormatterRun(box.runs().at(0));
     });
 }
 

@@ -9,12 +9,14 @@
 #include "tests/System/protocols/http/httptest.h"
 #include "tests/support/inchild.h"
 #include "tests/support/scriptedserver.h"
+#include "tests/support/sigpipe.h"
 
 using failingcalls::Call;
 using tests::connectionLog;
 using tests::DeadPort;
 using tests::Findings;
 using tests::inChild;
+namespace sigpipe = tests::sigpipe;
 using tests::okReply;
 using tests::open;
 using tests::OpenOutcome;
@@ -261,23 +263,6 @@ TEST(HttpConnectionSend, TheServersResetOnlyFailsIt) {
     EXPECT_GE(0, connection.Read(&byte, 1));
 }
 
-bool isPending() {
-    sigset_t pending;
-    return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-}
-
-bool isBlocked() {
-    sigset_t mask;
-    return pthread_sigmask(SIG_SETMASK, nullptr, &mask) == 0 && sigismember(&mask, SIGPIPE) == 1;
-}
-
-void block() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGPIPE);
-    (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
 /// Opens a connection whose peer is gone when the request is sent, which raises SIGPIPE.
 void openBroken(const std::string& url, Findings& findings) {
     const SocketWatch watch;
@@ -298,8 +283,8 @@ TEST(HttpConnectionSend, APeerThatIsGoneDoesNotEndTheProcess) {
                   Findings findings;
                   (void)::signal(SIGPIPE, SIG_DFL);
                   openBroken(server.url(), findings);
-                  findings.expect(!isPending(), "not pending");
-                  findings.expect(!isBlocked(), "not blocked");
+                  findings.expect(!sigpipe::isPending(), "not pending");
+                  findings.expect(!sigpipe::isBlocked(), "not blocked");
                   return findings.text();
               }));
 }
@@ -310,13 +295,13 @@ TEST(HttpConnectionSend, APendingSignalStaysPending) {
     EXPECT_EQ("", inChild([&] {
                   Findings findings;
                   (void)::signal(SIGPIPE, SIG_DFL);
-                  block();
+                  sigpipe::block();
                   openBroken(server.url(), findings);
-                  findings.expect(!isPending(), "taken back");
+                  findings.expect(!sigpipe::isPending(), "taken back");
                   (void)::raise(SIGPIPE);
                   openBroken(server.url(), findings);
-                  findings.expect(isPending(), "still pending");
-                  findings.expect(isBlocked(), "still blocked");
+                  findings.expect(sigpipe::isPending(), "still pending");
+                  findings.expect(sigpipe::isBlocked(), "still blocked");
                   return findings.text();
               }));
 }
