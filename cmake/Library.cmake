@@ -73,9 +73,10 @@ set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
 # Compiled once, for the shared library and for the tests' static one, which also reaches what is
-# not exported.
+# not exported. An application may compile its own files as one; here each has names of its own.
 add_library(kestrova-objects OBJECT ${KESTROVA_SOURCES})
 set_target_properties(kestrova-objects PROPERTIES
+  UNITY_BUILD OFF
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
