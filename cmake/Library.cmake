@@ -73,9 +73,10 @@ set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
 # Compiled once, for the shared library and for the tests' static one, which also reaches what is
-# not exported.
+# not exported. An application may compile its own files as one; here each has names of its own.
 add_library(kestrova-objects OBJECT ${KESTROVA_SOURCES})
 set_target_properties(kestrova-objects PROPERTIES
+  UNITY_BUILD OFF
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
@@ -105,15 +106,19 @@ target_link_libraries(kestrova-system PRIVATE Threads::Threads)
 add_library(kestrova-static STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:kestrova-objects>)
 target_link_libraries(kestrova-static PUBLIC kestrova-compile Threads::Threads)
 
+# Three components, to be packaged apart: runtime, development and tools.
 install(TARGETS kestrova-system EXPORT KestrovaSystemTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    COMPONENT runtime NAMELINK_COMPONENT development)
 foreach(header IN LISTS KESTROVA_PUBLIC_HEADERS)
   get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kestrova/${folder})
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kestrova/${folder}
+    COMPONENT development)
 endforeach()
 
 set(KESTROVA_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/KestrovaSystem)
-install(EXPORT KestrovaSystemTargets NAMESPACE KestrovaSystem:: DESTINATION ${KESTROVA_CMAKE_DIR})
+install(EXPORT KestrovaSystemTargets NAMESPACE KestrovaSystem:: DESTINATION ${KESTROVA_CMAKE_DIR}
+  COMPONENT development)
 configure_package_config_file(cmake/KestrovaSystemConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfig.cmake INSTALL_DESTINATION ${KESTROVA_CMAKE_DIR})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfigVersion.cmake
@@ -121,7 +126,7 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfi
 install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/KestrovaSystemConfigVersion.cmake
-  DESTINATION ${KESTROVA_CMAKE_DIR})
+  DESTINATION ${KESTROVA_CMAKE_DIR} COMPONENT development)
 # The package file finds its prefix from its own place, so that an installed tree can be moved.
 file(RELATIVE_PATH KESTROVA_PREFIX_FROM_PC
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
@@ -129,4 +134,20 @@ file(RELATIVE_PATH KESTROVA_LIBDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_
 file(RELATIVE_PATH KESTROVA_INCLUDEDIR ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 configure_file(cmake/kestrova-system.pc.in kestrova-system.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestrova-system.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# Manual pages: section 1 is of the command, the others tell of the library.
+function(kestrova_install_pages section component)
+  file(GLOB pages CONFIGURE_DEPENDS man/*.${section})
+  install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+endfunction()
+kestrova_install_pages(3 development)
+kestrova_install_pages(7 development)
+if(KESTROVA_APP)
+  kestrova_install_pages(1 tools)
+  file(GLOB KESTROVA_COMPLETION CONFIGURE_DEPENDS completion/kestrova.bash)
+  if(KESTROVA_COMPLETION)
+    install(FILES ${KESTROVA_COMPLETION} RENAME kestrova COMPONENT tools
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  endif()
+endif()

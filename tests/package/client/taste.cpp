@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+//
+// Code that the library's own warnings would refuse. Applications may be written like this.
+int client_taste(double value) {
+    int whole = (int)value;
+    unsigned char small = whole;
+    {
+        unsigned whole = -1;
+        small = whole;
+    }
+    return small;
+}
