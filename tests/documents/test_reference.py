@@ -4,8 +4,10 @@
 What the pages say of the interface is compared with the headers, as Doxygen has read them.
 """
 
+import html
 import itertools
 import pathlib
+import re
 import shutil
 import subprocess
 
@@ -61,6 +63,16 @@ def test_the_site_builds_without_a_warning(site):
     assert site.stderr == ""
     assert site.returncode == 0
     assert (ROOT / "build" / "docs" / "html" / "index.html").is_file()
+
+
+def test_links_of_the_site_lead_somewhere(site):
+    assert site.returncode == 0, site.stderr
+    folder = ROOT / "build" / "docs" / "html"
+    links = {(page.name, html.unescape(link.partition("#")[0])) for page in folder.glob("*.html")
+             for link in re.findall(r'(?:href|src)="([^"]+)"', page.read_text())
+             if not re.match(r"\w+:", link)}
+    assert ("index.html", "md_docs_architecture.html") in links
+    assert {link for link in links if link[1] and not (folder / link[1]).is_file()} == set()
 
 
 @needs("doxygen")
