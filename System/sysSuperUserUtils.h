@@ -26,7 +26,7 @@ public:
     /// @return 0 on success; -1 on failure, also when it is not there: errno tells why
     int ResetToProduction();
 
-    /// Counts the nodes "/dev/ttyS0" to "9", and those of "/dev/tty/" and "/dev/ttyAS" likewise.
+    /// Counts the nodes "/dev/ttyS", "/dev/tty/" and "/dev/ttyAS" with the numbers 0 to 9.
     /// @return 0 to 30
     unsigned GetNumSerial();
 

@@ -16,7 +16,8 @@
 /// setting operation waits until all is on the disk.
 ///
 /// Threads: no lock. Any thread may call, one at a time: of two writers that overlap one update can
-/// be lost. What goes wrong is logged at level 1; only allocation failure is thrown.
+/// be lost. What is done and what goes wrong is logged at level 1, and a mount or unmount that
+/// fails by perror; only allocation failure is thrown.
 class KESTROVA_EXPORT sysBootVarsManager {
 public:
     /// Appends every variable in the order of the names, name and value at the same index; nothing
@@ -43,7 +44,8 @@ public:
     bool getVarB(const char* name, unsigned& length, unsigned char* buf, unsigned max);
 
     /// Sets a variable and saves all of them. After a failure or a power cut the variables are the
-    /// old or the new ones, whole. They fit 65536 bytes together, or standard error is told so.
+    /// old or the new ones, whole. All of them must fit a file of 65536 bytes; standard error tells
+    /// when they do not.
     /// @param name exact name; null fails
     /// @param value its text; empty or null removes the variable
     /// @return true when it is on the disk

@@ -68,8 +68,9 @@ public:
     /// @param dir directory; null fails
     /// @param fs "-t ext3", "-t xfs" or, for eFsUnknown, no type
     /// @param options what comes behind -o; null or empty for no -o
-    /// @return true when mounted, at once when it already was there; false when the unmount or the
-    /// mount failed (logged at level 1, and perror "Mount Failure" for the mount)
+    /// @return true when mounted, at once when it already was there; false when it could not be
+    /// unmounted, as unmount() tells, or not be mounted (logged at level 1, and perror "Mount
+    /// Failure")
     bool mount(const char* dir, FSType fs, const char* options);
     /// As mount(), as XFS.
     /// @param dir as there
