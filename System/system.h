@@ -26,7 +26,7 @@ public:
     sysInterface& operator=(const sysInterface&) = delete;
 
     /// Makes and starts the drive manager; call it only when there is none. Blocks for the
-    /// detection of the drive.
+    /// detection of the drive. In a minimal system termDVR() has to follow: nothing else frees it.
     void initDVR();
     /// Stops and frees the drive manager, if there is one. Blocks until the drive's worker, if any,
     /// has ended.
