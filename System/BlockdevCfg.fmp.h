@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// What the box's block devices and partitions are for: a fixed, built-in table.
+/// @file
+/// What the box's block devices and partitions are for: a fixed, built-in table.
 #ifndef KESTROVA_SYSTEM_BLOCKDEVCFG_FMP_H
 #define KESTROVA_SYSTEM_BLOCKDEVCFG_FMP_H
 
@@ -14,10 +14,10 @@ struct BlockdevConfig;
 
 /// File system of a partition. Other codes have no name.
 enum PartitionFilesystem : unsigned {
-    eFstypeXfs = 1,
-    eFstypeExt2 = 2,
-    eFstypeExt3 = 3,
-    eFstypeExt4 = 4,
+    eFstypeXfs = 1,   ///< "xfs"
+    eFstypeExt2 = 2,  ///< "ext2"
+    eFstypeExt3 = 3,  ///< "ext3"
+    eFstypeExt4 = 4,  ///< "ext4"
 };
 
 /// What a partition is for.
@@ -44,17 +44,19 @@ struct KESTROVA_EXPORT PartitionConfig {
 
     /// Writes the record as one line of text, without a line end. The caller serialises the use of
     /// the stream.
+    /// @param stream where to; not null
     void DumpToKestrovaOstream(KestrovaOstream* stream) const;
 };
 
 /// One block device with its partitions, in order.
 struct KESTROVA_EXPORT BlockdevConfig {
-    unsigned int mBlockdevId = 0;     ///< index, from 0
-    unsigned int mBlockdevType = 0;   ///< kind of device; the built-in disk has 1
-    const char* mpBlockdevName = "";  ///< device node of the whole device
-    std::vector<PartitionConfig> mPartition;
+    unsigned int mBlockdevId = 0;             ///< index, from 0
+    unsigned int mBlockdevType = 0;           ///< kind of device; the built-in disk has 1
+    const char* mpBlockdevName = "";          ///< device node of the whole device
+    std::vector<PartitionConfig> mPartition;  ///< its partitions, owned here
 
-    /// As PartitionConfig::DumpToKestrovaOstream, for the device and its partitions.
+    /// As PartitionConfig::DumpToKestrovaOstream(), for the device and its partitions.
+    /// @param stream where to; not null
     void DumpToKestrovaOstream(KestrovaOstream* stream) const;
 };
 
@@ -65,47 +67,58 @@ struct KESTROVA_EXPORT BlockdevConfig {
 /// Queries do not fail and do not log; what is not there is "", a null pointer or nothing appended.
 class KESTROVA_EXPORT BlockdeviceConfig {
 public:
-    /// Builds the built-in table.
+    /// Builds the built-in table; does not make it the instance.
     BlockdeviceConfig();
+    /// Leaves no instance, whichever table is destroyed.
     virtual ~BlockdeviceConfig();
     BlockdeviceConfig(const BlockdeviceConfig&) = delete;
     BlockdeviceConfig& operator=(const BlockdeviceConfig&) = delete;
 
     /// Builds the table, makes it the instance and logs its dump at level 2. When there already is
     /// an instance, that is reported as a failed assertion and the earlier one is replaced, not
-    /// freed. Returns the instance. Only allocation failure is thrown.
+    /// freed. Only allocation failure is thrown.
+    /// @return the new instance; owned here until DestroyInstance()
     static BlockdeviceConfig* CreateInstance();
-    /// The instance. When there is none, reports a failed assertion and returns null.
+    /// Reports a failed assertion when there is no instance.
+    /// @return the instance, or null
     static BlockdeviceConfig* GetInstance();
     /// Frees the instance. When there is none, reports a failed assertion.
     static void DestroyInstance();
 
-    /// Appends every partition whose usage equals `usage`, in the order of the table. `out` is not
-    /// cleared first.
+    /// Appends every partition of one usage, in the order of the table.
+    /// @param usage a PartitionUsage value, compared as a whole
+    /// @param out appended to, not cleared first
     void GetPartitionsByUsage(unsigned int usage, KestrovaVector<PartitionConfig*>* out);
-    /// The first data partition, or null.
+    /// @return the first data partition, or null
     PartitionConfig* GetDataPartition();
-    /// Mount directory of the first software partition, or "".
+    /// @return mount directory of the first software partition, or ""
     const char* GetSoftwarePartitionMountPoint();
-    /// Device node of the first software partition, or "".
+    /// @return device node of the first software partition, or ""
     const char* GetSoftwarePartitionMountDevice();
-    /// "xfs", "ext2", "ext3" or "ext4" as the first software partition has it, else "".
+    /// @return "xfs", "ext2", "ext3" or "ext4" as the first software partition has it, else ""
     const char* GetSoftwarePartitionFilesystem();
-    /// Device node of the first custom partition, or "". The built-in table has none.
+    /// @return device node of the first custom partition, or ""; the built-in table has none
     const char* GetCustomPartitionMountDevice();
-    /// Append the data partitions that hold settings, bulk data or temporary files.
+    /// Appends the data partitions that hold the settings store.
+    /// @param out appended to, not cleared first
     void GetSettingsLinuxDevices(KestrovaVector<PartitionConfig*>* out);
+    /// Appends the data partitions that hold bulk data.
+    /// @param out appended to, not cleared first
     void GetBulkLinuxDevices(KestrovaVector<PartitionConfig*>* out);
+    /// Appends the data partitions that hold temporary files.
+    /// @param out appended to, not cleared first
     void GetTempLinuxDevices(KestrovaVector<PartitionConfig*>* out);
     /// Appends the first software and the first custom partition: those to be left alone as
     /// devices.
+    /// @param out appended to, not cleared first
     void GetIgnoredLinuxDevices(KestrovaVector<PartitionConfig*>* out);
 
-    /// As PartitionConfig::DumpToKestrovaOstream, for the whole table.
+    /// As PartitionConfig::DumpToKestrovaOstream(), for the whole table and the instance's address.
+    /// @param stream where to; not null
     void DumpToKestrovaOstream(KestrovaOstream* stream) const;
 
 protected:
-    std::vector<BlockdevConfig> mBlockdevice;
+    std::vector<BlockdevConfig> mBlockdevice;  ///< the table
 
 private:
     KESTROVA_LOCAL PartitionConfig* firstByUsage(unsigned int usage);

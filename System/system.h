@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// The way in: bringing the system up and down, and the system object.
+/// @file
+/// The way in: bringing the system up and down, and the system object.
 #ifndef KESTROVA_SYSTEM_SYSTEM_H
 #define KESTROVA_SYSTEM_SYSTEM_H
 
@@ -16,24 +16,26 @@ class sysSuperUserUtils;
 class KESTROVA_EXPORT sysInterface {
 public:
     /// Makes the boot variables, the maintenance utilities and the partition table of the box and,
-    /// unless `minimal`, the drive manager, which detects the recording drive. Only allocation
+    /// unless minimal, the drive manager, which detects the recording drive. Only allocation
     /// failure is thrown; nothing stays behind then.
+    /// @param minimal true leaves the drive alone
     explicit sysInterface(bool minimal);
     /// Takes everything down again. Mounted file systems stay mounted.
     ~sysInterface();
     sysInterface(const sysInterface&) = delete;
     sysInterface& operator=(const sysInterface&) = delete;
 
-    /// Makes and starts the drive manager. Blocks for the detection of the drive.
+    /// Makes and starts the drive manager; call it only when there is none. Blocks for the
+    /// detection of the drive. In a minimal system termDVR() has to follow: nothing else frees it.
     void initDVR();
     /// Stops and frees the drive manager, if there is one. Blocks until the drive's worker, if any,
     /// has ended.
     void termDVR();
 
     bool mMinimal;  ///< without drive handling; fixed for the object's life
-    sysBootVarsManager* mpBootVarsManager = nullptr;
-    sysSuperUserUtils* mpSuperUserUtils = nullptr;
-    sysDriveManager* mpDriveManager = nullptr;  ///< null without drive handling
+    sysBootVarsManager* mpBootVarsManager = nullptr;  ///< boot variables, never null
+    sysSuperUserUtils* mpSuperUserUtils = nullptr;    ///< maintenance, never null
+    sysDriveManager* mpDriveManager = nullptr;        ///< null without drive handling
 
 private:
     KESTROVA_LOCAL void freeObjects();
@@ -52,14 +54,18 @@ KESTROVA_EXPORT void SystemMinimalInit();
 /// Takes the system down; does nothing when it is not up. Not while another thread uses it.
 KESTROVA_EXPORT void SystemTerm();
 
-/// The system object; null before the start and after the end. Owned by the library.
+/// The way to everything that the library owns. Does not block.
+/// @return the system object; null before the start and after the end; owned by the library
 KESTROVA_EXPORT sysInterface* getSystem();
 
-/// Memory for a download, `size` bytes, to be freed with download_free(). Throws std::bad_alloc (or
-/// std::bad_array_new_length for a negative size) when there is none.
+/// Memory for a download. Throws std::bad_alloc (or std::bad_array_new_length for a negative size)
+/// when there is none. Any thread.
+/// @param size bytes
+/// @return the memory, not cleared; the caller's, to be freed with download_free()
 KESTROVA_EXPORT void* download_allocate(int size);
 
-/// Frees memory of download_allocate(); a null pointer is ignored.
+/// Frees memory of download_allocate(). Any thread.
+/// @param memory a null pointer is ignored
 KESTROVA_EXPORT void download_free(void* memory);
 
 /// Kept for clients; -1 at first. The library neither reads nor writes it.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// The verbosity of the library, set by the application.
+/// @file
+/// The verbosity of the library, set by the application.
 #ifndef KESTROVA_BASE_OUTPUTLEVEL_H
 #define KESTROVA_BASE_OUTPUTLEVEL_H
 

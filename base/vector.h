@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+/// @file
+/// The array type of the queries.
 #ifndef KESTROVA_BASE_VECTOR_H
 #define KESTROVA_BASE_VECTOR_H
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// The boot variables: named texts that survive a reboot and are shared with the boot stage.
+/// @file
+/// The boot variables: named texts that survive a reboot and are shared with the boot stage.
 #ifndef KESTROVA_SYSTEM_BOOTVARSMANAGER_SYSBOOTVARSMANAGER_H
 #define KESTROVA_SYSTEM_BOOTVARSMANAGER_SYSBOOTVARSMANAGER_H
 
@@ -16,30 +16,51 @@
 /// setting operation waits until all is on the disk.
 ///
 /// Threads: no lock. Any thread may call, one at a time: of two writers that overlap one update can
-/// be lost. What goes wrong is logged at level 1; only allocation failure is thrown.
+/// be lost. What is done and what goes wrong is logged at level 1, and a mount or unmount that
+/// fails by perror; only allocation failure is thrown.
 class KESTROVA_EXPORT sysBootVarsManager {
 public:
-    /// Appends every variable in the order of the names, name and value at the same index. Always
-    /// true; without a valid environment nothing is appended. The vectors are not cleared first.
+    /// Appends every variable in the order of the names, name and value at the same index; nothing
+    /// without a valid environment.
+    /// @param names appended to, not cleared first
+    /// @param values appended to, not cleared first
+    /// @return true always
     bool getVarList(KestrovaVector<std::string>& names, KestrovaVector<std::string>& values);
 
-    /// Copies a variable's text into a buffer of `size` bytes; cut to fit, always terminated.
-    /// False, with the buffer untouched, when there is none or the environment cannot be read.
+    /// Copies a variable's text.
+    /// @param name exact name; null names none
+    /// @param[out] buf the text, cut to fit and terminated; untouched on failure
+    /// @param size room in it, in bytes
+    /// @return false when there is no such variable or the environment cannot be read
     bool getVarS(const char* name, char* buf, int size);
 
-    /// Decodes a binary variable into a buffer and gives its length in bytes. False when there is
-    /// none, when it is not base64, or when it is too large: its text must be shorter than twice
-    /// `max` bytes and its bytes must fit `max`. The length is then untouched.
+    /// Decodes a binary variable (base64, RFC 4648).
+    /// @param name exact name; null names none
+    /// @param[out] length how many bytes were decoded; untouched on failure
+    /// @param[out] buf the bytes
+    /// @param max room in it, in bytes
+    /// @return false when there is none, when it is not base64, or when it is too large: its text
+    /// must be shorter than twice `max` bytes and its bytes must fit `max`
     bool getVarB(const char* name, unsigned& length, unsigned char* buf, unsigned max);
 
-    /// Sets a variable and saves all of them. An empty or null value removes it. True when it is on
-    /// the disk; after a failure or a power cut the variables are the old or the new ones, whole.
+    /// Sets a variable and saves all of them. After a failure or a power cut the variables are the
+    /// old or the new ones, whole. All of them must fit a file of 65536 bytes; standard error tells
+    /// when they do not.
+    /// @param name exact name; null fails
+    /// @param value its text; empty or null removes the variable
+    /// @return true when it is on the disk
     bool setVarS(const char* name, const char* value);
 
-    /// Sets a variable to bytes, stored as base64 text; as setVarS().
+    /// Sets a variable to bytes, stored as base64 text (RFC 4648); otherwise as setVarS().
+    /// @param name as there
+    /// @param data the bytes
+    /// @param length how many; 0 removes the variable
+    /// @return as there
     bool setVarB(const char* name, const unsigned char* data, unsigned length);
 
-    /// Removes a variable; as setVarS().
+    /// Removes a variable; otherwise as setVarS(). True also when there was none.
+    /// @param name as there
+    /// @return as there
     bool clearVar(const char* name);
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// Decides whether the box has a recording drive, and owns it.
+/// @file
+/// Decides whether the box has a recording drive, and owns it.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_DRIVEMANAGER_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_DRIVEMANAGER_H
 
@@ -13,8 +13,9 @@
 /// up and down; the two queries may be called from any thread while it is started.
 class KESTROVA_EXPORT sysDriveManager {
 public:
+    /// Not started, no drive.
     sysDriveManager();
-    /// Stops.
+    /// As stop().
     ~sysDriveManager();
     sysDriveManager(const sysDriveManager&) = delete;
     sysDriveManager& operator=(const sysDriveManager&) = delete;
@@ -26,10 +27,10 @@ public:
     /// drive stops it first. Blocks until the drive's worker, if any, has ended.
     void stop();
 
-    /// True when started and there is a recording drive.
+    /// @return true when started and there is a recording drive
     bool hasDVRDrive() const { return mStarted && mDVRDrive != nullptr; }
-    /// The recording drive, or null when there is none or the manager is not started. Owned here,
-    /// valid until stop().
+    /// @return the recording drive, or null when there is none or the manager is not started; owned
+    /// here, valid until stop()
     sysDVRDrive* getDVRDrive() const { return mStarted ? mDVRDrive : nullptr; }
 
     /// Looks for the drive and keeps it when its init() succeeds; otherwise logs at level 1 "No DVR

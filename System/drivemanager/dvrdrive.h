@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// The recording drive: the disk "/dev/sda" with its storage and data partitions.
+/// @file
+/// The recording drive: the disk "/dev/sda" with its storage and data partitions.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_DVRDRIVE_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_DVRDRIVE_H
 
@@ -30,6 +30,7 @@
 /// Failures are told by the result and by the status eStError; only allocation failure is thrown.
 class KESTROVA_EXPORT sysDVRDrive : public sysHardDrive {
 public:
+    /// Where the drive stands. Operations are refused in states that they do not name.
     enum Status {
         eStNone = 0,          ///< not initialised, or shut
         eStError = 1,         ///< the last operation failed
@@ -40,49 +41,61 @@ public:
         eStStarted = 6,       ///< file systems mounted
     };
 
+    /// Status eStNone; touches no disk.
     sysDVRDrive();
     /// Waits for a worker; unmounts nothing.
     ~sysDVRDrive() override;
 
     using sysHardDrive::init;
-    /// Forgets the partitions, status eStNone; always true. What is mounted stays mounted.
+    /// Forgets the partitions, status eStNone. What is mounted stays mounted.
+    /// @return true always
     bool shut() override;
     /// Identifies "/dev/sda", finds the two partitions by file system and label, and unmounts them.
-    /// The status is then eStReady or eStNotFormatted. False with status eStError when there is no
-    /// such drive or one of them is mounted and busy (logged at level 1). When the partition table
-    /// of the box names no settings partition, the drive's delayed standby is armed.
+    /// The status is then eStReady or eStNotFormatted. When the partition table of the box names no
+    /// settings partition, the drive's delayed standby is armed.
+    /// @return false, with status eStError, when there is no such drive or one of the two is
+    /// mounted and busy (logged at level 1)
     virtual bool init();
 
-    /// Starts formatting: partition 1 as "DVRData", then partition 0 as "DVRStorage". True when
-    /// the worker runs, status eStFormatting; it ends in eStReady when the storage partition was
-    /// formatted, else in eStError. False from eStNone, eStFormatting, eStStarting and eStStarted,
-    /// and when there can be no thread; the status stays eStFormatting then until init() or shut().
-    /// After a failure on the data partition the status is eStError while the storage partition is
-    /// still being formatted: stop(), which is refused in that state, returns when the worker has
-    /// ended. All data of the two partitions are lost. Labels and types that init() read do not
-    /// change.
+    /// Starts formatting: partition 1 as "DVRData", then partition 0 as "DVRStorage". The worker
+    /// ends in eStReady when the storage partition was formatted, else in eStError. After a failure
+    /// on the data partition the status is eStError while the storage partition is still being
+    /// formatted: stop(), which is refused in that state, returns when the worker has ended. All
+    /// data of the two partitions are lost. Labels and types that init() read do not change.
+    /// @return true when the worker runs, status eStFormatting; false from eStNone, eStFormatting,
+    /// eStStarting and eStStarted, and when there can be no thread: the status stays eStFormatting
+    /// then until init() or shut()
     bool initialize();
-    /// Starts mounting, from eStReady. True when the worker runs, status eStStarting; it ends in
-    /// eStStarted, or in eStError with what could be mounted still mounted. False otherwise, logged
-    /// at level 1 with status and partition; when there can be no thread, by perror.
+    /// Starts mounting, from eStReady. The worker ends in eStStarted, or in eStError with what
+    /// could be mounted still mounted.
+    /// @return true when the worker runs, status eStStarting; false from other states, logged at
+    /// level 1 with status and partition, and when there can be no thread, told by perror: the
+    /// status stays eStStarting then until init() or shut()
     bool start();
-    /// Unmounts both file systems, from eStStarted; true with status eStReady. False from other
-    /// states, and with status eStError when one was busy. Blocks until all is written.
+    /// Unmounts both file systems, from eStStarted. Blocks until all is written.
+    /// @return true with status eStReady; false from other states, which stay, and with status
+    /// eStError when one was busy
     bool stop();
 
-    /// The status, and the progress of what runs in per cent: 100 when nothing does, 0 while
-    /// starting, 5, 30, 60 or 90 while formatting. Either pointer may be null.
+    /// Tells status and progress, both of the same moment.
+    /// @param[out] status may be null
+    /// @param[out] progress of what runs, in per cent: 100 when nothing does, 0 while starting, 5,
+    /// 30, 60 or 90 while formatting; may be null
     void getStatus(Status* status, int* progress);
-    /// Stores a status.
+    /// Stores a status; does nothing else.
+    /// @param status the new one
     void setStatus(Status status);
 
-    /// Block size in bytes, free and total space in MiB, of the data partition if there is one,
-    /// else of the storage partition; 0 while it is not mounted.
+    /// @return block size in bytes of the data partition if there is one, else of the storage
+    /// partition; 0 while that is not mounted
     unsigned int blockSize();
+    /// @return free space in MiB of the partition that blockSize() tells of; 0 as there
     unsigned int freeMB();
+    /// @return total space in MiB of the partition that blockSize() tells of; 0 as there
     unsigned int totalMB();
 
-    /// Model text of the drive; valid until the next init(), and not to be asked for beside one.
+    /// @return model text of the drive; valid until the next init(), and not to be asked for beside
+    /// one
     const char* model() const { return mModel.c_str(); }
 
 private:

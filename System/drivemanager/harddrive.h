@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// One physical disk: identity, size, partitions, standby.
+/// @file
+/// One physical disk: identity, size, partitions, standby.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_HARDDRIVE_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_HARDDRIVE_H
 
@@ -13,17 +13,22 @@
 
 extern "C" {
 
-/// Size of a block device in bytes; 0 on failure. The node is opened for reading and writing.
-/// Reports perror "Error opening" when it cannot be opened, and prints "GetSize" to standard output
-/// when the kernel (ioctl BLKGETSIZE64, <linux/fs.h>) does not tell; the descriptor stays open
-/// then. Does not block for long.
+/// Size of a block device. Reports perror "Error opening" when it cannot be opened, and prints
+/// "GetSize" to standard output when the kernel (ioctl BLKGETSIZE64, `linux/fs.h`) does not tell;
+/// the descriptor stays open then. Does not block for long.
+/// @param device its node, opened for reading and writing
+/// @return bytes; 0 on failure
 KESTROVA_EXPORT long long get_blk_capacity(const char* device);
 
-/// Asks an open device who it is: ATA identify data (ioctl HDIO_GET_IDENTITY, <linux/hdreg.h>), or
-/// else SCSI INQUIRY (ioctl SG_IO, <scsi/sg.h>; at most 3 s). Writes the model and the serial
-/// number as terminated texts, cut to the sizes of the buffers in bytes; padding blanks are kept. A
-/// SCSI device has no serial text. Returns 0, or -1 when the device answers neither; the buffers
-/// are then untouched. Logs nothing.
+/// Asks an open device who it is: ATA identify data (ioctl HDIO_GET_IDENTITY, `linux/hdreg.h`), or
+/// else SCSI INQUIRY (ioctl SG_IO, `scsi/sg.h`; at most 3 s). The texts are terminated and cut to
+/// the buffers; padding blanks are kept. Logs nothing.
+/// @param fd the open device
+/// @param[out] model model text
+/// @param modelSize room in it, in bytes
+/// @param[out] serial serial number; empty for a SCSI device
+/// @param serialSize room in it, in bytes
+/// @return 0; -1 with the buffers untouched when the device answers neither
 KESTROVA_EXPORT int get_drive_model(int fd, char* model, std::size_t modelSize, char* serial,
                                     std::size_t serialSize);
 }
@@ -35,27 +40,34 @@ KESTROVA_EXPORT int get_drive_model(int fd, char* model, std::size_t modelSize, 
 /// result; only allocation failure is thrown.
 class KESTROVA_EXPORT sysHardDrive {
 public:
+    /// No disk, no partitions.
     sysHardDrive();
     /// Frees the partitions; unmounts nothing.
     virtual ~sysHardDrive();
     sysHardDrive(const sysHardDrive&) = delete;
     sysHardDrive& operator=(const sysHardDrive&) = delete;
 
-    /// Identifies the drive at a node below "/dev/" and lists its partitions; logs what it found at
-    /// level 1. False for another name, and when the node cannot be opened for reading and writing,
-    /// the drive does not tell who it is, or it has no size.
+    /// Identifies a drive and lists its partitions; logs what it found at level 1.
+    /// @param device its node, below "/dev/"
+    /// @return false for another name or null, and when the node cannot be opened for reading and
+    /// writing, the drive does not tell who it is, or it has no size
     virtual bool init(const char* device);
-    /// Forgets the partitions; always true. What is mounted stays mounted.
+    /// Forgets the partitions. What is mounted stays mounted.
+    /// @return true always
     virtual bool shut();
 
-    /// How many partitions the partition table lists.
+    /// @return how many partitions the partition table lists
     int numPartitions() const { return static_cast<int>(mPartitions.size()); }
-    /// The partition at an index from 0, in the order of the partition table; null beyond them.
-    /// Owned by the drive, and valid until its partitions are scanned again or forgotten.
+    /// One partition, in the order of the partition table.
+    /// @param index from 0
+    /// @return null when there is none; owned by the drive, and valid until its partitions are
+    /// scanned again or forgotten
     sysPartition* getPartition(int index);
 
-    /// Adds a partition by its node, size in bytes and type byte, when sysPartition::init() accepts
-    /// it; otherwise nothing changes.
+    /// Adds a partition when sysPartition::init() accepts it; otherwise nothing changes.
+    /// @param path its node
+    /// @param capacity its size in bytes
+    /// @param type the partition table's type byte
     void addPartition(const char* path, unsigned long long capacity, int type);
     /// Frees all partition objects.
     void delPartitions();
@@ -63,29 +75,34 @@ public:
     /// list is empty and "waitpid failed" is logged.
     void scanPartitions();
 
-    /// Writes a new partition table with up to four primary partitions and rebuilds the list.
-    /// `sizes` points to four sizes in MB: -1 is the rest of the disk and the last partition, any
-    /// other size of 0 or below ends the table. True when "/sbin/sfdisk" ends with status 0. All
+    /// Writes a new partition table with up to four primary partitions and rebuilds the list. All
     /// data of the drive are lost. On a sysDVRDrive call shut() before and init() after it.
+    /// @param sizes four sizes in MB of 2048 sectors: -1 is the rest of the disk and the last
+    /// partition, any other size of 0 or below ends the table; read only
+    /// @return true when "/sbin/sfdisk" ends with status 0
     bool partitionCustom(int* sizes);
-    /// One partition over the whole disk; as partitionCustom().
+    /// One partition over the whole disk; otherwise as partitionCustom().
+    /// @return as there
     bool partitionOneBig();
 
-    /// Sends the drive to standby now and after every 120 s of idle time; true when both commands
-    /// succeeded. Writes everything buffered first.
+    /// Sends the drive to standby now and after every 120 s of idle time ("/sbin/hdparm -S24", then
+    /// "-y"). Writes everything buffered first, and logs at level 1.
+    /// @return true when both commands succeeded
     bool spinDown();
-    /// Sends the drive to standby after every 120 s of idle time; true when the command succeeded.
+    /// Sends the drive to standby after every 120 s of idle time ("/sbin/hdparm -S24"). Writes
+    /// everything buffered first, and logs at level 1.
+    /// @return true when the command succeeded
     bool spinDownDelayed();
-    /// Wakes the drive and switches its standby timer off. False when it cannot be opened; the
-    /// result of the command is not looked at.
+    /// Wakes the drive by a read and switches its standby timer off ("/sbin/hdparm -S0").
+    /// @return false when it cannot be opened; the result of the command is not looked at
     bool spinUp();
 
 protected:
-    std::string mDevice;
-    std::string mModel;
-    std::string mSerial;
-    std::vector<sysPartition*> mPartitions;
-    unsigned long long mCapacity = 0;
+    std::string mDevice;                     ///< node; empty until init() succeeds
+    std::string mModel;                      ///< model, "Unknown Drive" when the drive tells none
+    std::string mSerial;                     ///< serial number, "N/A" when the drive tells none
+    std::vector<sysPartition*> mPartitions;  ///< owned, in the order of the partition table
+    unsigned long long mCapacity = 0;        ///< size of the drive in bytes
 
 private:
     KESTROVA_LOCAL bool identify(const char* device);

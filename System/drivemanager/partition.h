@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// One partition of a hard drive: its file system, its mount state, formatting and checking.
+/// @file
+/// One partition of a hard drive: its file system, its mount state, formatting and checking.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_PARTITION_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_PARTITION_H
 
@@ -21,12 +21,14 @@
 /// it says so by a message at level 1 or by perror.
 class KESTROVA_EXPORT sysPartition {
 public:
+    /// File systems that are recognised by their superblocks.
     enum FSType {
-        eFsUnknown = 0,
-        eFsExt3 = 1,  ///< ext2 or ext3
-        eFsXfs = 2,
+        eFsUnknown = 0,  ///< none of these
+        eFsExt3 = 1,     ///< ext2 or ext3
+        eFsXfs = 2,      ///< XFS
     };
 
+    /// No partition until init().
     sysPartition();
     /// Does not unmount.
     virtual ~sysPartition();
@@ -34,69 +36,91 @@ public:
     sysPartition& operator=(const sysPartition&) = delete;
 
     /// Takes over a partition and recognises its file system from the superblock on the device.
-    /// `path` is the device node; when there is none of that name and the name ends in 'p' and a
-    /// digit, the same name ending in "-part" and the digit is tried. `capacity` is in bytes;
-    /// `type` is the partition table's type byte. Only type 0x83 (Linux) is read from the device.
-    /// True also for a partition without a known file system. False when the node does not exist
-    /// or cannot be opened, which is logged with its name. Blocks while the device is read.
+    /// Blocks while the device is read.
+    /// @param path device node; when there is none of that name and the name ends in 'p' and a
+    /// digit, the same name ending in "-part" and the digit is tried
+    /// @param capacity size in bytes
+    /// @param type the partition table's type byte; only type 0x83 (Linux) is read from the device
+    /// @return true also for a partition without a known file system; false when the node does not
+    /// exist or cannot be opened, which is logged at level 1 with its name
     bool init(const char* path, unsigned long long capacity, int type);
 
-    /// Device node, as init() found it. Valid as long as the object.
+    /// @return device node, as init() found it; valid until the next init()
     const char* path() const { return mPath.c_str(); }
-    /// Size in bytes as given to init().
+    /// @return size in bytes as given to init()
     unsigned long long capacity() const { return mCapacity; }
-    /// Partition table's type byte as given to init().
+    /// @return partition table's type byte as given to init()
     int type() const { return mType; }
-    /// What init() recognised. Formatting does not change it.
+    /// @return what init() recognised; formatting does not change it
     FSType fileSystemType() const { return mFsType; }
-    /// Volume label that init() read, or null when it is empty. Valid until the next init().
+    /// @return volume label that init() read, or null when it is empty; valid until the next init()
     const char* label() const { return mLabel.empty() ? nullptr : mLabel.c_str(); }
-    /// Directory where it is known to be mounted, or null. Valid until the next operation.
+    /// @return directory where it is known to be mounted, or null; valid until the next operation
     const char* mountpoint() const { return mMountPoint.empty() ? nullptr : mMountPoint.c_str(); }
 
-    /// True when /proc/mounts lists the device; mountpoint() is then the directory of its first
-    /// entry. False otherwise, with mountpoint() as it was. Quick, does not touch the device.
+    /// Looks the device up in /proc/mounts. Quick, does not touch the device.
+    /// @return true when it is listed: mountpoint() is then the directory of its first entry; false
+    /// otherwise, with mountpoint() as it was
     bool isMounted();
 
-    /// Mounts on the directory by running "/bin/mount" through the shell, with "-t ext3", "-t xfs"
-    /// or no type, and with `options` behind -o unless they are null or empty. True at once when it
-    /// is already mounted there; when it is mounted elsewhere it is unmounted first. The texts go
-    /// to the shell as they are. False when that or the mount failed (logged, and perror "Mount
-    /// Failure"). Blocks for as long as the mount takes.
+    /// Mounts it by running "/bin/mount" through the shell, which is given the texts as they are.
+    /// When it is mounted elsewhere it is unmounted first. Blocks for as long as the mount takes.
+    /// @param dir directory; null fails
+    /// @param fs "-t ext3", "-t xfs" or, for eFsUnknown, no type
+    /// @param options what comes behind -o; null or empty for no -o
+    /// @return true when mounted, at once when it already was there; false when it could not be
+    /// unmounted, as unmount() tells, or not be mounted (logged at level 1, and perror "Mount
+    /// Failure")
     bool mount(const char* dir, FSType fs, const char* options);
+    /// As mount(), as XFS.
+    /// @param dir as there
+    /// @param options as there
+    /// @return as there
     bool xfs_mount(const char* dir, const char* options) { return mount(dir, eFsXfs, options); }
+    /// As mount(), as ext3.
+    /// @param dir as there
+    /// @param options as there
+    /// @return as there
     bool ext3_mount(const char* dir, const char* options) { return mount(dir, eFsExt3, options); }
 
-    /// Unmounts it. False when it is not mounted (logged) or the kernel refuses (perror "Umount
-    /// failure"), as it does while a file is open. Blocks until what is buffered is written.
+    /// Unmounts it. Blocks until what is buffered is written.
+    /// @return false when it is not mounted (logged at level 1) or the kernel refuses (perror
+    /// "Umount failure"), as it does while a file is open
     bool unmount();
 
-    /// Total and free bytes of the mounted file system, the blocks reserved for root counted as
-    /// free. 0 when it is not known to be mounted, cannot be measured, or has a figure that does
-    /// not fit 32 bits, as the 32-bit statfs fails then.
+    /// @return size of the mounted file system in bytes; 0 when it is not known to be mounted,
+    /// cannot be measured, or has a figure that does not fit 32 bits, as the 32-bit statfs fails
+    /// then
     unsigned long long fsCapacity() const;
+    /// @return free bytes of the mounted file system, the blocks reserved for root among them; 0 as
+    /// fsCapacity()
     unsigned long long fsFree() const;
-    /// Block size of the mounted file system in bytes; 0 as above.
+    /// @return block size of the mounted file system in bytes; 0 as fsCapacity()
     unsigned int fsBlockSize() const;
 
-    /// Makes an ext3 file system with this volume label: no blocks reserved for root, one inode per
-    /// 2 MiB. True when "/sbin/mkfs.ext3" ends with status 0. Destroys what is there; does not test
-    /// whether it is mounted. Blocks until the tool has ended, at nice 10.
+    /// Makes an ext3 file system: no blocks reserved for root, one inode per 2 MiB. Destroys what
+    /// is there; does not test whether it is mounted. Blocks until the tool has ended, at nice 10.
+    /// @param label volume label, given to the tool as it is; ext3 has room for 16 bytes
+    /// @return true when "/sbin/mkfs.ext3" ends with status 0
     bool ext3_format(const char* label);
-    /// Progress of the running or last ext3_format(), in thousandths of a per cent, 0 to 100000;
-    /// it ends at 100000 also on failure. Any thread may ask.
+    /// Any thread may ask.
+    /// @return progress of the running or last ext3_format(), in thousandths of a per cent, 0 to
+    /// 100000; it ends at 100000 also when the tool failed
     int ext3_format_progress() const { return mFormatProgress.load(std::memory_order_relaxed); }
 
-    /// Makes an XFS file system with this label, over whatever is there. True when "/sbin/mkfs.xfs"
-    /// ends with status 0; its output is logged at level 1. Otherwise as ext3_format(); there is no
-    /// progress value.
+    /// Makes an XFS file system, over whatever is there; the tool's output is logged at level 1.
+    /// Otherwise as ext3_format(); there is no progress value.
+    /// @param label volume label, given to the tool as it is; XFS has room for 12 bytes
+    /// @return true when "/sbin/mkfs.xfs" ends with status 0
     bool xfs_format(const char* label);
 
-    /// Checks and repairs an ext3 file system with "/sbin/fsck.ext3 -p". True when the tool ends
-    /// with status 0, or at once, with nothing run, when the partition is mounted. Status 1, errors
-    /// corrected, is false too. Blocks until the tool has ended, at nice 10.
+    /// Checks and repairs an ext3 file system with "/sbin/fsck.ext3 -p". Blocks until the tool has
+    /// ended, at nice 10.
+    /// @return true when the tool ends with status 0, or at once, with nothing run, when the
+    /// partition is mounted; status 1, errors corrected, is false too
     bool ext3_fscheck();
-    /// Progress of the running or last ext3_fscheck(), as ext3_format_progress().
+    /// Any thread may ask.
+    /// @return progress of the running or last ext3_fscheck(), as ext3_format_progress()
     int ext3_fscheck_progress() const { return mCheckProgress.load(std::memory_order_relaxed); }
 
 private:

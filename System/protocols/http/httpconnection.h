@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// A blocking HTTP/1.0 client connection.
+/// @file
+/// A blocking HTTP/1.0 client connection (RFC 1945).
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPCONNECTION_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPCONNECTION_H
 
@@ -24,25 +24,34 @@ class KESTROVA_EXPORT HTTPConnection {
 public:
     /// No socket.
     HTTPConnection() = default;
+    /// As Close().
     ~HTTPConnection() { Close(); }
     HTTPConnection(const HTTPConnection&) = delete;
     HTTPConnection& operator=(const HTTPConnection&) = delete;
 
     /// Resolves the host and connects to its first IPv4 address, after closing an earlier socket.
-    /// True when connected. After a failure there may still be a socket.
+    /// After a failure there may still be a socket.
+    /// @param url where to; not changed
+    /// @return true when connected
     bool connectToServer(httpURL& url);
 
-    /// Sends the request for an address and reads the reply's header into `hdr`; true when its
-    /// status is 200, and the body is then ready for Read(). After a failure `hdr` holds what was
-    /// read, and there may still be a socket. True as well, with `hdr` as it was, when the request
-    /// could not be sent: the first Read() then tells.
+    /// Sends the request for an address and reads the reply's header. After a failure there may
+    /// still be a socket.
+    /// @param url an "http://" address, as httpURL::parse() takes it
+    /// @param[out] hdr the header; after a failure what was read of it
+    /// @return true when the status is 200: the body is then ready for Read(). True as well, with
+    /// `hdr` as it was, when the request could not be sent: the first Read() then tells
     bool Open(const char* url, HTTPReplyHeader& hdr);
     /// The same without keeping the header.
+    /// @param url as there
+    /// @return as there
     bool Open(const char* url);
 
-    /// Receives up to `len` bytes of the body into `buf` with one recv(). Returns how many bytes,
-    /// 0 at the end, negative on an error or after 30 s without a byte; errno tells which. Logs
-    /// nothing.
+    /// Receives some of the body with one recv(). Logs nothing.
+    /// @param[out] buf the bytes
+    /// @param len room in it, in bytes
+    /// @return how many bytes came; 0 at the end; negative on an error or after 30 s without a
+    /// byte, errno tells which
     int Read(void* buf, unsigned int len);
 
     /// Shuts the socket down and closes it; does nothing when there is none. No cancellation point.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// The header of an HTTP reply, read from a socket.
+/// @file
+/// The header of an HTTP reply, read from a socket.
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPREPLYHEADER_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPREPLYHEADER_H
 
@@ -26,32 +26,44 @@ public:
     /// Nothing read: version and code 0, no reason, no fields.
     HTTPReplyHeader() = default;
 
-    /// Reads one line, ended by CR LF, into `buf` of at least kLineSize bytes: without the CR LF
-    /// and terminated. A lone LF ends no line. False on a NUL byte and when kLineSize bytes have
-    /// passed without an end; what is in `buf` is then not terminated.
+    /// Reads one line, ended by CR LF. A lone LF ends no line.
+    /// @param fd a connected socket
+    /// @param[out] buf at least kLineSize bytes: the line without the CR LF, terminated; after a
+    /// failure not terminated
+    /// @return false when reading ends, on a NUL byte, and when kLineSize bytes have passed without
+    /// an end
     bool readHeaderLine(int fd, char* buf);
     /// Forgets the fields, then reads the status line. A code that was read stays also when what
     /// follows it is refused.
+    /// @param fd a connected socket
+    /// @return true when the line is good
     bool readRequestLine(int fd);
     /// Reads field lines, up to and with the empty line. There are no continuation lines.
+    /// @param fd a connected socket
+    /// @return true when the empty line was reached
     bool readEntityLines(int fd);
-    /// Reads the whole header; true when both parts are good.
+    /// Reads the whole header.
+    /// @param fd a connected socket
+    /// @return true when both parts are good
     bool readHeader(int fd);
 
-    /// The value of the field with exactly this name; "" when there is none. A name that is missing
-    /// is entered with an empty value, as the index operator of a map does.
+    /// Looks a field up. A name that is missing is entered with an empty value, as the index
+    /// operator of a map does.
+    /// @param name the exact name; case counts
+    /// @return the value; "" when there is none
     std::string getValue(std::string name);
-    /// The number in the first field, in the order of the names, that is called "Content-Length" in
-    /// any case: decimal, cut to the range of 32 bits, 0 when it is no number or there is no field.
+    /// @return the number in the first field, in the order of the names, that is called
+    /// "Content-Length" in any case: decimal, cut to the range of 32 bits; 0 when it is no number
+    /// or there is no field
     int contentSize() const;
     /// Does nothing.
     void print();
 
-    /// 1 for "HTTP/1.0", 2 for "HTTP/1.1", 0 before one is read.
+    /// @return 1 for "HTTP/1.0", 2 for "HTTP/1.1", 0 before one is read.
     int version() const { return mVersion; }
-    /// The status code, cut to the range of 32 bits; 0 before one is read.
+    /// @return the status code, cut to the range of 32 bits; 0 before one is read
     int code() const { return mCode; }
-    /// What follows the status code and one space.
+    /// @return what follows the status code and one space; valid until the next status line
     const std::string& reason() const { return mReason; }
 
 private:

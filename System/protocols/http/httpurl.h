@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// An "http://" address and the request for it.
+/// @file
+/// An "http://" address and the request for it.
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPURL_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPURL_H
 
@@ -22,21 +22,23 @@ public:
     /// No address, and port 80.
     void reset();
 
-    /// Takes an address apart; true on success. "http://" may have any case. False leaves the
-    /// object as it was when the text is null or begins otherwise, and reset when there is no path
-    /// or the port is no number from 0 to 65535. The host may be empty ("http:///x"); there is then
-    /// no request for it.
+    /// Takes an address apart. The host may be empty ("http:///x"); there is then no request for
+    /// it.
+    /// @param text the address; "http://" may have any case
+    /// @return false with the object as it was when the text is null or begins otherwise, and with
+    /// the object reset when there is no path or the port is no number from 0 to 65535
     bool parse(const char* text);
 
-    /// The text of an HTTP/1.0 GET request (RFC 1945) with its Host line and its empty line; empty
-    /// when there is no host. The path goes into it exactly as written.
+    /// @return the text of an HTTP/1.0 GET request (RFC 1945) with its Host line and its empty
+    /// line, the path exactly as written; empty when there is no host
     std::string createRequest() const;
 
-    /// The host name or dotted address, exactly as written.
+    /// @return the host name or dotted address, exactly as written; valid until the next parse()
     const std::string& host() const { return mHost; }
-    /// The TCP port, in host byte order.
+    /// @return the TCP port, in host byte order
     std::uint16_t port() const { return mPort; }
-    /// Everything from the first '/' after the host on, with any query.
+    /// @return everything from the first '/' after the host on, with any query; valid until the
+    /// next parse()
     const std::string& path() const { return mPath; }
 
 private:

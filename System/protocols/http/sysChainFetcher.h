@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// Fetches small documents one after the other, each as a whole.
+/// @file
+/// Fetches small documents one after the other, each as a whole.
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSCHAINFETCHER_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSCHAINFETCHER_H
 
@@ -19,17 +19,20 @@ class HTTPConnection;
 /// Called in the worker thread, once for every entry that was taken from the queue, while the lock
 /// of the fetcher is held: it must not call the fetcher.
 ///
-/// `ok` tells whether the document came whole; what it means is told at sysChainFetcher. `id` is
-/// the caller's own. `contentType` is the "Content-Type" of the reply, spelt exactly so, or "".
-/// `data` are `length` bytes, not terminated; after a failure what the last attempt has read. All
-/// pointers are valid during the call only. `user` is what was given to setCallback().
+/// All pointers are valid during the call only.
+/// @param ok whether the document came whole; what that means is told at sysChainFetcher
+/// @param id the caller's own
+/// @param contentType the "Content-Type" of the reply, spelt exactly so, or ""
+/// @param data the bytes, not terminated; after a failure what the last attempt has read
+/// @param length how many
+/// @param user what was given to setCallback()
 using sysChainFetcherCallback = void (*)(bool ok, unsigned int id, const char* contentType,
                                          char* data, int length, void* user);
 
 /// One queued request.
 struct sysChainFetcherQEntry {
-    unsigned int mId;
-    std::string mUrl;
+    unsigned int mId;  ///< the caller's own
+    std::string mUrl;  ///< address
 };
 
 /// Downloads queued documents of less than 20480 bytes in the order in which they were queued, in
@@ -55,9 +58,14 @@ public:
     sysChainFetcher(const sysChainFetcher&) = delete;
     sysChainFetcher& operator=(const sysChainFetcher&) = delete;
 
-    /// Null is none: entries are then taken from the queue and fetched all the same.
+    /// Sets who is called from the next entry on. Without a callback entries are taken from the
+    /// queue and fetched all the same.
+    /// @param callback null for none
+    /// @param user handed back with every call; not owned
     void setCallback(sysChainFetcherCallback callback, void* user);
-    /// Queues a request; the text is copied. Null counts as "", which cannot be fetched.
+    /// Queues a request.
+    /// @param id handed back with the document; need not be unique
+    /// @param url copied; null counts as "", which cannot be fetched
     void pushUrl(unsigned int id, const char* url);
     /// Drops every waiting entry; not the one that is being fetched.
     void flush();

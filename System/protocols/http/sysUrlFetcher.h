@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// Fetches one document at a time, in a thread of its own, as a stream of pieces.
+/// @file
+/// Fetches one document at a time, in a thread of its own, as a stream of pieces.
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSURLFETCHER_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSURLFETCHER_H
 
@@ -23,16 +23,18 @@ enum sysUrlFetcherCode {
     eUrlFetchDone = 5,        ///< the end of the stream, or the announced length, was reached
 };
 
-/// Called in the worker thread, which cannot be cancelled meanwhile.
-///
-/// `data` and `length` are the piece, for eUrlFetchData only, valid during the call; otherwise null
-/// and 0. `received` is how many bytes came so far, this piece included; it wraps beyond 2 GiB.
-/// `total` is the "Content-Length" of the reply, spelt exactly so and cut to the range of 32 bits;
-/// 0 when the reply has none. Both are 0 for eUrlFetchOpenFailed and eUrlFetchCancelled. `user` is
-/// what was given to setCallback().
-///
-/// False after eUrlFetchHeader or eUrlFetchData stops the download, which eUrlFetchCancelled then
-/// confirms; otherwise the result is not looked at. Must not call the fetcher that called it.
+/// Called in the worker thread, which cannot be cancelled meanwhile. Must not call the fetcher that
+/// called it.
+/// @param code what happened
+/// @param data the piece, for eUrlFetchData only, valid during the call; otherwise null
+/// @param length of the piece; otherwise 0
+/// @param received how many bytes came so far, this piece included; wraps beyond 2 GiB; 0 for
+/// eUrlFetchOpenFailed and eUrlFetchCancelled
+/// @param total the "Content-Length" of the reply, spelt exactly so and cut to the range of 32
+/// bits; 0 when the reply has none, and for eUrlFetchOpenFailed and eUrlFetchCancelled
+/// @param user what was given to setCallback()
+/// @return false after eUrlFetchHeader or eUrlFetchData stops the download, which
+/// eUrlFetchCancelled then confirms; otherwise not looked at
 using sysUrlFetcherCallback = bool (*)(sysUrlFetcherCode code, char* data, int length, int received,
                                        int total, void* user);
 
@@ -44,21 +46,25 @@ using sysUrlFetcherCallback = bool (*)(sysUrlFetcherCode code, char* data, int l
 /// failures. Only allocation failure is thrown.
 class KESTROVA_EXPORT sysUrlFetcher {
 public:
+    /// No callback, no worker.
     sysUrlFetcher();
     /// Cancels a running worker and waits for it, without taking the lock.
     ~sysUrlFetcher();
     sysUrlFetcher(const sysUrlFetcher&) = delete;
     sysUrlFetcher& operator=(const sysUrlFetcher&) = delete;
 
-    /// Comes before setUrl(). Null is none.
+    /// Sets who is called; comes before setUrl().
+    /// @param callback null for none
+    /// @param user handed back with every call; not owned
     void setCallback(sysUrlFetcherCallback callback, void* user);
 
-    /// Stops an earlier download, copies the address and starts to fetch it. Returns 0, or the
-    /// error number of pthread_create(); there is no worker then.
+    /// Stops an earlier download, as killThread(), and starts to fetch an address.
     ///
     /// A worker that finds no callback ends without a sign, one that finds a null address after
     /// eUrlFetchError; both keep the lock, so that killThread() and setUrl() block for good. The
     /// way out is waitTillDone() for the worker, and the destructor for the object.
+    /// @param url an "http://" address, as httpURL::parse() takes it; copied
+    /// @return 0, or the error number of pthread_create(); there is no worker then
     int setUrl(const char* url);
 
     /// Cancels a running worker and waits until it has ended. Does nothing when there is none.

@@ -1,0 +1,77 @@
+# SPDX-License-Identifier: MIT
+"""Reads the man pages in man/: sections, the declarations of the synopsis, the names they use."""
+
+import pathlib
+import re
+
+from interface import normalised
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+LITERAL = re.compile(r"^\.Bd -literal.*?\n(.*?)^\.Ed$", re.M | re.S)
+# The first line of a class, its name, and all between the braces.
+CLASS = re.compile(r"^(?:class|struct) ([\w:]+)[^\n{;]*\{\n(.*?)^\};$", re.M | re.S)
+PUNCTUATION = set(",.;:()")
+
+
+def pages(pattern="*"):
+    return sorted((ROOT / "man").glob(pattern))
+
+
+def plain(text):
+    """Literal text as a reader copies it."""
+    return text.replace("\\&", "").replace("\\-", "-").replace("\\e", "\\")
+
+
+def declarations(code):
+    code = code.replace("public:\n", "").replace("template <class T>\n", "")
+    return {normalised(part) for part in code.split(";") if part.strip()}
+
+
+class Page:
+    def __init__(self, path):
+        self.path = path
+        self.name = path.name
+        parts = re.split(r"^\.Sh (.*)\n", path.read_text(), flags=re.M)
+        self.headings = parts[1::2]
+        self.sections = dict(zip(self.headings, parts[2::2]))
+
+    def macros(self, macro, section=None):
+        """Arguments of every use of a macro, also of one called from a list item."""
+        text = "".join(self.sections.values()) if section is None else \
+            self.sections.get(section, "")
+        found = []
+        for line in LITERAL.sub("", text).splitlines():
+            words = line[1:].split() if line.startswith(".") else []
+            for at, word in enumerate(words):
+                # After .It, and behind another of its kind, a macro is called.
+                if word == macro and (at == 0 or words[0] in ("It", "Pq", macro)):
+                    arguments = []
+                    for argument in words[at + 1:]:
+                        if set(argument) <= PUNCTUATION or argument in ("Pq", macro):
+                            break
+                        arguments.append(argument)
+                    found.append(arguments)
+        return found
+
+    def values(self):
+        """Enumerators that are listed with their values."""
+        return dict(re.findall(r"^\.It Dv (\w+) Pq (\d+)$", "".join(self.sections.values()), re.M))
+
+    def names(self):
+        return [arguments[0] for arguments in self.macros("Nm", "NAME")]
+
+    def includes(self):
+        return [arguments[0] for arguments in self.macros("In", "SYNOPSIS")]
+
+    def synopsis(self):
+        """The declarations of each class that the synopsis shows; "" for those in the open."""
+        found = {"": set()}
+        for block in LITERAL.findall(self.sections.get("SYNOPSIS", "")):
+            code = plain(block)
+            for name, body in CLASS.findall(code):
+                found[name] = declarations(body)
+            found[""] |= declarations(CLASS.sub("", code))
+        return found
+
+    def examples(self):
+        return [plain(block) for block in LITERAL.findall(self.sections.get("EXAMPLES", ""))]
