@@ -137,3 +137,71 @@ def test_every_lock_is_listed():
 def test_every_starter_of_children_is_listed():
     helpers = {"base/childprocess.cpp"}     # the login prompt's second fork
     assert listed("Children", 2) == {file for file, _ in in_sources(STARTS_CHILD)} - helpers
+
+
+INTEGRATING = "docs/integrating.md"
+QUOTE = re.compile(r"^From `(examples/\w+\.cpp)`:\n\n```cpp\n(.*?)^```$", re.M | re.S)
+
+
+def test_the_guide_quotes_every_example():
+    quoted = [name for name, _ in QUOTE.findall(documents.read(INTEGRATING))]
+    examples = [str(path.relative_to(documents.ROOT))
+                for path in (documents.ROOT / "examples").glob("*.cpp")]
+    assert sorted(quoted) == sorted(examples) and len(examples) == 5
+
+
+@pytest.mark.parametrize("name", ["record", "setting", "download", "tool", "table"])
+def test_a_quote_is_what_the_example_says(name):
+    """Line by line, from somewhere behind its includes to its end."""
+    file = f"examples/{name}.cpp"
+    quote = dict(QUOTE.findall(documents.read(INTEGRATING)))[file]
+    code = documents.read(file)
+    assert code.endswith("\n" + quote) and "\nint main(" in "\n" + quote
+
+
+def test_every_guide_names_devices_and_folders_that_the_sources_name():
+    """A path that the guide says is set in a source is there."""
+    for cells in documents.rows(documents.section(documents.read(INTEGRATING), "Device names")):
+        names = [span for span in documents.code_spans(cells[0]) if span.startswith("/dev/")]
+        places = [span for span in documents.code_spans(cells[2]) if span.startswith("System/")]
+        for place in places:
+            code = messages.without_comments(documents.read(place))
+            stems = {re.sub(r"(-part)?\d$", "", name) for name in names}
+            assert names and all(f'"{stem}"' in code for stem in stems), (names, place)
+
+
+TESTING = "docs/testing.md"
+
+
+def test_every_folder_of_tests_is_named():
+    text = documents.read(TESTING)
+    folders = {str(path.parent.relative_to(documents.ROOT))
+               for pattern in ("*_test.cpp", "test_*.py")
+               for path in (documents.ROOT / "tests").rglob(pattern)}
+    missing = {folder for folder in folders
+               if not any(f"`{folder[:end]}`" in text for end in
+                          [len(folder)] + [at.start() for at in re.finditer("/", folder)])}
+    assert not missing
+
+
+def test_every_test_of_the_box_is_named():
+    named = set(re.findall(r"`(tests/box/test_\w+\.py)`", documents.read(TESTING)))
+    there = {str(path.relative_to(documents.ROOT))
+             for path in (documents.ROOT / "tests" / "box").glob("test_*.py")}
+    assert named == there
+
+
+def test_every_test_that_is_named_is_there():
+    lost = []
+    for cells in documents.rows(documents.read(TESTING)):
+        folder = "tests"
+        for span in documents.code_spans(" ".join(cells)):
+            if re.match(r"(tests|fuzz)(/[\w.*/]+)?$", span):
+                folder = span.rpartition("/")[0] if span.endswith((".cpp", ".py", ".h")) else span
+            elif re.fullmatch(r"[\w*.]+\.(cpp|h)", span):
+                span = f"{folder}/{span}" if folder != "tests" else f"tests/**/{span}"
+            else:
+                continue
+            if not list(documents.ROOT.glob(span)):
+                lost.append(span)
+    assert not lost

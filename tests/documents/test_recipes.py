@@ -197,7 +197,7 @@ def explained(menu):
 
 
 def _value(expression):
-    import kconfiglib       # pylint: disable=import-outside-toplevel
+    import kconfiglib
     return kconfiglib.expr_value(expression)
 
 
