@@ -1,0 +1,43 @@
+################################################################################
+#
+# kestrova-system
+#
+# SPDX-License-Identifier: MIT
+#
+################################################################################
+
+KESTROVA_SYSTEM_VERSION = 1.0.0
+# There is nothing to download: a local tree, by default the one around this file.
+KESTROVA_SYSTEM_SITE = $(or $(call qstrip,$(BR2_PACKAGE_KESTROVA_SYSTEM_SOURCE)),$(realpath $(BR2_EXTERNAL_KESTROVA_PATH)/../..))
+KESTROVA_SYSTEM_SITE_METHOD = local
+KESTROVA_SYSTEM_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude /build
+KESTROVA_SYSTEM_LICENSE = MIT
+KESTROVA_SYSTEM_LICENSE_FILES = LICENSE
+KESTROVA_SYSTEM_INSTALL_STAGING = YES
+KESTROVA_SYSTEM_SUPPORTS_IN_SOURCE_BUILD = NO
+KESTROVA_SYSTEM_CONF_OPTS = \
+	-DKESTROVA_APP=$(if $(BR2_PACKAGE_KESTROVA_SYSTEM_COMMAND),ON,OFF) \
+	-DKESTROVA_BENCH=OFF \
+	-DKESTROVA_EXAMPLES=OFF \
+	-DKESTROVA_FUZZ=OFF \
+	-DKESTROVA_TESTS=OFF
+
+ifeq ($(BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE),y)
+
+define KESTROVA_SYSTEM_INSTALL_ADAPTERS
+	$(INSTALL) -D -m 0755 $(@D)/box/tools/sfdisk \
+		$(TARGET_DIR)/usr/lib/kestrova/box-tools/sfdisk
+	$(INSTALL) -D -m 0755 $(@D)/box/tools/mkfs.xfs \
+		$(TARGET_DIR)/usr/lib/kestrova/box-tools/mkfs.xfs
+endef
+KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS += KESTROVA_SYSTEM_INSTALL_ADAPTERS
+
+# Last, when every package has installed its tools. A second time it changes nothing.
+define KESTROVA_SYSTEM_ENABLE_ADAPTERS
+	$(KESTROVA_SYSTEM_DIR)/packaging/kestrova-box-tools enable --root $(TARGET_DIR)
+endef
+KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS += KESTROVA_SYSTEM_ENABLE_ADAPTERS
+
+endif
+
+$(eval $(cmake-package))

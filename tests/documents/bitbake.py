@@ -1,0 +1,59 @@
+# SPDX-License-Identifier: MIT
+"""A small reader of bitbake's files: assignments, inherit, shell functions, and nothing else."""
+
+import re
+
+ASSIGNMENT = re.compile(r"(?P<name>[A-Za-z_][\w${}:.-]*)(?:\[\w+\])?\s*"
+                        r"(?P<how>\?\?=|\?=|:=|\+=|=\+|\.=|=\.|=)\s*(?P<quote>[\"'])(?P<value>.*)"
+                        r"(?P=quote)", re.S)
+FUNCTION = re.compile(r"(?P<name>[a-z_][\w:-]*)\(\) \{")
+INHERIT = re.compile(r"inherit (?P<classes>[\w -]+)")
+
+
+class Recipe:
+    """What a file sets; raises SyntaxError for what bitbake would not take."""
+
+    def __init__(self, path):
+        self.variables, self.functions, self.inherited = {}, {}, []
+        self._lines = path.read_text().splitlines()
+        self._number = 0
+        while self._number < len(self._lines):
+            self._statement(self._next(), path)
+
+    def _next(self):
+        line = self._lines[self._number]
+        self._number += 1
+        return line
+
+    def _statement(self, line, path):
+        while line.endswith("\\") and not line.startswith("#"):
+            line = line[:-1] + self._next()
+        if not line.strip() or line.startswith("#"):
+            return
+        if match := FUNCTION.fullmatch(line):
+            body = []
+            while (inner := self._next()) != "}":
+                body.append(inner)
+            self.functions[match["name"]] = "\n".join(body) + "\n"
+        elif match := INHERIT.fullmatch(line):
+            self.inherited += match["classes"].split()
+        elif (match := ASSIGNMENT.fullmatch(line)) and match["quote"] not in match["value"]:
+            self._assign(match["name"], match["how"], match["value"])
+        else:
+            raise SyntaxError(f"{path}, line {self._number}: {line}")
+
+    def _assign(self, name, how, value):
+        old = self.variables.get(name, "")
+        if how == "+=":
+            value = f"{old} {value}"
+        elif how == "=+":
+            value = f"{value} {old}"
+        elif how == ".=":
+            value = old + value
+        elif how in ("?=", "??=") and name in self.variables:
+            return
+        self.variables[name] = value
+
+    def words(self, name):
+        """The words of a variable; the recipe has to set it."""
+        return self.variables[name].split()

@@ -1,0 +1,158 @@
+# SPDX-License-Identifier: MIT
+"""Finds in the sources of the library every message that it can write.
+
+A message is told as (text, way): the text is the format string without its line end, and the way
+is a level ("1", "2"), a level with a context line in front ("1 @", "2 @"), "assertion" or
+"attention" for a condition of those, "perror", "stderr", "stdout", or "format" for a line that
+others are put into. A text that ends no line has NO_END behind its way.
+"""
+
+import ast
+import pathlib
+import re
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+NO_END = ", no line end"
+
+# What writes a message: the argument that is its text, and the way. A number after "level" is the
+# argument that holds the level.
+WRITERS = {
+    "base::logMessage": (1, "level 0"),
+    "base::logMessageAt": (3, "level 2 @"),
+    "base::logNameAt": (3, "level 2 @"),
+    "base::reportFailedAssertion": (2, "assertion"),
+    "base::reportFailedAssertionWithValues": (2, "assertion"),
+    "base::reportFailedAttention": (2, "attention"),
+    "base::reportInChild": (0, "perror"),
+    "reportInChild": (0, "perror"),
+    "std::perror": (0, "perror"),
+    "mountAs": (4, "perror"),
+    "std::fputs": (0, "stderr"),
+    "std::puts": (0, "stdout"),
+    "std::printf": (0, "stdout"),
+}
+
+# Arguments that are no literal here, because the literal is at the caller's.
+PASSED_ON = {
+    ("System/bootvarsmanager/softwarepartition.cpp", "failure"),    # of mountAs
+    ("base/tool.cpp", "command.mExecFailure"),                      # of a ToolCommand
+    ("base/file.cpp", "path"),                                      # nobody in the library asks
+    ("System/drivemanager/harddrive.cpp",                           # what sfdisk reads
+     "drivemanager::partitionScript(sizes).c_str()"),
+}
+
+# What writes by other means, the only places where that is done, and what is written there.
+OTHER_MEANS = re.compile(r"\b(?:writeConsole|kestrova_print_\w+|logCharacter|[fdv]printf|putchar)\("
+                         r"|\bstd::c(?:out|err|log)\b|\bSTD(?:OUT|ERR)_FILENO, ")
+BY_OTHER_MEANS = {
+    "System/BlockdevCfg.fmp.cpp": [(r'console << ("[^\\"]+")', "2 @")],
+    "System/drivemanager/partitionformat.cpp": [(r'logCharacter\(1, ()', "1" + NO_END)],
+    "base/childprocess.cpp": [],        # the child's perror
+    "base/console.cpp": [],             # what all of it ends in
+    "base/console.h": [],
+    "base/log.cpp": [(r'("%s:%d [^\n]*\\n")', "format")],
+    "base/log.h": [],
+    "base/stream.cpp": [],
+}
+
+STRING = re.compile(r'"(?:[^"\\\n]|\\.)*"')
+TOKEN = re.compile(r"//[^\n]*|/\*.*?\*/|" + STRING.pattern + r"|'(?:[^'\\\n]|\\.)+'", re.S)
+
+
+def sources():
+    return sorted(path for folder in ("System", "base") for path in (ROOT / folder).rglob("*")
+                  if path.suffix in (".cpp", ".h"))
+
+
+def without_comments(text):
+    """Blanks comments out; strings and line numbers stay."""
+    return TOKEN.sub(lambda match: re.sub(r"[^\n]", " ", match[0])
+                     if match[0].startswith("/") else match[0], text)
+
+
+def arguments(text, start):
+    """The arguments of a call whose opening bracket is at `start`, as texts."""
+    depth, parts, position, begin = 0, [], start, start + 1
+    while True:
+        token = TOKEN.match(text, position)
+        if token:
+            position = token.end()
+            continue
+        character = text[position]
+        if character in "([{":
+            depth += 1
+        elif character in ")]}":
+            depth -= 1
+            if depth == 0:
+                return [part.strip() for part in parts + [text[begin:position]]]
+        elif character == "," and depth == 1:
+            parts.append(text[begin:position])
+            begin = position + 1
+        position += 1
+
+
+def literal(argument):
+    """The value of an argument that consists of string literals; None for any other."""
+    pieces = STRING.findall(argument)
+    if not pieces or STRING.sub("", argument).strip():
+        return None
+    return "".join(ast.literal_eval(piece) for piece in pieces)
+
+
+def told(text, way):
+    ended = text.endswith("\n") or way in ("perror",)
+    return text.removesuffix("\n"), way + ("" if ended else NO_END)
+
+
+def of_call(name, given, place):
+    position, way = WRITERS[name]
+    text = literal(given[position])
+    if text is None:
+        assert (place, given[position]) in PASSED_ON, \
+            f"{place}: the text of {name}({given[position]}) is not known"
+        return []
+    kind, _, rest = way.partition(" ")
+    if kind == "level":
+        number, _, mark = rest.partition(" ")
+        level = given[int(number)]
+        assert level in ("1", "2"), f"{place}: {name} at level {level}"
+        if name == "base::logNameAt":
+            text += "%s\n"      # the name, and a line end
+        return [told(text, level + (" " + mark if mark else ""))]
+    if kind in ("assertion", "attention"):
+        values = [literal(piece) for piece in given[position + 1:]]
+        return [(piece, kind) for piece in [text, *values] if piece]
+    if name == "std::puts":
+        text += "\n"
+    return [told(text, way)]
+
+
+def of_file(path):
+    place = str(path.relative_to(ROOT))
+    text = without_comments(path.read_text())
+    found = []
+    if place not in ("base/log.cpp", "base/log.h", "base/childprocess.h"):
+        for match in re.finditer(r"(?<![\w:])((?:base::|std::|::)?\w+)\(", text):
+            if match[1] in WRITERS and not re.search(r"\b(void|bool) $", text[:match.start()]):
+                found += of_call(match[1], arguments(text, match.end() - 1), place)
+    # What a tool's child says when the tool cannot be executed: the fourth of a ToolCommand.
+    for match in re.finditer(r"base::ToolCommand \w+(?:\([^)]*\))? (?:= |\{\s*(?:[^{}]*?)return )",
+                             text):
+        given = arguments(text, text.index("{", match.end()))
+        said = literal(given[3])
+        if said is not None:
+            found.append((said, "perror"))
+    for pattern, way in BY_OTHER_MEANS.get(place, []):
+        pieces = re.findall(pattern, text)
+        assert pieces, f"{place}: no {pattern}"
+        found += [((literal(piece) or "%c").removesuffix("\n"), way) for piece in pieces]
+    return found
+
+
+def places_of_other_means():
+    return {str(path.relative_to(ROOT)) for path in sources()
+            if OTHER_MEANS.search(without_comments(path.read_text()))}
+
+
+def all_messages():
+    return {message for path in sources() for message in of_file(path)}

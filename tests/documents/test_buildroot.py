@@ -1,0 +1,182 @@
+# SPDX-License-Identifier: MIT
+"""The package for Buildroot, as far as it can be checked without Buildroot."""
+
+import hashlib
+import re
+import subprocess
+
+import pytest
+
+import recipes
+
+BUILDROOT = recipes.ROOT / "packaging" / "buildroot"
+PACKAGE = BUILDROOT / "package" / "kestrova-system"
+
+# What Buildroot itself would provide around a package.
+STUBS = r"""
+qstrip = $(strip $(subst ",,$(1)))
+define sep
+
+
+endef
+INSTALL = install
+cmake-package = CMAKE_PACKAGE := called
+KESTROVA_SYSTEM_DIR = {root}
+TARGET_DIR = {target}
+BR2_EXTERNAL_KESTROVA_PATH = {external}
+KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS =
+KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS =
+include $(BR2_EXTERNAL_KESTROVA_PATH)/external.mk
+print-%: ; @printf '%s' '$($*)'
+{root}/.installed: FORCE ; $(foreach hook,$(KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS),$(call $(hook))$(sep))
+finalize: ; $(foreach hook,$(KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS),$(call $(hook))$(sep))
+FORCE:
+"""
+
+# The symbols of Buildroot that the menu leans on; a "bool" that can be chosen.
+BUILDROOT_SYMBOLS = """
+BR2_i386 BR2_x86_64 BR2_arm BR2_TOOLCHAIN_USES_GLIBC BR2_TOOLCHAIN_GCC_AT_LEAST_12
+BR2_INSTALL_LIBSTDCPP BR2_STATIC_LIBS BR2_ROOTFS_MERGED_USR BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS
+BR2_PACKAGE_E2FSPROGS BR2_PACKAGE_HDPARM BR2_PACKAGE_UTIL_LINUX BR2_PACKAGE_UTIL_LINUX_BINARIES
+BR2_PACKAGE_UTIL_LINUX_MOUNT BR2_PACKAGE_XFSPROGS
+""".split()
+NEEDED = {"BR2_i386": 2, "BR2_TOOLCHAIN_USES_GLIBC": 2, "BR2_TOOLCHAIN_GCC_AT_LEAST_12": 2,
+          "BR2_INSTALL_LIBSTDCPP": 2, "BR2_STATIC_LIBS": 0, "BR2_ROOTFS_MERGED_USR": 2,
+          "BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS": 2}
+
+
+@pytest.fixture
+def make(tmp_path, image):
+    makefile = tmp_path / "Makefile"
+    makefile.write_text(STUBS.replace("{root}", str(recipes.ROOT)).replace("{target}", str(image))
+                        .replace("{external}", str(BUILDROOT)))
+
+    def run(*arguments):
+        done = subprocess.run(["make", "-f", makefile, "--warn-undefined-variables", *arguments],
+                              cwd=tmp_path, capture_output=True, text=True, check=False)
+        assert done.returncode == 0, done.stderr
+        undefined = set(re.findall(r"undefined variable '(\w+)'", done.stderr))
+        assert all(name.startswith("BR2_PACKAGE_KESTROVA_SYSTEM") for name in undefined), undefined
+        return done.stdout
+
+    return run
+
+
+def test_make_reads_the_buildroot_package(make):
+    variable = {name: make(f"print-KESTROVA_SYSTEM_{name}") for name in
+                ("VERSION", "SITE", "SITE_METHOD", "LICENSE", "LICENSE_FILES", "INSTALL_STAGING")}
+    assert variable == {"VERSION": recipes.project_version(), "SITE": str(recipes.ROOT), "SITE_METHOD": "local",
+                        "LICENSE": "MIT", "LICENSE_FILES": "LICENSE", "INSTALL_STAGING": "YES"}
+    assert make("print-CMAKE_PACKAGE") == "called"
+
+
+def test_the_buildroot_sources_can_be_elsewhere(make):
+    site = make("print-KESTROVA_SYSTEM_SITE", 'BR2_PACKAGE_KESTROVA_SYSTEM_SOURCE="/src/here"')
+    assert site == "/src/here"
+
+
+@pytest.mark.parametrize("command", ["y", ""])
+def test_the_buildroot_options_are_those_of_the_project(make, command, tmp_path):
+    options = make("print-KESTROVA_SYSTEM_CONF_OPTS",
+                   f"BR2_PACKAGE_KESTROVA_SYSTEM_COMMAND={command}").split()
+    assert recipes.decided(options) == recipes.project_options()
+    assert f"-DKESTROVA_APP={'ON' if command else 'OFF'}" in options
+    recipes.configured(options, tmp_path / "build")
+
+
+def test_the_buildroot_hooks_put_the_adapters_in_place(make, image):
+    chosen = "BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE=y"
+    make(str(recipes.ROOT / ".installed"), chosen)
+    make("finalize", chosen)
+    recipes.assert_adapted(image)
+    make("finalize", chosen)    # as when an image is built again
+    recipes.assert_adapted(image)
+
+
+def test_the_buildroot_hooks_leave_an_image_without_a_drive_alone(make, image):
+    before = sorted(image.rglob("*"))
+    make(str(recipes.ROOT / ".installed"))
+    make("finalize")
+    assert sorted(image.rglob("*")) == before
+
+
+def test_buildroot_knows_the_licence_file():
+    algorithm, value, name = [line for line in (PACKAGE / "kestrova-system.hash").read_text()
+                              .splitlines() if not line.startswith("#")][0].split()
+    assert hashlib.new(algorithm, (recipes.ROOT / name).read_bytes()).hexdigest() == value
+
+
+def test_the_external_tree_is_named():
+    named = dict(line.split(": ", 1) for line in
+                 (BUILDROOT / "external.desc").read_text().splitlines())
+    assert re.fullmatch(r"[A-Z_]+", named["name"]) and named["desc"]
+    text = (BUILDROOT / "external.mk").read_text() + (BUILDROOT / "Config.in").read_text()
+    assert set(re.findall(r"BR2_EXTERNAL_(\w+)_PATH", text)) == {named["name"]}
+
+
+@pytest.fixture
+def menu(tmp_path, monkeypatch):
+    """Buildroot's menu with this one package, as kconfig reads it."""
+    kconfiglib = pytest.importorskip("kconfiglib")
+    monkeypatch.setenv("BR2_EXTERNAL_KESTROVA_PATH", str(BUILDROOT))
+    top = tmp_path / "Kconfig"
+    top.write_text("".join(f'config {name}\n\tbool "{name}"\n' for name in BUILDROOT_SYMBOLS)
+                   + f'source "{BUILDROOT}/Config.in"\n')
+    kconfig = kconfiglib.Kconfig(str(top), warn_to_stderr=False)
+    kconfig.warn_assign_redun = False
+    assert kconfig.warnings == []
+    undefined = [name for name, symbol in kconfig.syms.items()
+                 if name.startswith("BR2_") and not symbol.nodes]
+    assert undefined == []
+    for name, value in NEEDED.items():
+        kconfig.syms[name].set_value(value)
+    return kconfig
+
+
+def offered(menu):
+    return menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM"].visibility == 2
+
+
+def explained(menu):
+    return [node for node in menu.node_iter() if type(node.item) is int     # a comment
+            and node.prompt[0].startswith("kestrova-system needs")
+            and node.prompt[1] is not menu.n and _value(node.prompt[1]) == 2]
+
+
+def _value(expression):
+    import kconfiglib
+    return kconfiglib.expr_value(expression)
+
+
+def test_the_menu_offers_the_package_where_it_can_be_built(menu):
+    assert offered(menu) and not explained(menu)
+
+
+@pytest.mark.parametrize("name", [name for name in NEEDED if name not in
+                                  ("BR2_i386", "BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS")])
+def test_the_menu_says_what_is_missing(menu, name):
+    menu.syms[name].set_value(2 - NEEDED[name])
+    assert not offered(menu) and explained(menu)
+
+
+def test_the_menu_is_silent_on_other_processors(menu):
+    menu.syms["BR2_i386"].set_value(0)
+    assert not offered(menu) and not explained(menu)
+    menu.syms["BR2_x86_64"].set_value(2)
+    assert offered(menu)
+
+
+def test_the_drive_selects_its_tools(menu):
+    menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM"].set_value(2)
+    tools = [name for name in BUILDROOT_SYMBOLS if name.startswith("BR2_PACKAGE_")]
+    assert {menu.syms[name].str_value for name in tools} == {"y"}
+    menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE"].set_value(0)
+    assert menu.syms["BR2_PACKAGE_XFSPROGS"].str_value == "n"
+
+
+def test_the_options_of_the_menu_are_those_of_the_package():
+    named = re.compile(r"\bBR2_PACKAGE_KESTROVA_SYSTEM_\w+")
+    in_menu = set(re.findall(r"^config (BR2_PACKAGE_KESTROVA_SYSTEM_\w+)",
+                             (PACKAGE / "Config.in").read_text(), re.M))
+    assert in_menu == set(named.findall((PACKAGE / "kestrova-system.mk").read_text()))
+    assert in_menu == set(named.findall((BUILDROOT / "README.md").read_text()))

@@ -1,0 +1,207 @@
+# SPDX-License-Identifier: MIT
+"""The guides say what the sources say: messages, states, examples."""
+
+import re
+import xml.etree.ElementTree
+
+import pytest
+
+import documents
+import messages
+
+OPERATING = "docs/operating.md"
+STATES = "docs/drive-states.md"
+DRIVE = "System/drivemanager/dvrdrive"
+
+
+def documented_messages():
+    found = []
+    for cells in documents.rows(documents.read(OPERATING)):
+        texts = [span for span in documents.code_spans(cells[0])
+                 if span.startswith('"') and span.endswith('"')]
+        found += [(text[1:-1], cells[1]) for text in texts]
+    return found
+
+
+def test_every_message_of_the_sources_is_explained():
+    assert messages.all_messages() - set(documented_messages()) == set()
+
+
+def test_every_explained_message_is_in_the_sources():
+    assert set(documented_messages()) - messages.all_messages() == set()
+
+
+def test_no_message_is_explained_twice():
+    assert len(documented_messages()) == len(set(documented_messages()))
+
+
+def test_every_message_has_a_meaning_and_a_cure():
+    for cells in documents.rows(documents.read(OPERATING)):
+        if cells[0].startswith('`"') and cells[1] != "format":
+            assert len(cells) == 4 and cells[2] and cells[3], cells
+
+
+def test_nothing_else_in_the_library_writes_to_the_console():
+    assert messages.places_of_other_means() == set(messages.BY_OTHER_MEANS)
+
+
+def drive_statuses():
+    header = documents.read(DRIVE + ".h")
+    body = re.search(r"enum Status \{(.*?)\};", header, re.S)[1]
+    return dict(re.findall(r"^\s*(eSt\w+) = (\d+),", body, re.M))
+
+
+def drive_functions():
+    """The code of each function of the recording drive, without comments."""
+    code = messages.without_comments(documents.read(DRIVE + ".cpp"))
+    return dict(re.findall(r"^\w[^\n;]*?sysDVRDrive::(\w+)\([^)]*\)[^\n;]* \{\n(.*?)^\}", code,
+                           re.M | re.S))
+
+
+def stored(code):
+    """The statuses that a function may store."""
+    return {status for call in re.findall(r"\bsetStatus\(([^;]*)\);", code)
+            for status in re.findall(r"eSt\w+", call)}
+
+
+def transitions():
+    found = []
+    for source, target, cause, place in documents.rows(
+            documents.section(documents.read(STATES), "Transitions")):
+        found.append((source.strip("`"), target.strip("`"), cause, place.strip("`")))
+    return found
+
+
+def test_every_status_has_its_row_and_value():
+    rows = {cells[1].strip("`"): cells[0] for cells in documents.rows(documents.read(STATES))
+            if cells[0].isdigit()}
+    assert rows == drive_statuses() and len(rows) == 7
+
+
+def test_the_transitions_are_those_that_the_code_stores():
+    in_code = {(function, status) for function, code in drive_functions().items()
+               for status in stored(code)}
+    assert {(place, target) for _, target, _, place in transitions()} == in_code
+
+
+@pytest.mark.parametrize("call", ["initialize", "start", "stop"])
+def test_calls_are_accepted_in_the_statuses_that_the_code_compares(call):
+    compared = set(re.findall(r"status [!=]= (eSt\w+)", drive_functions()[call]))
+    accepted = {source for source, _, cause, _ in transitions() if f"call of `{call}()`" in cause}
+    assert accepted == compared and compared
+
+
+def test_the_drawing_has_every_status_and_every_arrow_of_the_table():
+    svg = xml.etree.ElementTree.fromstring(documents.read("docs/drive-states.svg"))
+    texts = {"".join(element.itertext()) for element in svg.iter()}
+    assert set(drive_statuses()) <= texts
+    arrows = [element.get("id") for element in svg.iter() if "-" in (element.get("id") or "")]
+    assert sorted(arrows) == sorted({f"{source}-{target}" for source, target, _, _ in transitions()})
+
+
+def test_the_drawing_as_text_has_every_status():
+    drawing = documents.code_blocks(documents.read(STATES))[0][1]
+    assert set(re.findall(r"eSt\w+", drawing)) == set(drive_statuses())
+
+
+THREADS = "docs/threads.md"
+MAKES_THREAD = re.compile(r"\bpthread_create\(|\bstd::(?:j?thread|async)\b(?!::)")
+LOCK = re.compile(r"^\s*(?:mutable )?(?:std::(?:\w*mutex|condition_variable\w*)|sem_t"
+                  r"|pthread_(?:mutex|cond|rwlock|spinlock)_t) (\w+)", re.M)
+STARTS_CHILD = re.compile(r"(?<!:)::?_?[fF]ork\(\)|\b(?:posix_spawnp?|execve|std::system|popen)\(")
+
+
+def in_sources(pattern):
+    """(file, what the pattern's first group found, or "") for every occurrence."""
+    return {(str(path.relative_to(documents.ROOT)), match[1] if pattern.groups else "")
+            for path in messages.sources()
+            for match in pattern.finditer(messages.without_comments(path.read_text()))}
+
+
+def listed(heading, column):
+    return {cells[column].strip("`") for cells in
+            documents.rows(documents.section(documents.read(THREADS), heading))}
+
+
+def test_every_maker_of_threads_is_listed():
+    assert listed("Threads of the library", 2) == {file for file, _ in in_sources(MAKES_THREAD)}
+
+
+def test_every_lock_is_listed():
+    rows = documents.rows(documents.section(documents.read(THREADS), "Locks"))
+    named = {(cells[1].strip("`"), span) for cells in rows
+             for span in documents.code_spans(cells[0]) if not span.startswith("sys")}
+    assert named == in_sources(LOCK)
+
+
+def test_every_starter_of_children_is_listed():
+    helpers = {"base/childprocess.cpp"}     # the login prompt's second fork
+    assert listed("Children", 2) == {file for file, _ in in_sources(STARTS_CHILD)} - helpers
+
+
+INTEGRATING = "docs/integrating.md"
+QUOTE = re.compile(r"^From `(examples/\w+\.cpp)`:\n\n```cpp\n(.*?)^```$", re.M | re.S)
+
+
+def test_the_guide_quotes_every_example():
+    quoted = [name for name, _ in QUOTE.findall(documents.read(INTEGRATING))]
+    examples = [str(path.relative_to(documents.ROOT))
+                for path in (documents.ROOT / "examples").glob("*.cpp")]
+    assert sorted(quoted) == sorted(examples) and len(examples) == 5
+
+
+@pytest.mark.parametrize("name", ["record", "setting", "download", "tool", "table"])
+def test_a_quote_is_what_the_example_says(name):
+    """Line by line, from somewhere behind its includes to its end."""
+    file = f"examples/{name}.cpp"
+    quote = dict(QUOTE.findall(documents.read(INTEGRATING)))[file]
+    code = documents.read(file)
+    assert code.endswith("\n" + quote) and "\nint main(" in "\n" + quote
+
+
+def test_every_guide_names_devices_and_folders_that_the_sources_name():
+    """A path that the guide says is set in a source is there."""
+    for cells in documents.rows(documents.section(documents.read(INTEGRATING), "Device names")):
+        names = [span for span in documents.code_spans(cells[0]) if span.startswith("/dev/")]
+        places = [span for span in documents.code_spans(cells[2]) if span.startswith("System/")]
+        for place in places:
+            code = messages.without_comments(documents.read(place))
+            stems = {re.sub(r"(-part)?\d$", "", name) for name in names}
+            assert names and all(f'"{stem}"' in code for stem in stems), (names, place)
+
+
+TESTING = "docs/testing.md"
+
+
+def test_every_folder_of_tests_is_named():
+    text = documents.read(TESTING)
+    folders = {str(path.parent.relative_to(documents.ROOT))
+               for pattern in ("*_test.cpp", "test_*.py")
+               for path in (documents.ROOT / "tests").rglob(pattern)}
+    missing = {folder for folder in folders
+               if not any(f"`{folder[:end]}`" in text for end in
+                          [len(folder)] + [at.start() for at in re.finditer("/", folder)])}
+    assert not missing
+
+
+def test_every_test_of_the_box_is_named():
+    named = set(re.findall(r"`(tests/box/test_\w+\.py)`", documents.read(TESTING)))
+    there = {str(path.relative_to(documents.ROOT))
+             for path in (documents.ROOT / "tests" / "box").glob("test_*.py")}
+    assert named == there
+
+
+def test_every_test_that_is_named_is_there():
+    lost = []
+    for cells in documents.rows(documents.read(TESTING)):
+        folder = "tests"
+        for span in documents.code_spans(" ".join(cells)):
+            if re.match(r"(tests|fuzz)(/[\w.*/]+)?$", span):
+                folder = span.rpartition("/")[0] if span.endswith((".cpp", ".py", ".h")) else span
+            elif re.fullmatch(r"[\w*.]+\.(cpp|h)", span):
+                span = f"{folder}/{span}" if folder != "tests" else f"tests/**/{span}"
+            else:
+                continue
+            if not list(documents.ROOT.glob(span)):
+                lost.append(span)
+    assert not lost

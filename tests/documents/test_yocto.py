@@ -1,0 +1,139 @@
+# SPDX-License-Identifier: MIT
+"""The layer for Yocto, as far as it can be checked without bitbake."""
+
+import fnmatch
+import hashlib
+import os
+import re
+import subprocess
+
+import pytest
+
+import bitbake
+import recipes
+
+YOCTO = recipes.ROOT / "packaging" / "yocto"
+BUILD = recipes.ROOT / "build" / "i686"
+
+
+@pytest.fixture(scope="module", name="recipe")
+def the_recipe():
+    found = list((YOCTO / "recipes-kestrova" / "kestrova-system").glob("*.bb"))
+    assert [path.name for path in found] == [f"kestrova-system_{recipes.project_version()}.bb"]
+    return bitbake.Recipe(found[0])
+
+
+def test_the_layer_finds_the_recipe(recipe):
+    layer = bitbake.Recipe(YOCTO / "conf" / "layer.conf").variables
+    name = layer["BBFILE_COLLECTIONS"].strip()
+    for variable in ("BBFILE_PATTERN", "BBFILE_PRIORITY", "LAYERDEPENDS", "LAYERSERIES_COMPAT"):
+        assert layer[f"{variable}_{name}"]
+    pattern = layer["BBFILES"].strip().removeprefix("${LAYERDIR}/")
+    assert len(list(YOCTO.glob(pattern))) == 1 and recipe.inherited[0] == "cmake"
+
+
+def test_the_recipe_has_the_licence_of_the_project(recipe):
+    assert recipe.variables["LICENSE"] == "MIT"
+    file, _, checksum = recipe.variables["LIC_FILES_CHKSUM"].removeprefix("file://").partition(";")
+    assert checksum == "md5=" + hashlib.md5((recipes.ROOT / file).read_bytes()).hexdigest()
+
+
+def test_the_recipe_takes_the_tree_around_it(recipe):
+    assert recipe.variables["EXTERNALSRC"] == "${KESTROVA_SYSTEM_SOURCE}"
+    here = YOCTO / "recipes-kestrova" / "kestrova-system"
+    source = recipe.variables["KESTROVA_SYSTEM_SOURCE"].replace("${THISDIR}", str(here))
+    assert os.path.realpath(source) == str(recipes.ROOT) and "externalsrc" in recipe.inherited
+
+
+def test_the_recipe_s_options_are_those_of_the_project(recipe, tmp_path):
+    options = recipe.words("EXTRA_OECMAKE")
+    assert recipes.decided(options) == recipes.project_options()
+    recipes.configured(options, tmp_path / "build")
+
+
+@pytest.mark.parametrize("text", ['A = "b', "A = b", "inherit", "f() {\nx\n", 'A = "b" "c"',
+                                  "A", 'A "b"'])
+def test_the_reader_of_recipes_refuses_bad_ones(tmp_path, text):
+    bad = tmp_path / "bad.bb"
+    bad.write_text(text + "\n")
+    with pytest.raises((SyntaxError, IndexError)):
+        bitbake.Recipe(bad)
+
+
+FOLDERS = {"prefix": "/usr", "bindir": "/usr/bin", "sbindir": "/usr/sbin", "libdir": "/usr/lib",
+           "includedir": "/usr/include", "datadir": "/usr/share", "mandir": "/usr/share/man",
+           "PN": "kestrova-system"}
+
+
+def expanded(text):
+    return re.sub(r"\$\{(\w+)\}", lambda match: FOLDERS[match[1]], text)
+
+
+def run_function(body, **variables):
+    return subprocess.run(["sh", "-eu", "-c", body], env={**os.environ, **FOLDERS, **variables},
+                          capture_output=True, text=True, check=False)
+
+
+@pytest.fixture
+def installed(recipe, tmp_path):
+    """The tree that the recipe's do_install leaves."""
+    if not (BUILD / "kestrova").exists():
+        pytest.skip(f"{BUILD / 'kestrova'} is not built")
+    tree = tmp_path / "tree"
+    subprocess.run(["cmake", "--install", BUILD, "--prefix", tree / "usr"], check=True,
+                   stdout=subprocess.DEVNULL)
+    libraries = next(tree.rglob("libkestrova-system.so.1")).parent
+    if libraries.name != "lib":     # a folder for each processor, as Debian has it
+        for path in libraries.iterdir():
+            path.rename(tree / "usr" / "lib" / path.name)
+        libraries.rmdir()
+    done = run_function(recipe.functions["do_install:append"], D=str(tree), S=str(recipes.ROOT))
+    assert done.returncode == 0, done.stderr
+    return tree
+
+
+def packages(recipe):
+    """Patterns of each package in the order in which bitbake takes the files, with those that
+    every recipe has."""
+    own = [expanded(name) for name in recipe.words("PACKAGES")]
+    usual = {"kestrova-system-dev": ["/usr/include", "/usr/lib/lib*.so", "/usr/lib/pkgconfig"],
+             "kestrova-system-doc": ["/usr/share/man", "/usr/share/doc"],
+             "kestrova-system": ["/usr/bin/*", "/usr/sbin/*", "/usr/lib/lib*.so.*"]}
+    files = {expanded(name).removeprefix("FILES:"): expanded(value).split()
+             for name, value in recipe.variables.items() if name.startswith("FILES:")}
+    return {name: files.get(name, []) + usual.get(name, []) for name in [*own, *usual]}
+
+
+def test_everything_that_is_installed_has_its_package(recipe, installed):
+    patterns = packages(recipe)
+    holds = {name: [] for name in patterns}
+    for path in sorted(installed.rglob("*")):
+        if path.is_dir() and not path.is_symlink():
+            continue
+        name = "/" + str(path.relative_to(installed))
+        takers = [package for package, listed in patterns.items() for pattern in listed
+                  if fnmatch.fnmatchcase(name, pattern) or name.startswith(pattern + "/")]
+        assert takers, f"{name} belongs to no package"
+        holds[takers[0]].append(name)
+    version = recipes.project_version()
+    assert holds["kestrova-system"] == ["/usr/lib/libkestrova-system.so.1",
+                                        f"/usr/lib/libkestrova-system.so.{version}"]
+    assert "/usr/lib/libkestrova-system.so" in holds["kestrova-system-dev"]
+    for package, listed in patterns.items():
+        own = expanded(recipe.variables.get("FILES:${PN}" + package.removeprefix("kestrova-system"),
+                                            "")).split()
+        for pattern in own:
+            assert [name for name in holds[package] if fnmatch.fnmatchcase(name, pattern)
+                    or name.startswith(pattern + "/")], f"{package}: nothing is {pattern}"
+        assert listed and (holds[package] or package == "kestrova-system-doc")
+
+
+def test_the_class_for_images_puts_the_adapters_in_place(recipe, image):
+    done = run_function(recipe.functions["do_install:append"], D=str(image), S=str(recipes.ROOT))
+    assert done.returncode == 0, done.stderr
+    box = bitbake.Recipe(YOCTO / "classes" / "kestrova-box.bbclass")
+    (hook,) = box.variables["ROOTFS_POSTPROCESS_COMMAND"].split()
+    done = run_function(box.functions[hook.rstrip(";")], IMAGE_ROOTFS=str(image))
+    assert done.returncode == 0, done.stderr
+    recipes.assert_adapted(image)
+    assert box.variables["IMAGE_INSTALL:append"].split() == ["kestrova-system-box-tools"]
