@@ -74,9 +74,9 @@ def terminal(command):
     """A function that starts the command on a terminal; ends it with the test."""
     terminals = []
 
-    def launch(*arguments):
+    def launch(*arguments, **environment):
         terminals.append(fakedrive.Terminal([command, *map(str, arguments)],
-                                            {**os.environ, "TERM": "xterm"}))
+                                            {**fakedrive.plain_screen(), **environment}))
         return terminals[-1]
 
     yield launch

@@ -64,6 +64,11 @@ def build(command, folder):
     return command.parent, folder / "fakedrive.so"
 
 
+def plain_screen():
+    """The environment of a terminal that can rewrite a line, and of a person without colours."""
+    return {**os.environ, "TERM": "xterm", "NO_COLOR": "1"}
+
+
 class Terminal:
     """A command on a pseudo-terminal of its own."""
 
@@ -209,8 +214,8 @@ class FakeDrive:
         self._processes.append(process)
         return process
 
-    def terminal(self, *arguments, term="xterm"):
-        """Starts the command on a terminal."""
-        terminal = Terminal(self._command(arguments), {**os.environ, "TERM": term})
+    def terminal(self, *arguments, **environment):
+        """Starts the command on a terminal, as plain_screen() or as the environment says."""
+        terminal = Terminal(self._command(arguments), {**plain_screen(), **environment})
         self._terminals.append(terminal)
         return terminal
