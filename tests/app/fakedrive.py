@@ -16,6 +16,8 @@ import signal
 import subprocess
 import time
 
+import documentschema
+
 HERE = pathlib.Path(__file__).resolve().parent
 TOOLS = ["sfdisk", "mkfs.xfs", "fsck.ext3", "hdparm"]
 TIMEOUT = 60
@@ -204,7 +206,9 @@ class FakeDrive:
         """Runs the command without a terminal."""
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                    "text": True, "timeout": TIMEOUT, **options}
-        return subprocess.run(self._command(arguments), check=False, **options)
+        result = subprocess.run(self._command(arguments), check=False, **options)
+        documentschema.check(arguments, result.stdout)
+        return result
 
     def start(self, *arguments):
         """Starts the command on pipes."""
