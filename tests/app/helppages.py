@@ -2,6 +2,7 @@
 """Reads what `kestrova --help` and `kestrova COMMAND --help` print."""
 
 import re
+import shlex
 
 GROUPS = ["drive", "vars", "serial", "syslog"]
 
@@ -33,3 +34,13 @@ def own_options(text):
 
 def statuses(text):
     return [line.split()[0] for line in section(text, "Exit status")]
+
+
+def is_good(kestrova, line):
+    """Whether a command line of an example is parsed: in front of a bad option, so that nothing is
+    run, and without what the shell around it takes away."""
+    words = shlex.split(re.sub(r" [<>][A-Z]+$", "", line))
+    script = words[words.index("-e") + 1] if "-e" in words else shlex.join(words[1:])
+    run = kestrova("--minimal", "shell", "-e", f"{script}; table --bogus")
+    return words[0] == "kestrova" and re.search(
+        "unknown option '--bogus'|--yes is needed|no shell in|URLs are arguments", run.stderr)
