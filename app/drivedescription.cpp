@@ -102,6 +102,10 @@ std::string statusText(sysDVRDrive& drive) {
     if (status == sysDVRDrive::eStFormatting || status == sysDVRDrive::eStStarting) {
         text += ", " + std::to_string(progress) + " %";
     }
+    if (status == sysDVRDrive::eStNotFormatted) {
+        text += drive.numPartitions() == 0 ? "; 'drive partition' comes next"
+                                           : "; 'drive format' comes next";
+    }
     text += "\n";
     if (status == sysDVRDrive::eStStarted) {
         text += "Space:     " + std::to_string(drive.freeMB()) + " MiB free of " +

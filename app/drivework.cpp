@@ -194,7 +194,8 @@ bool checkPartition(const Words& arguments, std::string& error) {
     if (parseNumber(arguments[0], INT32_MAX, number) || arguments[0].rfind("/dev/", 0) == 0) {
         return true;
     }
-    error = "bad partition " + quoted(arguments[0]) + ": an index from 0, or a device node";
+    error = "bad partition " + quoted(arguments[0]) +
+            ": an index from 0, or a device node such as /dev/sda1";
     return false;
 }
 

@@ -155,7 +155,7 @@ Looks at this file alone, and not with the library's reader: it is a second
 opinion.
 )",
     "there is a problem, or FILE can't be read", "  3  there is no such file\n",
-    "  kestrova vars verify /boot-sw/boot_env\n"};
+    "  kestrova vars verify boot_env\n"};
 
 inline constexpr HelpText kFetchHelp = {
     R"(The URL has the form http://HOST[:PORT]/PATH. The document goes to standard

@@ -172,7 +172,7 @@ Result runProduction(Session& /*session*/, const Invocation& /*invocation*/) {
     if (utilities().ResetToProduction() == 0) {
         return {};
     }
-    return Result::failed("'/settings/noptest': " + rootErrorText(errno),
+    return Result::failed("the marker '/settings/noptest': " + rootErrorText(errno),
                           errno == ENOENT ? eAbsent : eFailed);
 }
 

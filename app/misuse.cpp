@@ -102,6 +102,10 @@ std::string optionsHint(const std::string& command, bool inShell) {
     return "; " + called(command + " --help", inShell) + " lists its options";
 }
 
+std::string valueHint(const OptionSpec& option) {
+    return std::string("; it takes ") + option.mValue + ": " + option.mHelp;
+}
+
 std::string unknownCommand(const Words& words, bool inShell) {
     const std::string& first = words[0];
     const bool group = isCommandGroup(first);

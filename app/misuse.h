@@ -12,11 +12,15 @@
 namespace app {
 
 struct Command;
+struct OptionSpec;
 
 /// "; 'kestrova --help' lists the commands"
 std::string commandsHint(bool inShell);
 /// "; 'kestrova vars get --help' lists its options"
 std::string optionsHint(const std::string& command, bool inShell);
+
+/// "; it takes N: verbosity of the library: 0 (silent), 1, 2 ..."
+std::string valueHint(const OptionSpec& option);
 
 /// Words that name no command; with the commands that are spelt much like them.
 std::string unknownCommand(const Words& words, bool inShell);

@@ -131,7 +131,7 @@ private:
         }
         const std::string given = value != nullptr ? *value : std::string();
         if (!spec.mSet(mInvocation.mOptions, given)) {
-            return fail("option " + name + ": bad value " + quoted(given));
+            return fail("option " + name + ": bad value " + quoted(given) + valueHint(spec));
         }
         mGiven.emplace_back(&spec, name);
         return true;

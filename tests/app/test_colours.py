@@ -26,7 +26,7 @@ def test_status(fake_drive):
     assert f"Status:    {GREEN}started{PLAIN}\n" in whole(shell)
     fake_drive.table([])
     shell = fake_drive.terminal("drive", "info", **COLOURED)
-    assert f"Status:    {YELLOW}not-formatted{PLAIN}\n" in whole(shell)
+    assert f"Status:    {YELLOW}not-formatted{PLAIN}; 'drive partition' comes next\n" in whole(shell)
 
 
 def test_bar(fake_drive):

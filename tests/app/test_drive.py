@@ -129,6 +129,15 @@ def test_failure_on_the_data_partition_does_not_end_the_format_early(fake_drive)
     assert fake_drive.calls() == FORMAT
 
 
+def test_status_tells_the_next_step(fake_drive):
+    assert fake_drive.run("drive", "status").stdout == (
+        "Status:    not-formatted; 'drive partition' comes next\n")
+    fake_drive.table([256, 512])
+    assert fake_drive.run("drive", "status").stdout == (
+        "Status:    not-formatted; 'drive format' comes next\n")
+    assert fake_drive.formatted().run("drive", "status").stdout == "Status:    ready\n"
+
+
 def test_start_needs_a_format(fake_drive):
     fake_drive.table([256, 512])
     run = fake_drive.run("drive", "start")

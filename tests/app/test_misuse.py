@@ -28,7 +28,7 @@ CASES = [
     (["table", "-vx"], "unknown option '-vx'"),
     (["table", "--json=1"], "option --json takes no value: '--json=1'"),
     (["table", "--level"], "option --level needs a value: N"),
-    (["--level", "high", "table"], "option --level: bad value 'high'"),
+    (["--level", "high", "table"], "option --level: bad value 'high'; it takes N: verbosity of"),
     (["--level=", "table"], "option --level: bad value ''"),
     (["--level", "4294967296", "table"], "option --level: bad value '4294967296'"),
     (["--level", "-1", "table"], "option --level: bad value '-1'"),
