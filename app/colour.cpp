@@ -10,7 +10,7 @@ bool outputShows = false;
 bool errorShows = false;
 
 std::string painted(std::string_view text, Colour colour, bool shows) {
-    if (!shows) {
+    if (!shows || text.empty()) {
         return std::string(text);
     }
     return "\033[" + std::to_string(colour) + "m" + std::string(text) + "\033[0m";

@@ -45,9 +45,10 @@ std::size_t distance(const std::string& one, const std::string& other) {
 /// Collects the names that come nearest to what was typed.
 class Nearest {
 public:
-    /// `name` is suggested when `typed` is spelt much like `word`.
+    /// `name` is suggested when `typed` is spelt much like `word`, or begins it.
     void offer(const std::string& typed, const std::string& word, const std::string& name) {
-        const std::size_t length = distance(typed, word);
+        const bool begun = word.compare(0, typed.size(), typed) == 0 && word != typed;
+        const std::size_t length = begun ? 1 : distance(typed, word);
         if (length > typed.size() / 3 || length > mLength) {
             return;
         }
