@@ -3,6 +3,7 @@
 
 import os
 import pathlib
+import shutil
 import subprocess
 
 import pytest
@@ -103,6 +104,14 @@ def test_arguments(complete):
     assert complete("drive", "partition", "1", "2", "3", "4", "") == []
     assert complete("drive", "check", "/dev/nul") == ["/dev/null"]
     assert complete("fetch", "") == complete("run", "") == complete("table", "") == []
+
+
+def test_the_script_is_clean():
+    if shutil.which("shellcheck") is None:
+        pytest.skip("there is no shellcheck")
+    run = subprocess.run(["shellcheck", SCRIPT], capture_output=True, text=True, timeout=60,
+                         check=False)
+    assert (run.returncode, run.stdout) == (0, "")
 
 
 def test_in_a_bash(tmp_path):
