@@ -13,6 +13,7 @@
 namespace app {
 
 class Session;
+struct HelpText;
 struct Invocation;
 
 /// Options that some commands take, as bits of Command::mOptions.
@@ -29,13 +30,14 @@ struct Command {
     const char* mName;       ///< one word, or a group's and another one
     const char* mArguments;  ///< as the synopsis shows them, "" for none
     const char* mSummary;    ///< one line
-    const char* mHelp;       ///< further lines, each ended
-    unsigned mOptions;       ///< CommandOption bits
-    bool mNeedsDrive;        ///< needs the full system
-    bool mDestroysData;      ///< asks before it runs
-    bool mRunsBesideWork;    ///< may be run while a format or a mount is under way
+    const HelpText& mHelp;
+    unsigned mOptions;     ///< CommandOption bits
+    bool mNeedsDrive;      ///< needs the full system
+    bool mDestroysData;    ///< asks before it runs
+    bool mRunsBesideWork;  ///< may be run while a format or a mount is under way
 
-    /// Checks the arguments, without any look at the machine; false with a message.
+    /// Checks the arguments, without any look at the machine; false with a message. There are no
+    /// fewer than the synopsis has. Null when their number is all that can be checked.
     bool (*mCheck)(const Words& arguments, std::string& error);
     /// Runs it. Null for the shell, which is no command of a session but its reader.
     Result (*mRun)(Session& session, const Invocation& invocation);
@@ -91,18 +93,11 @@ bool parseSizes(const Words& arguments, int (&sizes)[4], std::string& error);
 bool checkSizes(const Words& arguments, std::string& error);
 /// A PARTITION argument: its index, or a device node.
 bool checkPartition(const Words& arguments, std::string& error);
-bool checkName(const Words& arguments, std::string& error);
-bool checkNameAndValue(const Words& arguments, std::string& error);
-bool checkNameAndFile(const Words& arguments, std::string& error);
-bool checkFile(const Words& arguments, std::string& error);
+bool checkNewName(const Words& arguments, std::string& error);
 bool checkRun(const Words& arguments, std::string& error);
 bool checkPort(const Words& arguments, std::string& error);
 bool checkAddress(const Words& arguments, std::string& error);
-bool checkUrl(const Words& arguments, std::string& error);
 bool checkUrls(const Words& arguments, std::string& error);
-
-/// True when there are as many as wanted; otherwise a message with the name of what is missing.
-bool checkCount(const Words& arguments, const std::vector<const char*>& wanted, std::string& error);
 
 }  // namespace app
 

@@ -46,7 +46,8 @@ Result partitioned(sysDVRDrive& drive, bool written, bool found) {
             "is there now");
     }
     if (!found) {
-        return Result::failed("the drive can't be read after its partition table was written");
+        return Result::failed(
+            "the drive can't be read after its partition table was written; -v tells more");
     }
     Result result;
     result.mText = partitionsText(drive) + statusText(drive);
@@ -66,10 +67,6 @@ Result spun(bool done, const char* text, const char* error) {
 }  // namespace
 
 bool parseSizes(const Words& arguments, int (&sizes)[4], std::string& error) {
-    if (arguments.empty()) {
-        error = "argument SIZE is missing";
-        return false;
-    }
     if (arguments.size() > 4) {
         error = "more than four sizes: " + quoted(arguments[4]);
         return false;
@@ -134,7 +131,7 @@ Result runDrivePartition(Session& session, const Invocation& invocation) {
     const unsigned long long capacity = driveIdentity(drive).mCapacity;
     if (totalSize(sizes) > capacity) {
         return Result::failed("the drive has " + std::to_string(capacity >> 20U) +
-                              " MB, fewer than the sizes need");
+                              " MB, fewer than the sizes need; 'rest' is what is left");
     }
     if (!invocation.mOptions.mYes &&
         !session.confirm("ALL DATA on " + driveName(drive) + " will be lost.\nPartition it as " +
@@ -151,10 +148,12 @@ Result runDrivePartition(Session& session, const Invocation& invocation) {
 Result runDriveStop(Session& session, const Invocation& /*invocation*/) {
     sysDVRDrive& drive = *session.drive();
     if (statusOf(drive) != sysDVRDrive::eStStarted) {
-        return wrongStatus("the drive is not started", statusOf(drive));
+        Result result = wrongStatus("the drive is not started", statusOf(drive));
+        result.mError += "; a start and its stop belong to one 'kestrova shell'";
+        return result;
     }
     if (!drive.stop()) {
-        return wrongStatus("a file system could not be unmounted, it may be in use",
+        return wrongStatus("a file system could not be unmounted: end what uses it and stop again",
                            statusOf(drive));
     }
     Result result;
@@ -165,11 +164,12 @@ Result runDriveStop(Session& session, const Invocation& /*invocation*/) {
 
 Result runDriveSpinDown(Session& session, const Invocation& /*invocation*/) {
     return spun(session.drive()->spinDown(), "The drive is in standby.\n",
-                "the drive did not take the standby commands");
+                "the drive did not take the standby commands; -v tells more");
 }
 
 Result runDriveSpinUp(Session& session, const Invocation& /*invocation*/) {
-    return spun(session.drive()->spinUp(), "The drive is awake.\n", "the drive can't be opened");
+    return spun(session.drive()->spinUp(), "The drive is awake.\n",
+                "the drive can't be opened; -v tells more");
 }
 
 }  // namespace app

@@ -6,8 +6,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
+#include "app/colour.h"
 #include "app/text.h"
 
 namespace app {
@@ -24,6 +24,19 @@ const char* fileSystemName(sysPartition::FSType type) {
             break;
     }
     return "unknown";
+}
+
+Colour statusColour(sysDVRDrive::Status status) {
+    switch (status) {
+        case sysDVRDrive::eStReady:
+        case sysDVRDrive::eStStarted:
+            return eGreen;
+        case sysDVRDrive::eStNone:
+        case sysDVRDrive::eStError:
+            return eRed;
+        default:
+            return eYellow;
+    }
 }
 
 std::string orDash(const char* text) {
@@ -84,8 +97,16 @@ std::string statusText(sysDVRDrive& drive) {
     sysDVRDrive::Status status = sysDVRDrive::eStNone;
     int progress = 0;
     drive.getStatus(&status, &progress);
-    std::string text =
-        std::string("Status:    ") + statusName(status) + ", " + std::to_string(progress) + " %\n";
+    std::string text = "Status:    " + coloured(statusName(status), statusColour(status));
+    // At rest it is 100, which would look odd behind "not-formatted".
+    if (status == sysDVRDrive::eStFormatting || status == sysDVRDrive::eStStarting) {
+        text += ", " + std::to_string(progress) + " %";
+    }
+    if (status == sysDVRDrive::eStNotFormatted) {
+        text += drive.numPartitions() == 0 ? "; 'drive partition' comes next"
+                                           : "; 'drive format' comes next";
+    }
+    text += "\n";
     if (status == sysDVRDrive::eStStarted) {
         text += "Space:     " + std::to_string(drive.freeMB()) + " MiB free of " +
                 std::to_string(drive.totalMB()) + " MiB, blocks of " +
@@ -142,7 +163,7 @@ JsonArray partitionsData(sysDVRDrive& drive) {
 std::string noDriveReason() {
     const std::string device = kDriveDevice;
     if (::access(kDriveDevice, R_OK | W_OK) != 0) {
-        return "no recording drive: " + device + ": " + std::strerror(errno);
+        return "no recording drive: " + device + ": " + rootErrorText(errno);
     }
     return "no recording drive: " + device +
            " does not tell its identity or size, or one of its file systems is in use;"

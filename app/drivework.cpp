@@ -62,12 +62,14 @@ public:
 
     Result finish() override {
         if (statusOf(mDrive) != sysDVRDrive::eStReady) {
-            return withStatus(Result::failed("the storage partition could not be formatted"));
+            return withStatus(
+                Result::failed("the storage partition could not be formatted; -v tells more"));
         }
         // The drive keeps what it read of the partitions before the format: it reads them again.
         (void)mDrive.shut();
         if (!mDrive.init() || statusOf(mDrive) != sysDVRDrive::eStReady) {
-            return withStatus(Result::failed("the drive is not ready after the format"));
+            return withStatus(
+                Result::failed("the drive is not ready after the format; -v tells more"));
         }
         Result result;
         if (mDrive.numPartitions() <= kDataPosition) {
@@ -75,7 +77,7 @@ public:
         } else if (mDataFailed || !hasDataLabel()) {
             result = Result::failed(
                 "the data partition could not be formatted; the storage "
-                "partition is ready");
+                "partition is ready and can be started");
         } else {
             result.mText = "The drive is formatted.\n";
         }
@@ -188,19 +190,12 @@ std::string formatQuestion(sysDVRDrive& drive) {
 }  // namespace
 
 bool checkPartition(const Words& arguments, std::string& error) {
-    if (arguments.empty()) {
-        error = "argument PARTITION is missing";
-        return false;
-    }
-    if (arguments.size() > 1) {
-        error = "unexpected argument " + quoted(arguments[1]);
-        return false;
-    }
     unsigned long number = 0;
     if (parseNumber(arguments[0], INT32_MAX, number) || arguments[0].rfind("/dev/", 0) == 0) {
         return true;
     }
-    error = "bad partition " + quoted(arguments[0]) + ": an index from 0, or a device node";
+    error = "bad partition " + quoted(arguments[0]) +
+            ": an index from 0, or a device node such as /dev/sda1";
     return false;
 }
 
@@ -244,12 +239,12 @@ Result runDriveCheck(Session& session, const Invocation& invocation) {
     const int index = partitionIndex(drive, argument);
     if (index < 0) {
         return Result::failed("no partition " + quoted(argument) + ": the drive has " +
-                              std::to_string(drive.numPartitions()));
+                              std::to_string(drive.numPartitions()) + "; 'drive info' shows them");
     }
     sysPartition& partition = *drive.getPartition(index);
     const std::string path = printable(partition.path());
     if (partition.isMounted()) {
-        return Result::failed(path + " is mounted and can't be checked");
+        return Result::failed(path + " is mounted and can't be checked: unmount it first");
     }
     if (partition.fileSystemType() == sysPartition::eFsXfs) {
         return Result::failed(path + " holds an XFS file system, only ext2/ext3 can be checked");

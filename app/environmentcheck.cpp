@@ -63,7 +63,8 @@ EnvironmentState checkFiles(const std::string& directory) {
         reason += std::string(name) + ": " + (error == 0 ? describe(image) : std::strerror(error));
     }
     if (!anyThere) {
-        return {EnvironmentState::eMissing, "there is no boot environment yet"};
+        return {EnvironmentState::eMissing,
+                "there is no boot environment yet; 'vars set' makes one"};
     }
     return unreadable(reason);
 }
@@ -75,7 +76,7 @@ EnvironmentState checkEnvironment() {
     const std::string device = table.GetSoftwarePartitionMountDevice();
     struct stat status = {};
     if (::stat(device.c_str(), &status) != 0) {
-        return unreadable(device + ": " + std::strerror(errno));
+        return unreadable(device + ": " + rootErrorText(errno));
     }
     const std::string mounted = mountedOn(status);
     if (!mounted.empty()) {
@@ -85,7 +86,7 @@ EnvironmentState checkEnvironment() {
     if (::mount(device.c_str(), directory.c_str(), table.GetSoftwarePartitionFilesystem(),
                 MS_NOEXEC | MS_RDONLY, nullptr) != 0) {
         return unreadable(device + " can't be mounted on " + directory + ": " +
-                          std::strerror(errno));
+                          rootErrorText(errno));
     }
     EnvironmentState state = checkFiles(directory);
     (void)::umount(directory.c_str());

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "System/protocols/http/sysChainFetcher.h"
+#include "app/colour.h"
 #include "app/commands.h"
 #include "app/event.h"
 #include "app/options.h"
@@ -93,7 +94,7 @@ public:
                     addLine(line);
                     break;
                 case LineReader::eTooLong:
-                    complain("fetch-all: a line of the list is too long");
+                    printError("fetch-all: a line of the list is too long", mSession.quiet());
                     report({});
                     break;
                 case LineReader::eInterrupted:
@@ -157,7 +158,8 @@ private:
         if (error == 0) {
             entry.mFile = path;
         } else {
-            complain("fetch-all: " + quoted(path) + ": " + std::strerror(error));
+            printError("fetch-all: " + quoted(path) + ": " + std::strerror(error),
+                       mSession.quiet());
             entry.mOk = false;
         }
     }
@@ -173,7 +175,8 @@ private:
             mEntries.addJson(data.text());
             return;
         }
-        std::string line = std::string(entry.mOk ? "ok" : "failed") + "\t" + std::to_string(bytes);
+        std::string line = (entry.mOk ? coloured("ok", eGreen) : coloured("failed", eRed)) + "\t" +
+                           std::to_string(bytes);
         line += "\t" + (entry.mType.empty() ? "-" : printable(entry.mType));
         line += "\t" + printable(entry.mUrl);
         line += entry.mFile.empty() ? "\n" : "\t" + printable(entry.mFile) + "\n";
@@ -215,7 +218,8 @@ Result runFetchAll(Session& session, const Invocation& invocation) {
     const std::string& folder = invocation.mOptions.mFolder;
     if (!folder.empty()) {
         if (const int error = folderError(folder)) {
-            return Result::failed(quoted(folder) + ": " + std::strerror(error));
+            return Result::failed(quoted(folder) + ": " + std::strerror(error) +
+                                  "; -d needs a folder that is there");
         }
     }
     Run run(session, folder);

@@ -99,13 +99,6 @@ int openOutput(Session& session, const std::string& path, OutputFile& file) {
 
 }  // namespace
 
-bool checkUrl(const Words& arguments, std::string& error) {
-    if (!checkCount(arguments, {"URL"}, error)) {
-        return false;
-    }
-    return checkUrls(arguments, error);
-}
-
 Result runFetch(Session& session, const Invocation& invocation) {
     const std::string& path = invocation.mOptions.mOutput;
     const std::string& url = invocation.mArguments[0];

@@ -4,20 +4,13 @@
 #include <algorithm>
 
 #include "app/commands.h"
+#include "app/helptexts.h"
 #include "app/options.h"
 #include "app/text.h"
 
 namespace app {
 
 namespace {
-
-std::string synopsis(const Command& command) {
-    std::string text = command.mName;
-    if (*command.mArguments != '\0') {
-        text += std::string(" ") + command.mArguments;
-    }
-    return text;
-}
 
 std::string optionNames(const OptionSpec& spec) {
     std::string names;
@@ -47,7 +40,7 @@ std::string optionList(unsigned bits) {
 }
 
 std::string commandList(const std::string& prefix) {
-    constexpr std::size_t width = 28;
+    constexpr std::size_t width = 27;
     std::string text;
     for (const Command& command : commands()) {
         if (std::string(command.mName).rfind(prefix, 0) == 0) {
@@ -65,24 +58,49 @@ const char* groupSummary(const std::string& prefix) {
     const bool drive = std::any_of(commands().begin(), commands().end(), [&](const Command& each) {
         return each.mNeedsDrive && std::string(each.mName).rfind(prefix, 0) == 0;
     });
-    return drive ? "A full start of the system, which all of these need, unmounts the recording "
+    return drive ? "All of these need a full start of the system, which unmounts the recording\n"
                    "drive.\n"
                  : "None of these needs the recording drive, which is left alone.\n";
 }
 
+/// Exit status 1 means something else for each; from 3 on most have none.
+std::string statusList(const char* failed, const char* others) {
+    return std::string("\nExit status:\n  0  done\n  1  ") + failed +
+           "\n  2  misused; nothing was touched\n" + others;
+}
+
 std::string commandHelp(const Command& command) {
+    const HelpText& help = command.mHelp;
     std::string text = "Usage: kestrova [OPTION...] " + synopsis(command) + "\n\n";
-    text += std::string(command.mSummary) + "\n";
-    if (*command.mHelp != '\0') {
-        text += std::string("\n") + command.mHelp;
-    }
+    text += std::string(command.mSummary) + "\n\n" + help.mMore;
     if (command.mOptions != 0) {
         text += "\nOptions of this command:\n" + optionList(command.mOptions);
     }
-    return text + "\nOptions:\n" + optionList(0);
+    text += "\nOptions:\n" + optionList(0) + statusList(help.mFailed, help.mStatuses);
+    return text + "\nExample:\n" + help.mExamples;
+}
+
+/// "" is the prefix of all commands.
+const char* groupExample(const std::string& prefix) {
+    if (prefix.empty()) {
+        return "  kestrova drive info\n  kestrova shell -e 'drive start; drive status; drive "
+               "stop'\n";
+    }
+    return std::find_if(
+               commands().begin(), commands().end(),
+               [&](const Command& each) { return std::string(each.mName).rfind(prefix, 0) == 0; })
+        ->mHelp.mExamples;
 }
 
 }  // namespace
+
+std::string synopsis(const Command& command) {
+    std::string text = command.mName;
+    if (*command.mArguments != '\0') {
+        text += std::string(" ") + command.mArguments;
+    }
+    return text;
+}
 
 std::string helpText(const Words& topic) {
     if (!topic.empty() && !isCommandGroup(topic[0])) {
@@ -96,9 +114,12 @@ std::string helpText(const Words& topic) {
     std::string text = "Usage: kestrova [OPTION...] " + prefix + "COMMAND [ARGUMENT...]\n\n";
     text += groupSummary(prefix);
     text += "\nCommands:\n" + commandList(prefix) + "\nOptions:\n" + optionList(0);
-    return text + "\nExit status: 0 done, 1 failed, 2 misused (nothing was touched), 3 absent,\n" +
-           "4 refused, 5 broken, 6 cancelled.\n" +
-           "'kestrova COMMAND --help' tells more about a command.\n";
+    text += statusList("failed; standard error tells why",
+                       "  3  absent: nothing is wrong, but what was asked for is not there\n"
+                       "  4, 5, 6  refused, broken off, cancelled (fetch, fetch-all)\n"
+                       "  'run' exits as the command that it ran.\n");
+    text += std::string("\nExample:\n") + groupExample(prefix);
+    return text + "\n'kestrova " + prefix + "COMMAND --help' tells more about a command.\n";
 }
 
 }  // namespace app

@@ -8,8 +8,13 @@
 
 namespace app {
 
+struct Command;
+
 /// Help for the whole (no words), for a group ("drive") or for a command (its name).
 std::string helpText(const Words& topic);
+
+/// "vars set NAME VALUE"
+std::string synopsis(const Command& command);
 
 }  // namespace app
 

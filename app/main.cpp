@@ -80,12 +80,13 @@ int main(int argc, char** argv) {
         StandardStreams streams;
         const ExitStatus status = run(streams, app::Words(argv + std::min(argc, 1), argv + argc));
         if (streams.outputError() != 0) {
-            app::complain(std::string("standard output: ") + std::strerror(streams.outputError()));
+            app::printError(std::string("standard output: ") + std::strerror(streams.outputError()),
+                            true);
             return worse(status, app::eFailed);
         }
         return status;
     } catch (const std::exception& error) {
-        app::complain(error.what());
+        app::printError(error.what(), true);
         return app::eFailed;
     }
 }

@@ -61,7 +61,7 @@ Result noAddress() {
             return Result::failed(state.mReason);
         }
     }
-    return Result::failed("no address is stored", eAbsent);
+    return Result::failed("no address is stored; 'syslog set ADDRESS' stores one", eAbsent);
 }
 
 Result withAddress(unsigned address) {
@@ -84,11 +84,7 @@ bool missing(const char* tool, Result& result) {
 
 bool checkPort(const Words& arguments, std::string& error) {
     unsigned long port = 0;
-    if (arguments.empty()) {
-        error = "argument PORT is missing";
-    } else if (arguments.size() > 1) {
-        error = "unexpected argument " + quoted(arguments[1]);
-    } else if (!parseNumber(arguments[0], kLastPort, port)) {
+    if (!parseNumber(arguments[0], kLastPort, port)) {
         error = "PORT is a number from 0 to 9, not " + quoted(arguments[0]);
     }
     return error.empty();
@@ -96,11 +92,7 @@ bool checkPort(const Words& arguments, std::string& error) {
 
 bool checkAddress(const Words& arguments, std::string& error) {
     unsigned address = 0;
-    if (arguments.empty()) {
-        error = "argument ADDRESS is missing";
-    } else if (arguments.size() > 1) {
-        error = "unexpected argument " + quoted(arguments[1]);
-    } else if (!parseAddress(arguments[0], address)) {
+    if (!parseAddress(arguments[0], address)) {
         error = "ADDRESS is four decimal octets such as 10.0.0.1, not " + quoted(arguments[0]);
     }
     return error.empty();
@@ -122,9 +114,10 @@ Result runSerialLogin(Session& /*session*/, const Invocation& invocation) {
         return result;
     }
     if (utilities().SpawnGetty(static_cast<int>(port)) < 0) {
-        return errno == ENOENT
-                   ? Result::failed("there is no serial port " + std::to_string(port), eAbsent)
-                   : Result::failed(std::string("no login prompt: ") + std::strerror(errno));
+        return errno == ENOENT ? Result::failed("there is no serial port " + std::to_string(port) +
+                                                    "; 'serial count' counts them",
+                                                eAbsent)
+                               : Result::failed("no login prompt: " + rootErrorText(errno));
     }
     result.mData.add("port", port);
     return result;
@@ -179,7 +172,7 @@ Result runProduction(Session& /*session*/, const Invocation& /*invocation*/) {
     if (utilities().ResetToProduction() == 0) {
         return {};
     }
-    return Result::failed(std::string("'/settings/noptest': ") + std::strerror(errno),
+    return Result::failed("the marker '/settings/noptest': " + rootErrorText(errno),
                           errno == ENOENT ? eAbsent : eFailed);
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "app/misuse.h"
 #include "app/text.h"
 
 namespace app {
@@ -87,14 +88,14 @@ private:
             const std::string value = word.substr(equals + 1);
             return takeOption(spec, name, &value);
         }
-        return fail("unknown option " + quoted(word));
+        return fail(unknownOption(name, mSource.mShell));
     }
 
     bool takeShort(const std::string& word) {
         for (std::size_t position = 1; position < word.size(); ++position) {
             const OptionSpec* const spec = findShort(word[position]);
             if (spec == nullptr) {
-                return fail("unknown option " + quoted(word));
+                return fail(unknownOption(word, mSource.mShell));
             }
             const std::string name = {'-', word[position]};
             if (spec->mValue != nullptr && position + 1 < word.size()) {
@@ -130,7 +131,7 @@ private:
         }
         const std::string given = value != nullptr ? *value : std::string();
         if (!spec.mSet(mInvocation.mOptions, given)) {
-            return fail("option " + name + ": bad value " + quoted(given));
+            return fail("option " + name + ": bad value " + quoted(given) + valueHint(spec));
         }
         mGiven.emplace_back(&spec, name);
         return true;
@@ -146,7 +147,7 @@ private:
             return resolveTopic();
         }
         if (mPositional.empty()) {
-            return fail("a command is missing; try 'kestrova --help'");
+            return fail("a command is missing" + commandsHint(mSource.mShell));
         }
         if (mSource.mShell && (mPositional[0] == "exit" || mPositional[0] == "quit")) {
             mInvocation.mExit = true;
@@ -176,16 +177,7 @@ private:
         return true;
     }
 
-    bool failUnknown() {
-        if (!isCommandGroup(mPositional[0])) {
-            return fail("unknown command " + quoted(mPositional[0]));
-        }
-        if (mPositional.size() == 1) {
-            return fail(mPositional[0] + ": a command is missing; try '" + mPositional[0] +
-                        " --help'");
-        }
-        return fail("unknown command " + quoted(mPositional[0] + " " + mPositional[1]));
-    }
+    bool failUnknown() { return fail(unknownCommand(mPositional, mSource.mShell)); }
 
     bool checkCommand() {
         const Command& command = *mInvocation.mCommand;
@@ -195,11 +187,14 @@ private:
         if (command.mReadsInput && mSource.mShell && mInvocation.mArguments.empty()) {
             return fail(std::string(command.mName) + ": in a shell, URLs are arguments");
         }
-        std::string error;
-        if (!command.mCheck(mInvocation.mArguments, error)) {
-            return fail(std::string(command.mName) + ": " + error);
+        std::string error = missingArgument(command, mInvocation.mArguments);
+        if (error.empty() && command.mCheck != nullptr) {
+            (void)command.mCheck(mInvocation.mArguments, error);
         }
-        return true;
+        if (error.empty()) {
+            error = unexpectedArgument(command, mInvocation.mArguments);
+        }
+        return error.empty() || fail(std::string(command.mName) + ": " + error);
     }
 
     bool checkOptions() {
@@ -209,7 +204,8 @@ private:
         }
         for (const auto& [spec, name] : mGiven) {
             if (spec->mCommandOption != 0 && (spec->mCommandOption & command->mOptions) == 0) {
-                return fail(std::string(command->mName) + " has no option " + name);
+                return fail(std::string(command->mName) + " has no option " + name +
+                            optionsHint(command->mName, mSource.mShell));
             }
         }
         if (command->mDestroysData && !mInvocation.mOptions.mYes && !mSource.mCanAsk) {

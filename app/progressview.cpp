@@ -6,14 +6,15 @@
 
 namespace app {
 
-std::string barText(const std::string& name, int percent, int width, const std::string& state) {
+std::string barText(const std::string& name, int percent, int width, const std::string& state,
+                    Paint paint) {
     percent = std::clamp(percent, 0, 100);
     const auto filled = static_cast<std::size_t>(percent * width / 100);
     const auto rest = static_cast<std::size_t>(width) - filled;
     std::string number = std::to_string(percent);
     number.insert(0, 3 - number.size(), ' ');
-    return name + " [" + std::string(filled, '#') + std::string(rest, '-') + "] " + number + " % " +
-           state;
+    return name + " [" + paint(std::string(filled, '#'), eGreen) + std::string(rest, '-') + "] " +
+           number + " % " + state;
 }
 
 std::string overdrawn(const std::string& line) {
@@ -40,7 +41,8 @@ void ProgressView::show(const Progress& progress) {
     }
     if (mRedraws) {
         constexpr int width = 40;
-        mStreams.write(overdrawn(barText(mName, progress.mPercent, width, progress.mState)));
+        mStreams.write(
+            overdrawn(barText(mName, progress.mPercent, width, progress.mState, coloured)));
         mOpenLine = true;
     } else {
         mStreams.write(mName + ": " + progress.mState + " " + std::to_string(progress.mPercent) +

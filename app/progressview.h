@@ -3,15 +3,21 @@
 #define KESTROVA_APP_PROGRESSVIEW_H
 
 #include <string>
+#include <string_view>
 
+#include "app/colour.h"
 #include "app/json.h"
 #include "app/standardstreams.h"
 #include "app/work.h"
 
 namespace app {
 
+/// coloured() or colouredError().
+using Paint = std::string (*)(std::string_view text, Colour colour);
+
 /// "name [####----]  50 % state", the bar so wide.
-std::string barText(const std::string& name, int percent, int width, const std::string& state);
+std::string barText(const std::string& name, int percent, int width, const std::string& state,
+                    Paint paint);
 /// A line that takes the place of the one that the cursor is in.
 std::string overdrawn(const std::string& line);
 

@@ -41,10 +41,9 @@ Result howItEnded(int pid) {
 }  // namespace
 
 bool checkRun(const Words& arguments, std::string& error) {
-    if (arguments.empty()) {
-        error = "argument COMMAND is missing";
-    } else if (arguments.size() > 1) {
-        error = "unexpected argument " + quoted(arguments[1]) + "; COMMAND is one word, in quotes";
+    if (arguments.size() > 1) {
+        error = "unexpected argument " + quoted(arguments[1]) +
+                "; COMMAND is one argument: put it in quotes";
     }
     return error.empty();
 }

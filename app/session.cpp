@@ -62,7 +62,7 @@ Result Session::perform(const Invocation& invocation) {
         reportEndedWork();
     }
     if (command.mNeedsDrive && mSetup.mMinimal) {
-        return Result::failed("--minimal leaves the drive out");
+        return Result::failed("--minimal leaves the drive out; start without it");
     }
     if (command.mNeedsDrive && drive() == nullptr) {
         return Result::failed(noDriveReason());
@@ -81,7 +81,7 @@ void Session::reportEndedWork() {
 void Session::print(const Invocation& invocation, const Result& result) {
     const std::string name = invocation.mCommand->mName;
     if (!result.mError.empty()) {
-        complain(name + ": " + result.mError);
+        printError(name + ": " + result.mError, mQuiet);
     }
     if (!mQuiet) {
         mStreams.write(result.mText);
@@ -148,7 +148,7 @@ Result Session::follow() {
 }
 
 void printMisuse(StandardStreams& streams, bool json, const std::string& error) {
-    complain(error);
+    printError(error, json);
     if (json) {
         streams.write(JsonObject().add("error", error).text() + "\n");
     }

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "app/colour.h"
+
 namespace app {
 
 namespace {
@@ -51,7 +53,14 @@ int writeAll(int descriptor, std::string_view text) {
 
 bool isScreen(int descriptor) {
     const char* const terminal = std::getenv("TERM");
-    return ::isatty(descriptor) != 0 && terminal != nullptr && std::string_view(terminal) != "dumb";
+    return ::isatty(descriptor) != 0 && terminal != nullptr && *terminal != '\0' &&
+           std::string_view(terminal) != "dumb";
+}
+
+/// Set, and not empty: the wish to have no colours.
+bool colourUnwanted() {
+    const char* const wish = std::getenv("NO_COLOR");
+    return wish != nullptr && *wish != '\0';
 }
 
 }  // namespace
@@ -66,6 +75,7 @@ StandardStreams::StandardStreams() {
         (void)::close(nothing);
     }
     (void)::dup2(STDERR_FILENO, STDOUT_FILENO);
+    showColours(canRedraw() && !colourUnwanted(), canRedrawError() && !colourUnwanted());
     // A reader that goes away must not end the process in the middle of a format. A handler, since
     // the tools would inherit that the signal is ignored.
     (void)std::signal(SIGPIPE, [](int) {});
@@ -104,6 +114,12 @@ void complain(std::string_view message) {
     line += message;
     line += "\n";
     writeError(line);
+}
+
+void printError(std::string_view message, bool plain) {
+    std::string line = "kestrova: ";
+    line += message;
+    writeError((plain ? line : colouredError(line, eRed)) + "\n");
 }
 
 }  // namespace app

@@ -46,8 +46,10 @@ private:
 
 /// Writes to standard error as it is: questions and prompts.
 void writeError(std::string_view text);
-/// Writes a line "kestrova: ..." to standard error.
+/// Writes a line "kestrova: ..." to standard error: something to know.
 void complain(std::string_view message);
+/// The same for what has failed, in red unless it is to be plain.
+void printError(std::string_view message, bool plain);
 
 }  // namespace app
 

@@ -53,19 +53,19 @@ std::vector<const BlockdevConfig*> devices() {
     return found;
 }
 
-/// ", bulk in /media/data0-1/bulk (project 110)" and the like.
+/// What the partition is used for, a line each, as a box's console is narrow.
 std::string purposes(const PartitionConfig& partition) {
     const std::string directory = partition.mpMountPoint;
     std::string text;
     if (partition.mUseItForSettings) {
-        text += ", settings";
+        text += "    settings\n";
     }
     if (partition.mUseItForBulk) {
-        text += ", bulk in " + directory + partition.mpBulkSubDir + " (project " +
-                std::to_string(partition.mBulkProjectId) + ")";
+        text += "    bulk in " + directory + partition.mpBulkSubDir + " (project " +
+                std::to_string(partition.mBulkProjectId) + ")\n";
     }
     if (partition.mUseItForTemp) {
-        text += ", temporary files in " + directory + partition.mpTempSubDir;
+        text += "    temporary files in " + directory + partition.mpTempSubDir + "\n";
     }
     return text;
 }
@@ -73,7 +73,7 @@ std::string purposes(const PartitionConfig& partition) {
 std::string partitionText(const PartitionConfig& partition) {
     return "  partition " + std::to_string(partition.mPartId) + ": " + partition.mpPartDevname +
            "\n    " + usageName(partition.mUsage) + ", " + fileSystemName(partition.mFstype) +
-           " on " + partition.mpMountPoint + purposes(partition) + "\n";
+           " on " + partition.mpMountPoint + "\n" + purposes(partition);
 }
 
 std::string partitionData(const PartitionConfig& partition) {

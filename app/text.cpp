@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "app/text.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace app {
 
@@ -123,6 +127,12 @@ std::string amountText(unsigned long long bytes) {
     }
     const unsigned long long tenths = value / (step / 10);
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " " + *unit + "B";
+}
+
+std::string rootErrorText(int error) {
+    const std::string text = std::strerror(error);
+    const bool forbidden = error == EACCES || error == EPERM;
+    return forbidden && ::geteuid() != 0 ? text + "; run it as root" : text;
 }
 
 bool parseNumber(std::string_view text, unsigned long maximum, unsigned long& value) {

@@ -33,6 +33,9 @@ std::string sizeText(unsigned long long bytes);
 /// An amount of bytes from 0 on, finer: "7 bytes", "20.5 kB", "1.3 MB".
 std::string amountText(unsigned long long bytes);
 
+/// What an errno means; for what only root may do tells so.
+std::string rootErrorText(int error);
+
 /// Reads a decimal number from 0 to `maximum`: digits only, the whole text. False otherwise.
 bool parseNumber(std::string_view text, unsigned long maximum, unsigned long& value);
 

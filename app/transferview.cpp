@@ -82,7 +82,8 @@ std::string TransferView::text(unsigned long long received, unsigned long long l
         amount += rate != 0 ? ", " + durationText((length - received + rate - 1) / rate) + " left"
                             : std::string(", stalled");
     }
-    return overdrawn(barText(mName, static_cast<int>(received * 100 / length), kBarWidth, amount));
+    return overdrawn(barText(mName, static_cast<int>(received * 100 / length), kBarWidth, amount,
+                             colouredError));
 }
 
 }  // namespace app

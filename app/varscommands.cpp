@@ -7,6 +7,7 @@
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "System/system.h"
 #include "app/bootimage.h"
+#include "app/colour.h"
 #include "app/commands.h"
 #include "app/environmentcheck.h"
 #include "app/options.h"
@@ -40,7 +41,8 @@ Result notFound(const std::string& name) {
             return failedFor(state);
         }
     }
-    return Result::failed("there is no variable " + quoted(name), eAbsent);
+    return Result::failed("there is no variable " + quoted(name) + "; 'vars list' shows them all",
+                          eAbsent);
 }
 
 bool getText(const std::string& name, std::string& value) {
@@ -78,30 +80,14 @@ std::string remarksText(const char* kind, const std::vector<BootImageRemark>& re
     return text;
 }
 
+}  // namespace
+
 /// A new variable needs a name; the boot stage could not ask for one without.
 bool checkNewName(const Words& arguments, std::string& error) {
     if (arguments[0].empty()) {
         error = "NAME is empty";
     }
     return error.empty();
-}
-
-}  // namespace
-
-bool checkName(const Words& arguments, std::string& error) {
-    return checkCount(arguments, {"NAME"}, error);
-}
-
-bool checkNameAndValue(const Words& arguments, std::string& error) {
-    return checkCount(arguments, {"NAME", "VALUE"}, error) && checkNewName(arguments, error);
-}
-
-bool checkNameAndFile(const Words& arguments, std::string& error) {
-    return checkCount(arguments, {"NAME", "FILE"}, error) && checkNewName(arguments, error);
-}
-
-bool checkFile(const Words& arguments, std::string& error) {
-    return checkCount(arguments, {"FILE"}, error);
 }
 
 Result runVarsList(Session& /*session*/, const Invocation& /*invocation*/) {
@@ -146,7 +132,8 @@ Result runVarsGetBinary(Session& /*session*/, const Invocation& invocation) {
     unsigned length = 0;
     if (!manager().getVarB(name.c_str(), length, reinterpret_cast<unsigned char*>(bytes.data()),
                            kLongestValue)) {
-        return Result::failed("the variable " + quoted(name) + " is not binary: no base64 text");
+        return Result::failed("the variable " + quoted(name) +
+                              " is not binary: no base64 text; 'vars get' prints it");
     }
     Result result;
     result.mText = bytes.substr(0, length);
@@ -192,8 +179,10 @@ Result runVarsVerify(Session& /*session*/, const Invocation& invocation) {
         result = Result::failed(quoted(file) + " is not a good boot environment");
     }
     const std::size_t variables = image.mVariables;
-    result.mText = printable(file) + ": " + (image.mProblems.empty() ? "good, " : "bad, ") +
-                   std::to_string(variables) + (variables == 1 ? " variable\n" : " variables\n") +
+    result.mText = printable(file) + ": " +
+                   (image.mProblems.empty() ? coloured("good", eGreen) : coloured("bad", eRed)) +
+                   ", " + std::to_string(variables) +
+                   (variables == 1 ? " variable\n" : " variables\n") +
                    remarksText("problem", image.mProblems) + remarksText("note", image.mNotes);
     result.mData.add("file", file).add("good", image.mProblems.empty());
     result.mData.add("count", variables);

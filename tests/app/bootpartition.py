@@ -12,6 +12,8 @@ import struct
 import subprocess
 import zlib
 
+import documentschema
+
 TIMEOUT = 60
 MOUNT_POINT = "/boot-sw"
 NODE = "/dev/disk/by-path/pci-0000:01:0e.0-scsi-0:0:0:0-part1"
@@ -161,10 +163,13 @@ class BootPartition:
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                    "text": True, "timeout": TIMEOUT, **options}
         environment = {**os.environ, "NODE": NODE, "HIDE": "1" if hide else ""}
-        return subprocess.run([*INSIDE, "sh", "-c", ENTER, "sh", self._root, self.state,
-                               self._build, self.loop, mounted, name, *before,
-                               self._build / program, *arguments],
-                              check=False, env=environment, **options)
+        result = subprocess.run([*INSIDE, "sh", "-c", ENTER, "sh", self._root, self.state,
+                                 self._build, self.loop, mounted, name, *before,
+                                 self._build / program, *arguments],
+                                check=False, env=environment, **options)
+        if program == "kestrova":
+            documentschema.check(arguments, result.stdout)
+        return result
 
     def left(self):
         """How the last run left the partition mounted: "", "ro" or "rw"."""

@@ -3,12 +3,14 @@
 
 KESTROVA tells which command to test; by default the one of the i686 build.
 
-kestrova        runs the command with arguments, without a terminal
+kestrova        runs the command with arguments, without a terminal; here and where else the command
+                is run, its JSON is checked against the schema
 documents       a folder that python3's http.server serves, and its address
 scripted        a ScriptedServer
 terminal        starts the command on a terminal
 fake_drive      a root of its own with a stand-in for the recording drive and its tools
 boot_partition  a root of its own with a real file system as the software partition
+maintain        runs the command there, among stand-ins for the daemons of service staff
 """
 
 import os
@@ -18,8 +20,10 @@ import subprocess
 import pytest
 
 import bootpartition
+import documentschema
 import fakedrive
 import httpserver
+import maintenance
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TIMEOUT = 60
@@ -45,7 +49,9 @@ def kestrova(command):
     def run(*arguments, **options):
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                    "text": True, "timeout": TIMEOUT, **options}
-        return subprocess.run([command, *arguments], check=False, **options)
+        result = subprocess.run([command, *arguments], check=False, **options)
+        documentschema.check(arguments, result.stdout)
+        return result
 
     return run
 
@@ -74,9 +80,9 @@ def terminal(command):
     """A function that starts the command on a terminal; ends it with the test."""
     terminals = []
 
-    def launch(*arguments):
+    def launch(*arguments, **environment):
         terminals.append(fakedrive.Terminal([command, *map(str, arguments)],
-                                            {**os.environ, "TERM": "xterm"}))
+                                            {**fakedrive.plain_screen(), **environment}))
         return terminals[-1]
 
     yield launch
@@ -128,3 +134,9 @@ def boot_partition(command, tmp_path):
         pytest.skip(f"the software partition's stand-in needs {lacking}")
     with bootpartition.BootPartition(command.parent, tmp_path) as partition:
         yield partition
+
+
+@pytest.fixture
+def maintain(boot_partition):
+    """A Maintenance."""
+    return maintenance.Maintenance(boot_partition)

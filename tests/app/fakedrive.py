@@ -16,6 +16,8 @@ import signal
 import subprocess
 import time
 
+import documentschema
+
 HERE = pathlib.Path(__file__).resolve().parent
 TOOLS = ["sfdisk", "mkfs.xfs", "fsck.ext3", "hdparm"]
 TIMEOUT = 60
@@ -62,6 +64,11 @@ def build(command, folder):
     subprocess.run(["gcc", bits, "-O1", "-Wall", "-Werror", "-shared", "-fPIC", "-o",
                     folder / "fakedrive.so", HERE / "fakedrive.c"], check=True)
     return command.parent, folder / "fakedrive.so"
+
+
+def plain_screen():
+    """The environment of a terminal that can rewrite a line, and of a person without colours."""
+    return {**os.environ, "TERM": "xterm", "NO_COLOR": "1"}
 
 
 class Terminal:
@@ -199,7 +206,9 @@ class FakeDrive:
         """Runs the command without a terminal."""
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                    "text": True, "timeout": TIMEOUT, **options}
-        return subprocess.run(self._command(arguments), check=False, **options)
+        result = subprocess.run(self._command(arguments), check=False, **options)
+        documentschema.check(arguments, result.stdout)
+        return result
 
     def start(self, *arguments):
         """Starts the command on pipes."""
@@ -209,8 +218,8 @@ class FakeDrive:
         self._processes.append(process)
         return process
 
-    def terminal(self, *arguments, term="xterm"):
-        """Starts the command on a terminal."""
-        terminal = Terminal(self._command(arguments), {**os.environ, "TERM": term})
+    def terminal(self, *arguments, **environment):
+        """Starts the command on a terminal, as plain_screen() or as the environment says."""
+        terminal = Terminal(self._command(arguments), {**plain_screen(), **environment})
         self._terminals.append(terminal)
         return terminal

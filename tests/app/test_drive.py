@@ -17,7 +17,7 @@ def test_info_as_text(fake_drive):
     run = fake_drive.formatted().run("drive", "info")
     assert run.returncode == 0, run
     assert "Device:    /dev/sda\nModel:     FAKE\\x1bDRIVE\nSerial:    SERIAL-1\n" in run.stdout
-    assert "Capacity:  1.0 GB (1073741824 bytes)\nStatus:    ready, 100 %\n" in run.stdout
+    assert "Capacity:  1.0 GB (1073741824 bytes)\nStatus:    ready\n" in run.stdout
     assert "  0  /dev/sda1   268 MB     type 83  xfs      DVRStorage    not mounted\n" in run.stdout
 
 
@@ -42,7 +42,7 @@ def test_blank_drive_becomes_a_started_one_in_one_process(fake_drive):
     assert "start: started 100 %\nThe drive is started.\n" in run.stdout
     assert "MiB free of" in run.stdout
     assert "The drive is stopped.\n" in run.stdout
-    assert "Status:    ready, 100 %" in run.stdout.split("stopped")[1]
+    assert "Status:    ready" in run.stdout.split("stopped")[1]
     assert fake_drive.calls() == [
         "sfdisk -q -L -uM /dev/sda", *FORMAT, "hdparm -S0 /dev/sda",
         "mount -t xfs /dev/sda1 /dvr -o prjquota", "mount -t xfs /dev/sda2 /dvr/data"]
@@ -127,6 +127,15 @@ def test_failure_on_the_data_partition_does_not_end_the_format_early(fake_drive)
         format_run.stderr.read())
     assert format_run.wait(60) == 1
     assert fake_drive.calls() == FORMAT
+
+
+def test_status_tells_the_next_step(fake_drive):
+    assert fake_drive.run("drive", "status").stdout == (
+        "Status:    not-formatted; 'drive partition' comes next\n")
+    fake_drive.table([256, 512])
+    assert fake_drive.run("drive", "status").stdout == (
+        "Status:    not-formatted; 'drive format' comes next\n")
+    assert fake_drive.formatted().run("drive", "status").stdout == "Status:    ready\n"
 
 
 def test_start_needs_a_format(fake_drive):

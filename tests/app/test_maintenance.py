@@ -7,46 +7,6 @@ import pytest
 
 from bootpartition import image, record
 
-TOOLS = {
-    "getty": "echo \"$0 $*\" >/state/getty.new; mv /state/getty.new /state/getty",
-    "killall": "echo \"killall $*\" >>/state/log",
-    "syslogd": "echo \"$0 $*\" >>/state/log"}
-
-# $1 nodes below /dev, $2 a file of the state to be waited for; then the command line.
-PREPARE = r"""
-set -eu
-PATH=/usr/sbin:/usr/bin
-mount -t tmpfs tools /usr/sbin
-cp /state/tools/* /usr/sbin/
-mkdir /settings /dev/tty /dev/tts
-for node in $1; do >"/dev/$node"; done
-if [ -e /state/noptest ]; then cp /state/noptest /settings/; fi
-awaited=$2
-shift 2
-status=0
-"$@" || status=$?
-if [ "$status" = 0 ] && [ -n "$awaited" ]; then until [ -e "/state/$awaited" ]; do :; done; fi
-ls /settings >/state/settings
-exit "$status"
-"""
-
-
-@pytest.fixture
-def maintain(boot_partition):
-    """A function that runs the command among the stand-ins; its partition is `partition`."""
-    folder = boot_partition.state / "tools"
-    folder.mkdir()
-    for name, text in TOOLS.items():
-        (folder / name).write_text(f"#!/bin/sh\n{text}\n")
-        (folder / name).chmod(0o755)
-
-    def run(*arguments, nodes="", awaited=""):
-        before = ["/usr/bin/sh", "-c", PREPARE, "sh", nodes, awaited]
-        return boot_partition.run(*arguments, before=before)
-
-    run.partition = boot_partition
-    return run
-
 
 def answer(run, status=0):
     assert run.returncode == status, run

@@ -11,8 +11,10 @@ device 0: {DISK}
   partition 0: {DISK}-part1
     software, ext3 on /boot-sw
   partition 1: {DISK}-part2
-    data, xfs on /media/data0-1, settings, bulk in /media/data0-1/bulk (project 110), \
-temporary files in /media/data0-1/temp
+    data, xfs on /media/data0-1
+    settings
+    bulk in /media/data0-1/bulk (project 110)
+    temporary files in /media/data0-1/temp
 """
 DATA = {
     "command": "table",

@@ -48,7 +48,7 @@ def test_progress_bar(fake_drive):
 
 
 def test_no_bar_where_a_line_cannot_be_rewritten(fake_drive):
-    terminal = fake_drive.formatted().terminal("drive", "format", "--yes", term="dumb")
+    terminal = fake_drive.formatted().terminal("drive", "format", "--yes", TERM="dumb")
     terminal.expect(r"format: ready 100 %\n")
     assert terminal.end() == 0 and "\x1b" not in terminal.text
 
@@ -122,7 +122,7 @@ def test_the_shell_at_a_terminal_goes_on_after_a_failure(fake_drive):
     shell = fake_drive.terminal("shell")
     shell.expect("kestrova> ")
     shell.type("bogus\n")
-    shell.expect("unknown command 'bogus'\nkestrova> ")
+    shell.expect("unknown command 'bogus'; 'help' lists the commands\nkestrova> ")
     shell.type("drive stop\n")
     shell.expect("not started.*kestrova> ")
     shell.type("half a line\x03")

@@ -155,6 +155,12 @@ def test_not_an_ext3(boot_partition):
         assert "can't be mounted on /boot-sw" in document(run, 1)["error"]
 
 
+def test_nobody_is_told_to_be_root(filled):
+    before = ["/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    run = filled.run("vars", "list", before=before)
+    assert run.returncode == 1 and "not permitted; run it as root" in run.stderr
+
+
 def test_in_a_shell(filled):
     run = filled.run("shell", "-e", "vars set c 3; vars get c; vars get none; vars get a")
     assert (run.returncode, run.stdout) == (3, "3\n")

@@ -1,0 +1,46 @@
+# SPDX-License-Identifier: MIT
+"""Reads what `kestrova --help` and `kestrova COMMAND --help` print."""
+
+import re
+import shlex
+
+GROUPS = ["drive", "vars", "serial", "syslog"]
+
+
+def section(text, title):
+    """The lines of a section, without those that have none."""
+    found = re.search(rf"^{title}:\n((?:  .*\n)*)", text, re.M)
+    return found[1].splitlines() if found else []
+
+
+def commands(text):
+    """The commands of a page, without their arguments."""
+    words = r"  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: [][A-Z.]+)*  "
+    return [re.match(words, line)[1] for line in section(text, "Commands")]
+
+
+def options(text, title="Options"):
+    """The options of a section: all names of each, and whether a value follows."""
+    found = {}
+    for line in section(text, title):
+        names, value = re.match(r" +((?:-\w, )?--?[\w-]+)( [A-Z]+)?  ", line).groups()
+        found.update({name: bool(value) for name in names.split(", ")})
+    return found
+
+
+def own_options(text):
+    return options(text, "Options of this command")
+
+
+def statuses(text):
+    return [line.split()[0] for line in section(text, "Exit status")]
+
+
+def is_good(kestrova, line):
+    """Whether a command line of an example is parsed: in front of a bad option, so that nothing is
+    run, and without what the shell around it takes away."""
+    words = shlex.split(re.sub(r" [<>][A-Z]+$", "", line))
+    script = words[words.index("-e") + 1] if "-e" in words else shlex.join(words[1:])
+    run = kestrova("--minimal", "shell", "-e", f"{script}; table --bogus")
+    return words[0] == "kestrova" and re.search(
+        "unknown option '--bogus'|--yes is needed|no shell in|URLs are arguments", run.stderr)
