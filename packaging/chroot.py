@@ -6,7 +6,9 @@ long as it is used. What runs in it has mounts, processes and (no) network of it
 kernel takes away with the last process: nothing is ever mounted where the host can see it.
 """
 
+import contextlib
 import dataclasses
+import fcntl
 import hashlib
 import os
 import pathlib
@@ -48,15 +50,17 @@ def build_kind(architecture):
     """Debian's usual place to build in, and what the packages need there."""
     return Kind(f"build-{architecture}", "buildd", (architecture,),
                 ("cmake", "debhelper", "ninja-build", "pkg-config"),
-                # never read there, and a third of all files
+                # never used there, and half of it: every build unpacks the rest
                 ("/usr/share/doc/*", "/usr/share/info/*", "/usr/share/locale/*",
-                 "/usr/share/man/*"))
+                 "/usr/share/man/*", "/usr/lib/*/gconv/*", "/usr/lib/*/lib*san.*",
+                 "/usr/lib/gcc/*/lib*san*", "/usr/lib/gcc/*/lto1", "/usr/bin/*lto-dump*"))
 
 
 def desktop_kind():
     """A small amd64 system that also takes i386 packages, with the tools that adapters stand for."""
     return Kind("desktop", "essential", ("amd64", "i386"),
-                ("fdisk", "xfsprogs", "libstdc++6:amd64", "libstdc++6:i386"))
+                ("fdisk", "xfsprogs", "libstdc++6:amd64", "libstdc++6:i386"),
+                ("/usr/share/locale/*", "/usr/lib/*/gconv/*"))
 
 
 def missing_rights():
@@ -85,15 +89,28 @@ def _proxy_options():
             if line.startswith(("Acquire::http::", "Acquire::https::"))]
 
 
+@contextlib.contextmanager
+def only_one(path):
+    """Holds off others that want the same; the lock ends with its process at the latest."""
+    path.parent.mkdir(parents=True, exist_ok=True)
+    with open(path, "w", encoding="utf-8") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
+
+
 def archive(kind):
     """The archive of a kind, made when it is not there yet."""
     key = hashlib.sha256(" ".join([SUITE, *kind.arguments()]).encode()).hexdigest()[:12]
     path = CACHE / f"{kind.name}-{key}.tar"
-    if path.is_file():
-        return path
-    CACHE.mkdir(parents=True, exist_ok=True)
-    for old in CACHE.glob(f"{kind.name}-*"):
-        old.unlink()
+    with only_one(CACHE / f"{kind.name}.lock"):
+        if not path.is_file():
+            for old in CACHE.glob(f"{kind.name}-*.tar"):
+                old.unlink()
+            _make(kind, path)
+    return path
+
+
+def _make(kind, path):
     print(f"Making a clean system: {kind.name}", file=sys.stderr, flush=True)
     # Not yet complete, it must not bear the name of the whole. The check is for emulators: an
     # amd64 kernel runs i386 programs itself.
@@ -104,7 +121,6 @@ def archive(kind):
     if made.returncode:
         raise ChrootError(f"mmdebstrap failed for {kind.name}:\n{made.stderr}")
     partial.rename(path)
-    return path
 
 
 class Chroot:

@@ -16,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "packaging"))
 
 # The module's name is set after the path on purpose.
-from chroot import Chroot, build_kind, desktop_kind, missing_rights  # noqa: E402
+from chroot import Chroot, build_kind, desktop_kind, missing_rights, only_one  # noqa: E402
 
 VERSION = "1.0.0-1"
 
@@ -76,15 +76,28 @@ def rights():
 
 
 @pytest.fixture(scope="session")
-def packages(rights):
-    built = subprocess.run([ROOT / "script" / "package"], stdin=subprocess.DEVNULL,
-                           capture_output=True, text=True, check=False)
-    assert built.returncode == 0, built.stderr
-    return Packages(ROOT / "build" / "packages")
+def packages(rights, testrun_uid):
+    """Built once for all workers of a test run."""
+    folder = ROOT / "build" / "packages"
+    stamp = folder / "testrun"
+    with only_one(ROOT / "build" / "packages.lock"):
+        if not stamp.is_file() or stamp.read_text() != testrun_uid:
+            built = subprocess.run([ROOT / "script" / "package"], stdin=subprocess.DEVNULL,
+                                   capture_output=True, text=True, check=False)
+            assert built.returncode == 0, built.stderr
+            stamp.write_text(testrun_uid)
+    return Packages(folder)
 
 
 @pytest.fixture
 def desktop(rights):
+    with System(desktop_kind()) as system:
+        yield system
+
+
+@pytest.fixture(scope="module")
+def shared_desktop(rights):
+    """For tests that leave it as it was."""
     with System(desktop_kind()) as system:
         yield system
 
