@@ -36,7 +36,8 @@ constexpr int kLowPriority = 10;
             break;
     }
     if (command.mLowPriority) {
-        (void)::nice(kLowPriority);
+        // Where it can't be lowered, the caller's priority has to do.
+        [[maybe_unused]] const int priority = ::nice(kLowPriority);
     }
     (void)::execve(command.mArguments[0], const_cast<char* const*>(command.mArguments), environ);
     if (command.mExecFailure != nullptr) {
