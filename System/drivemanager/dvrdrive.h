@@ -53,10 +53,10 @@ public:
     bool shut() override;
     /// Identifies "/dev/sda", finds the two partitions by file system and label, and unmounts them.
     /// The status is then eStReady or, without a storage partition, eStNotFormatted: also when the
-    /// partitions could not be listed or read. When the partition usage table (BlockdeviceConfig)
-    /// names no settings partition, the drive's delayed standby is armed, as it is after a format
-    /// and by stop(). Accepted in every state; the way out of eStError, and the way to know a new
-    /// partition table or new labels.
+    /// partitions could not be listed or read, so it is no proof that nothing would be lost by a
+    /// format. When the partition usage table (BlockdeviceConfig) names no settings partition, the
+    /// drive's delayed standby is armed, as it is after a format and by stop(). Accepted in every
+    /// state; the way out of eStError, and the way to know a new partition table or new labels.
     /// @return false, with status eStError, when there is no such drive (as sysHardDrive::init()
     /// tells) or one of the two is mounted and busy (logged at level 1)
     virtual bool init();
