@@ -42,8 +42,8 @@ struct KESTROVA_EXPORT PartitionConfig {
     const char* mpTempSubDir = "";    ///< temporary directory below the mount point, "" for none
     BlockdevConfig* mpBlockdev = nullptr;  ///< the device that lists this partition; not owned
 
-    /// Writes the record as one line of text, without a line end. The caller serialises the use of
-    /// the stream.
+    /// Writes the record as one line of text, without a line end, integers in the base of the
+    /// stream. The caller serialises the use of the stream.
     /// @param stream where to; not null
     void DumpToKestrovaOstream(KestrovaOstream* stream) const;
 };
@@ -65,6 +65,8 @@ struct KESTROVA_EXPORT BlockdevConfig {
 /// Built before any worker thread runs and only read afterwards: any thread may query it, nothing
 /// blocks and no lock is taken. Results point into the table and are valid until DestroyInstance().
 /// Queries do not fail and do not log; what is not there is "", a null pointer or nothing appended.
+/// CreateInstance() and DestroyInstance() are the system object's: an application calls neither
+/// while the system is up.
 class KESTROVA_EXPORT BlockdeviceConfig {
 public:
     /// Builds the built-in table; does not make it the instance.

@@ -6,7 +6,9 @@
 /// the caller's environment, signal mask and dispositions. The caller owns what it is given: it
 /// reads to the end of file, closes, and then reaps the child with kestrova_pstatus(pid, status,
 /// true). Descriptors are close-on-exec, so that no other child holds them. What is not piped is
-/// the caller's own. The cost does not depend on the size of the caller.
+/// the caller's own. Writing to a child that has ended raises SIGPIPE, as with any pipe. A command
+/// that the shell cannot find is started all the same: the exit code is 127 then. The cost does not
+/// depend on the size of the caller.
 #ifndef KESTROVA_SYSTEM_KESTROVAPOPEN_H
 #define KESTROVA_SYSTEM_KESTROVAPOPEN_H
 
@@ -20,7 +22,7 @@ enum KestrovaChildState {
     eCsExited = 1,      ///< ended by itself; status is the exit code
     eCsKilled = 2,      ///< ended by a signal; status is its number
     eCsStopped = 3,     ///< stopped; status untouched
-    eCsWaitFailed = 4,  ///< could not be waited for, or the wait was interrupted; status untouched
+    eCsWaitFailed = 4,  ///< not waited for, or interrupted; status untouched, errno tells why
 };
 
 /// Runs a command with a pipe for each standard stream that is asked for. Blocks until the shell
@@ -51,8 +53,8 @@ KESTROVA_EXPORT int kestrova_vpopen3(int* in, int* out, int* err, const char* fo
 KESTROVA_EXPORT int kestrova_pstatus(int pid, int& status, bool wait);
 
 /// Runs a command with its standard output as a stream to read from. A failure to start is reported
-/// as a failed attention check; when only the stream cannot be opened it is null, the child is sent
-/// SIGINT and reaped, and the result is -1.
+/// as a failed attention check (level 2); when only the stream cannot be opened it is null, the
+/// child is sent SIGINT and waited for, the reading end stays open, and the result is -1.
 /// @param[out] stream the caller's, to be closed with fclose(); untouched when nothing started
 /// @param command a shell command line of any length
 /// @return the child's pid; 0 or negative, with no child left, on failure

@@ -36,17 +36,19 @@ public:
     /// @param port number behind the first of "/dev/ttyS", "/dev/tts/" and "/dev/ttyAS" that exists
     /// with it
     /// @return the pid of the child that detached it, which has ended; negative when there is no
-    /// such device or no process, errno tells why
+    /// such device or no process, or when the child could not be waited for: errno tells why
     int SpawnGetty(int port);
 
-    /// Restarts the system's log daemon. Blocks for a second and two shell commands; nothing tells
-    /// whether they worked. The daemon inherits the standard streams and the signal mask of the
-    /// calling thread.
+    /// Restarts the system's log daemon by "killall syslogd" and, a second later, "/sbin/syslogd
+    /// -C", with "-R" and the address. Blocks for that time and the two shell commands; nothing
+    /// tells whether they worked. The daemon inherits the standard streams and the signal mask of
+    /// the calling thread.
     /// @param ip IPv4 address to log to, first octet in the highest byte; 0 for none
     void RestartRemoteLog(unsigned ip);
 
     /// Reads the boot variable "syslog", as sysBootVarsManager::getVarS().
-    /// @return the stored address; 0 when there is none or the boot variables cannot be read
+    /// @return the stored address; 0 when there is none, it is no dotted address, or the boot
+    /// variables cannot be read
     unsigned GetRemoteLogIP();
 
     /// Stores the address in the boot variable "syslog", as sysBootVarsManager::setVarS(); takes

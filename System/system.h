@@ -10,9 +10,11 @@ class sysBootVarsManager;
 class sysDriveManager;
 class sysSuperUserUtils;
 
-/// The system object. It owns what its members point to; they are valid until SystemTerm(). Code
-/// that uses one of them includes its header: System/bootvarsmanager/sysBootVarsManager.h,
-/// System/sysSuperUserUtils.h, System/drivemanager/drivemanager.h.
+/// The system object. It owns what its members point to; they are valid until SystemTerm(), the
+/// drive manager until termDVR(). Code that uses one of them includes its header:
+/// System/bootvarsmanager/sysBootVarsManager.h, System/sysSuperUserUtils.h,
+/// System/drivemanager/drivemanager.h. An application asks getSystem() for the object and makes
+/// none of its own.
 class KESTROVA_EXPORT sysInterface {
 public:
     /// Makes the boot variables, the maintenance utilities and the partition table of the box and,
@@ -20,7 +22,7 @@ public:
     /// failure is thrown; nothing stays behind then.
     /// @param minimal true leaves the drive alone
     explicit sysInterface(bool minimal);
-    /// Takes everything down again. Mounted file systems stay mounted.
+    /// Takes everything down again. Mounted file systems stay mounted. Blocks as termDVR().
     ~sysInterface();
     sysInterface(const sysInterface&) = delete;
     sysInterface& operator=(const sysInterface&) = delete;
@@ -44,14 +46,18 @@ private:
 extern "C" {
 
 /// Brings the whole system up. Call once, from one thread, before any other use. A second call
-/// without SystemTerm() is not refused: a new system object replaces the earlier one, which stays
-/// alive. Blocks for the detection of the recording drive. Only allocation failure is thrown.
+/// without SystemTerm() is not refused: a failed assertion is reported, and a new system object
+/// replaces the earlier one, which stays alive. Blocks for the detection of the recording drive,
+/// which unmounts its file systems; a missing drive is no failure. Only allocation failure is
+/// thrown.
 KESTROVA_EXPORT void SystemInit();
 
 /// As SystemInit(), without any drive handling: the drive is left alone.
 KESTROVA_EXPORT void SystemMinimalInit();
 
-/// Takes the system down; does nothing when it is not up. Not while another thread uses it.
+/// Takes the system down; does nothing when it is not up. Not while another thread uses it. Blocks
+/// until the drive's worker, if any, has ended. Mounted file systems stay mounted: whoever started
+/// the drive stops it first.
 KESTROVA_EXPORT void SystemTerm();
 
 /// The way to everything that the library owns. Does not block.

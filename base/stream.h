@@ -132,8 +132,9 @@ private:
 /// @return the stream
 KESTROVA_EXPORT KestrovaOstream& operator<<(KestrovaOstream& stream, const std::string& text);
 
-/// The stream bound to standard output, unbuffered. Never null, never destroyed. Inside the
-/// library it is used under the print lock only.
+/// The stream bound to standard output, unbuffered, not bound to any level. Never null, never
+/// destroyed. The library uses it under a lock that an application cannot take, and sets its base
+/// and format flags: an application uses it while no other thread is inside the library.
 KESTROVA_EXPORT extern KestrovaOstream* const pCoutKestrovaOstream;
 
 #endif

@@ -14,7 +14,7 @@ namespace {
 struct Download {
     std::FILE* mFile = nullptr;
     bool mWhole = false;
-    const char* mProblem = "cancelled";
+    const char* mProblem = "there is no thread for it";
 };
 
 // Runs in the fetcher's worker thread, which waits for it: what takes long here slows the download.
@@ -35,7 +35,8 @@ bool received(sysUrlFetcherCode code, char* data, int length, int sofar, int tot
             download.mProblem = "the file could not be written";
             return false;  // stops the download; eUrlFetchCancelled follows
         case eUrlFetchDone:
-            // The end of the stream is an end also when it comes too early.
+            // The end of the stream is an end also when it comes too early; without a total
+            // nobody can tell.
             download.mWhole = sofar >= total;
             download.mProblem = "the document broke off";
             std::printf("%d bytes received\n", sofar);

@@ -61,8 +61,8 @@ int record(sysDVRDrive* drive, const std::string& name, int megabytes) {
     if (status != sysDVRDrive::eStReady) {
         return failed("the drive is not ready; a new one has to be formatted first");
     }
-    // After a failed start one of its two file systems may be mounted: init() would take it down.
     if (!started(*drive)) {
+        (void)drive->init();  // one of its two file systems may be mounted: this unmounts it
         return failed("the drive could not be started");
     }
     const bool good = written("/dvr/" + name, megabytes);

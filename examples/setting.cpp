@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     kestrova_debug_output_level = 0;
     SystemMinimalInit();
     // Every call reads the file on the software partition, and mounts that for as long as it takes:
-    // this needs root. Of several writers one at a time may call.
+    // this needs root. One at a time may call, of all threads and processes of the box.
     sysBootVarsManager& variables = *getSystem()->mpBootVarsManager;
 
     tell(variables, argv[1]);

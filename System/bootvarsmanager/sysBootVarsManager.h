@@ -12,12 +12,14 @@
 /// The boot variables, reached through the system object, which owns it. An object without data.
 ///
 /// Nothing is cached: every operation reads the boot environment file on the software partition,
-/// which it mounts as needed and leaves as it found it. Each blocks for as long as that takes; a
-/// setting operation waits until all is on the disk.
+/// which it mounts as needed and leaves as it found it; that it could not be put back is told by
+/// perror only. Each blocks for as long as that takes; a setting operation waits until all is on
+/// the disk.
 ///
-/// Threads: no lock. Any thread may call, one at a time: of two writers that overlap one update can
-/// be lost. What is done and what goes wrong is logged at level 1, and a mount or unmount that
-/// fails by perror; only allocation failure is thrown.
+/// Threads: no lock. Any thread of any process may call, one at a time: of two writers that overlap
+/// one update can be lost, and a reader that overlaps another caller can take the partition away
+/// from it. What is done and what goes wrong is logged at level 1, variables with their values, and
+/// a mount or unmount that fails by perror; only allocation failure is thrown.
 class KESTROVA_EXPORT sysBootVarsManager {
 public:
     /// Appends every variable in the order of the names, name and value at the same index; nothing
@@ -30,22 +32,25 @@ public:
     /// Copies a variable's text.
     /// @param name exact name; null names none
     /// @param[out] buf the text, cut to fit and terminated; untouched on failure
-    /// @param size room in it, in bytes
+    /// @param size room in it, in bytes; 0 or less leaves it untouched
     /// @return false when there is no such variable or the environment cannot be read
     bool getVarS(const char* name, char* buf, int size);
 
     /// Decodes a binary variable (base64, RFC 4648).
     /// @param name exact name; null names none
     /// @param[out] length how many bytes were decoded; untouched on failure
-    /// @param[out] buf the bytes
-    /// @param max room in it, in bytes
-    /// @return false when there is none, when it is not base64, or when it is too large: its text
-    /// must be shorter than twice `max` bytes and its bytes must fit `max`
+    /// @param[out] buf the bytes; after a failure whatever was decoded until then
+    /// @param max room in it, in bytes; give at least 5
+    /// @return false when there is none, when it is not base64, when the environment cannot be
+    /// read, or when it is too large: its bytes must fit `max`, and its text must be shorter than
+    /// twice `max` bytes, which a `max` of 1, 2 or 4 is too small for where the bytes alone would
+    /// fit
     bool getVarB(const char* name, unsigned& length, unsigned char* buf, unsigned max);
 
     /// Sets a variable and saves all of them. After a failure or a power cut the variables are the
-    /// old or the new ones, whole. All of them must fit a file of 65536 bytes; standard error tells
-    /// when they do not.
+    /// old or the new ones, whole. All of them must fit a file of 65536 bytes: 12, and for each the
+    /// bytes of its name, of its value and 3 more; standard error tells when they do not. When no
+    /// valid environment could be read, this variable is the only one afterwards.
     /// @param name exact name; null fails
     /// @param value its text; empty or null removes the variable
     /// @return true when it is on the disk

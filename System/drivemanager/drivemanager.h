@@ -21,7 +21,7 @@ public:
     sysDriveManager& operator=(const sysDriveManager&) = delete;
 
     /// Detects the drive, unless already started. Blocks for the detection: a disk's spin-up and a
-    /// few tools. A missing drive is no failure.
+    /// few tools. A drive that is missing or cannot be used is no failure: there is none then.
     void start();
     /// When started: shuts and frees the drive. What is mounted stays mounted: whoever started the
     /// drive stops it first. Blocks until the drive's worker, if any, has ended.
@@ -30,12 +30,13 @@ public:
     /// @return true when started and there is a recording drive
     bool hasDVRDrive() const { return mStarted && mDVRDrive != nullptr; }
     /// @return the recording drive, or null when there is none or the manager is not started; owned
-    /// here, valid until stop()
+    /// here, valid until stop() or detectDrives()
     sysDVRDrive* getDVRDrive() const { return mStarted ? mDVRDrive : nullptr; }
 
-    /// Looks for the drive and keeps it when its init() succeeds; otherwise logs at level 1 "No DVR
-    /// Drive Detected". Never formats or mounts. start() calls it; a drive found before is freed,
-    /// so nobody may use that any more.
+    /// Looks for the drive and keeps it when its init() succeeds, which unmounts it; otherwise,
+    /// also when one of its file systems is busy, logs at level 1 "No DVR Drive Detected". Never
+    /// formats or mounts. Blocks as start(), which calls it, and until the worker of a drive found
+    /// before has ended: that drive is freed, so nobody may use it any more.
     void detectDrives();
 
 private:

@@ -18,7 +18,8 @@
 /// with project quotas) and "DVRData" (partition 1, mounted on "/dvr/data").
 ///
 /// Formatting and mounting run on a worker thread while the caller polls getStatus(). There is at
-/// most one worker; nobody joins it, it ends by itself.
+/// most one worker; nobody joins it, it ends by itself. The directory "/dvr" has to be there;
+/// "/dvr/data" is made in the mounted storage partition.
 ///
 /// Threads: any thread may call any operation named in this class. init(), initialize(), start(),
 /// stop() and shut() take turns: each blocks while another one, or the worker of initialize() or
@@ -51,47 +52,58 @@ public:
     /// @return true always
     bool shut() override;
     /// Identifies "/dev/sda", finds the two partitions by file system and label, and unmounts them.
-    /// The status is then eStReady or eStNotFormatted. When the partition table of the box names no
-    /// settings partition, the drive's delayed standby is armed.
-    /// @return false, with status eStError, when there is no such drive or one of the two is
-    /// mounted and busy (logged at level 1)
+    /// The status is then eStReady or, without a storage partition, eStNotFormatted: also when the
+    /// partitions could not be listed or read, so it is no proof that nothing would be lost by a
+    /// format. When the partition usage table (BlockdeviceConfig) names no settings partition, the
+    /// drive's delayed standby is armed, as it is after a format and by stop(). Accepted in every
+    /// state; the way out of eStError, and the way to know a new partition table or new labels.
+    /// @return false, with status eStError, when there is no such drive (as sysHardDrive::init()
+    /// tells) or one of the two is mounted and busy (logged at level 1)
     virtual bool init();
 
-    /// Starts formatting: partition 1 as "DVRData", then partition 0 as "DVRStorage". The worker
-    /// ends in eStReady when the storage partition was formatted, else in eStError. After a failure
-    /// on the data partition the status is eStError while the storage partition is still being
-    /// formatted: stop(), which is refused in that state, returns when the worker has ended. All
-    /// data of the two partitions are lost. Labels and types that init() read do not change.
+    /// Starts formatting: partition 1 as "DVRData", then partition 0 as "DVRStorage", each
+    /// unmounted first. All data of the two partitions are lost. The partition table is not
+    /// written: a new drive is partitioned first. A partition fails that is missing, busy, or whose
+    /// tool fails, as sysPartition::xfs_format() tells. The worker ends in eStReady when the
+    /// storage partition was formatted, also after a failure on the data partition, else in
+    /// eStError. After a failure on the data partition the status is eStError while the storage
+    /// partition is still being formatted: stop(), which is refused in that state, returns when the
+    /// worker has ended. Labels and types that init() read do not change.
     /// @return true when the worker runs, status eStFormatting; false from eStNone, eStFormatting,
     /// eStStarting and eStStarted, and when there can be no thread: the status stays eStFormatting
     /// then until init() or shut()
     bool initialize();
-    /// Starts mounting, from eStReady. The worker ends in eStStarted, or in eStError with what
-    /// could be mounted still mounted.
+    /// Starts mounting, from eStReady: wakes the drive, then mounts storage and data. The worker
+    /// ends in eStStarted, or in eStError, with a message at level 1, when either could not be
+    /// mounted; what could be is still mounted then, and init() unmounts it.
     /// @return true when the worker runs, status eStStarting; false from other states, logged at
     /// level 1 with status and partition, and when there can be no thread, told by perror: the
     /// status stays eStStarting then until init() or shut()
     bool start();
     /// Unmounts both file systems, from eStStarted. Blocks until all is written.
     /// @return true with status eStReady; false from other states, which stay, and with status
-    /// eStError when one was busy
+    /// eStError when one was busy or no longer mounted, as sysPartition::unmount() tells; init()
+    /// unmounts what is left
     bool stop();
 
     /// Tells status and progress, both of the same moment.
     /// @param[out] status may be null
-    /// @param[out] progress of what runs, in per cent: 100 when nothing does, 0 while starting, 5,
-    /// 30, 60 or 90 while formatting; may be null
+    /// @param[out] progress of what runs, in per cent: 100 when nothing does, 0 while starting;
+    /// while formatting 5, 30 (storage), 60 (data) or 90 (both) as the partitions are known, so
+    /// that a drive without them goes 5, 60, 90, and one that had both stays at 90; may be null
     void getStatus(Status* status, int* progress);
     /// Stores a status; does nothing else.
     /// @param status the new one
     void setStatus(Status status);
 
     /// @return block size in bytes of the data partition if there is one, else of the storage
-    /// partition; 0 while that is not mounted
+    /// partition; 0 while that is not mounted, and as sysPartition::fsCapacity()
     unsigned int blockSize();
-    /// @return free space in MiB of the partition that blockSize() tells of; 0 as there
+    /// @return free space in MiB, rounded down, of the partition that blockSize() tells of; 0 as
+    /// there
     unsigned int freeMB();
-    /// @return total space in MiB of the partition that blockSize() tells of; 0 as there
+    /// @return total space in MiB, rounded down, of the partition that blockSize() tells of; 0 as
+    /// there
     unsigned int totalMB();
 
     /// @return model text of the drive; valid until the next init(), and not to be asked for beside

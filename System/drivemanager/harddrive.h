@@ -47,10 +47,12 @@ public:
     sysHardDrive(const sysHardDrive&) = delete;
     sysHardDrive& operator=(const sysHardDrive&) = delete;
 
-    /// Identifies a drive and lists its partitions; logs what it found at level 1.
+    /// Identifies a drive and lists its partitions; logs what it found at level 1. Partitions that
+    /// cannot be listed are no failure: there are none then, as scanPartitions() tells.
     /// @param device its node, below "/dev/"
     /// @return false for another name or null, and when the node cannot be opened for reading and
-    /// writing, the drive does not tell who it is, or it has no size
+    /// writing, the drive does not tell who it is, or it has no size (as get_blk_capacity() tells;
+    /// the others tell nothing)
     virtual bool init(const char* device);
     /// Forgets the partitions. What is mounted stays mounted.
     /// @return true always
@@ -72,14 +74,17 @@ public:
     /// Frees all partition objects.
     void delPartitions();
     /// Rebuilds the list of partitions from what "/sbin/sfdisk -d" prints. When the tool fails, the
-    /// list is empty and "waitpid failed" is logged.
+    /// list is empty and "waitpid failed" is logged at level 1; a tool that cannot be executed is
+    /// told on standard error as well. Without a process for it the list is empty, too.
     void scanPartitions();
 
-    /// Writes a new partition table with up to four primary partitions and rebuilds the list. All
-    /// data of the drive are lost. On a sysDVRDrive call shut() before and init() after it.
+    /// Writes a new partition table with up to four primary partitions and rebuilds the list, also
+    /// after a failure of the tool. All data of the drive are lost. The caller unmounts them first;
+    /// only the tool looks whether one is in use. On a sysDVRDrive call shut() before and init()
+    /// after it.
     /// @param sizes four sizes in MB of 2048 sectors: -1 is the rest of the disk and the last
     /// partition, any other size of 0 or below ends the table; read only
-    /// @return true when "/sbin/sfdisk" ends with status 0
+    /// @return true when "/sbin/sfdisk" ends with status 0; what fails is told on standard error
     bool partitionCustom(int* sizes);
     /// One partition over the whole disk; otherwise as partitionCustom().
     /// @return as there

@@ -41,8 +41,9 @@ public:
     /// digit, the same name ending in "-part" and the digit is tried
     /// @param capacity size in bytes
     /// @param type the partition table's type byte; only type 0x83 (Linux) is read from the device
-    /// @return true also for a partition without a known file system; false when the node does not
-    /// exist or cannot be opened, which is logged at level 1 with its name
+    /// @return true also for a partition without a known file system, or whose superblock cannot be
+    /// read; false when the node does not exist or cannot be opened, which is logged at level 1
+    /// with its name
     bool init(const char* path, unsigned long long capacity, int type);
 
     /// @return device node, as init() found it; valid until the next init()
@@ -55,7 +56,8 @@ public:
     FSType fileSystemType() const { return mFsType; }
     /// @return volume label that init() read, or null when it is empty; valid until the next init()
     const char* label() const { return mLabel.empty() ? nullptr : mLabel.c_str(); }
-    /// @return directory where it is known to be mounted, or null; valid until the next operation
+    /// @return directory where init(), isMounted() or mount() last found it mounted; null before
+    /// that and after unmount(); valid until the next operation
     const char* mountpoint() const { return mMountPoint.empty() ? nullptr : mMountPoint.c_str(); }
 
     /// Looks the device up in /proc/mounts. Quick, does not touch the device.
@@ -65,7 +67,7 @@ public:
 
     /// Mounts it by running "/bin/mount" through the shell, which is given the texts as they are.
     /// When it is mounted elsewhere it is unmounted first. Blocks for as long as the mount takes.
-    /// @param dir directory; null fails
+    /// @param dir directory, which has to be there; null fails
     /// @param fs "-t ext3", "-t xfs" or, for eFsUnknown, no type
     /// @param options what comes behind -o; null or empty for no -o
     /// @return true when mounted, at once when it already was there; false when it could not be
@@ -88,6 +90,8 @@ public:
     /// "Umount failure"), as it does while a file is open
     bool unmount();
 
+    /// Measures what is at mountpoint(); when somebody else has unmounted the partition, that is
+    /// the file system below.
     /// @return size of the mounted file system in bytes; 0 when it is not known to be mounted,
     /// cannot be measured, or has a figure that does not fit 32 bits, as the 32-bit statfs fails
     /// then
@@ -100,27 +104,32 @@ public:
 
     /// Makes an ext3 file system: no blocks reserved for root, one inode per 2 MiB. Destroys what
     /// is there; does not test whether it is mounted. Blocks until the tool has ended, at nice 10.
-    /// @param label volume label, given to the tool as it is; ext3 has room for 16 bytes
-    /// @return true when "/sbin/mkfs.ext3" ends with status 0
+    /// @param label volume label, given to the tool as it is; ext3 has room for 16 bytes; not null
+    /// @return true when "/sbin/mkfs.ext3" ends with status 0; one that cannot be executed is told
+    /// on standard error
     bool ext3_format(const char* label);
     /// Any thread may ask.
     /// @return progress of the running or last ext3_format(), in thousandths of a per cent, 0 to
-    /// 100000; it ends at 100000 also when the tool failed
+    /// 100000; it ends at 100000 also when the tool failed, and stays 0 when there was no process
+    /// for it
     int ext3_format_progress() const { return mFormatProgress.load(std::memory_order_relaxed); }
 
-    /// Makes an XFS file system, over whatever is there; the tool's output is logged at level 1.
-    /// Otherwise as ext3_format(); there is no progress value.
-    /// @param label volume label, given to the tool as it is; XFS has room for 12 bytes
+    /// Makes an XFS file system, over whatever is there; the tool's output is logged at level 1,
+    /// character by character, with a byte 0xff at its end. Otherwise as ext3_format(); there is no
+    /// progress value.
+    /// @param label volume label, given to the tool as it is; XFS has room for 12 bytes; not null
     /// @return true when "/sbin/mkfs.xfs" ends with status 0
     bool xfs_format(const char* label);
 
     /// Checks and repairs an ext3 file system with "/sbin/fsck.ext3 -p". Blocks until the tool has
     /// ended, at nice 10.
     /// @return true when the tool ends with status 0, or at once, with nothing run, when the
-    /// partition is mounted; status 1, errors corrected, is false too
+    /// partition is mounted; status 1, errors corrected, is false too. No message tells why
     bool ext3_fscheck();
     /// Any thread may ask.
-    /// @return progress of the running or last ext3_fscheck(), as ext3_format_progress()
+    /// @return progress of the running or last ext3_fscheck(), as ext3_format_progress(); each of
+    /// the tool's five passes is worth 20000. Within a pass of more than 42949 steps it falls back
+    /// now and then. A partition that was mounted leaves it as it was
     int ext3_fscheck_progress() const { return mCheckProgress.load(std::memory_order_relaxed); }
 
 private:

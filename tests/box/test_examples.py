@@ -59,6 +59,18 @@ def test_a_full_drive_ends_the_recording(box):
     assert box.run("grep -q ^/dev/sda /proc/mounts").status == 1
 
 
+def test_a_failed_start_leaves_nothing_mounted(box):
+    # Magic and label stay, so that it is found; without a block size nobody mounts it.
+    box.check("dd if=/dev/sda2 of=/superblock bs=512 count=1 2>/dev/null")
+    box.check("dd if=/dev/zero of=/dev/sda2 bs=1 seek=4 count=4 conv=notrunc 2>/dev/null")
+    try:
+        status, _, err = example(box, "record", "film", 1)
+        assert (status, err.endswith("record: the drive could not be started\n")) == (1, True), err
+        assert box.run("grep -q ^/dev/sda /proc/mounts").status == 1
+    finally:
+        box.check("dd if=/superblock of=/dev/sda2 bs=512 conv=notrunc 2>/dev/null")
+
+
 def test_a_setting_is_kept(box):
     assert example(box, "setting", "language") == (0, "language is not set\n", "")
     kept = 'language is not set\nsaved\nlanguage is "deutsch"\n'

@@ -12,14 +12,17 @@
 /// Follows no redirects, knows no chunked transfer coding, and accepts only status 200.
 ///
 /// Every call blocks. The socket waits at most 30 s for each piece that it receives or sends; a
-/// connection attempt waits at most that long too, the resolver as long as it is configured to. The
-/// socket is close-on-exec and never takes the place of a missing standard stream.
+/// connection attempt waits at most that long too, the resolver as long as it is configured to.
+/// There is no limit for the whole: a server that sends a byte now and then holds the caller. A
+/// limit that the kernel refuses is logged and not kept. The socket is close-on-exec and never
+/// takes the place of a missing standard stream.
 ///
-/// Threads: no lock, one thread at a time; several connections may work at once. Open() and Read()
-/// are cancellation points and may be left by a cancellation at any moment: the socket is then
-/// still closed by Close(), by the next Open() or by the destructor. A host name is resolved by a
-/// short-lived thread, which then lives on until the resolver has answered or given up. Failures
-/// are logged at level 1; only allocation failure is thrown.
+/// Threads: no lock, one thread at a time; several connections may work at once. Open(),
+/// connectToServer() and Read() are cancellation points and may be left by a cancellation at any
+/// moment: the socket is then still closed by Close(), by the next Open() or by the destructor. A
+/// host name is resolved by a short-lived thread, which then lives on until the resolver has
+/// answered or given up. Failures are logged at level 1, why a header was refused at level 2; only
+/// allocation failure is thrown.
 class KESTROVA_EXPORT HTTPConnection {
 public:
     /// No socket.
@@ -38,9 +41,10 @@ public:
     /// Sends the request for an address and reads the reply's header. After a failure there may
     /// still be a socket.
     /// @param url an "http://" address, as httpURL::parse() takes it
-    /// @param[out] hdr the header; after a failure what was read of it
+    /// @param[out] hdr the header; after a failure what was read of it, so give a new one
     /// @return true when the status is 200: the body is then ready for Read(). True as well, with
-    /// `hdr` as it was, when the request could not be sent: the first Read() then tells
+    /// `hdr` as it was, when the request could not be sent (logged): a new `hdr` has code 0 then,
+    /// and the first Read() returns 0, as for an empty document, or less
     bool Open(const char* url, HTTPReplyHeader& hdr);
     /// The same without keeping the header.
     /// @param url as there
@@ -50,8 +54,8 @@ public:
     /// Receives some of the body with one recv(). Logs nothing.
     /// @param[out] buf the bytes
     /// @param len room in it, in bytes
-    /// @return how many bytes came; 0 at the end; negative on an error or after 30 s without a
-    /// byte, errno tells which
+    /// @return how many bytes came; 0 at the end, also when that comes before the announced length;
+    /// negative on an error, without a socket, or after 30 s without a byte: errno tells which
     int Read(void* buf, unsigned int len);
 
     /// Shuts the socket down and closes it; does nothing when there is none. No cancellation point.

@@ -13,8 +13,10 @@
 /// next byte on the socket is the first one of the body.
 ///
 /// Reading blocks for as long as the socket does; any result of recv() other than one byte, also an
-/// interruption, ends it. A failed read leaves in the object what was read until then. Reasons are
-/// logged at level 2, except that a field line without ':' puts "Hmm" on standard output.
+/// interruption, ends it. A failed read leaves in the object what was read until then, and from an
+/// earlier reply what it did not come to: an object that is used once only has code 0 when no reply
+/// came. Reasons are logged at level 2, except that a field line without ':' puts "Hmm" on standard
+/// output, at any level.
 ///
 /// Threads: no lock, one thread at a time. Reading is a cancellation point. Only allocation failure
 /// is thrown.
@@ -38,7 +40,9 @@ public:
     /// @param fd a connected socket
     /// @return true when the line is good
     bool readRequestLine(int fd);
-    /// Reads field lines, up to and with the empty line. There are no continuation lines.
+    /// Reads field lines, up to and with the empty line. There are no continuation lines. A name is
+    /// kept as it came, a value without the blanks in front; of two fields with the same name the
+    /// later one stays.
     /// @param fd a connected socket
     /// @return true when the empty line was reached
     bool readEntityLines(int fd);
@@ -59,7 +63,7 @@ public:
     /// Does nothing.
     void print();
 
-    /// @return 1 for "HTTP/1.0", 2 for "HTTP/1.1", 0 before one is read.
+    /// @return 1 for "HTTP/1.0", 2 for "HTTP/1.1", 0 before one is read and for any other
     int version() const { return mVersion; }
     /// @return the status code, cut to the range of 32 bits; 0 before one is read
     int code() const { return mCode; }

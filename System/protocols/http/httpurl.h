@@ -23,22 +23,24 @@ public:
     void reset();
 
     /// Takes an address apart. The host may be empty ("http:///x"); there is then no request for
-    /// it.
+    /// it. A port that is left empty ("http://host:/x") is 0.
     /// @param text the address; "http://" may have any case
     /// @return false with the object as it was when the text is null or begins otherwise, and with
-    /// the object reset when there is no path or the port is no number from 0 to 65535
+    /// the object reset when there is no path ("http://host") or the port is no number from 0 to
+    /// 65535
     bool parse(const char* text);
 
     /// @return the text of an HTTP/1.0 GET request (RFC 1945) with its Host line and its empty
     /// line, the path exactly as written; empty when there is no host
     std::string createRequest() const;
 
-    /// @return the host name or dotted address, exactly as written; valid until the next parse()
+    /// @return the host name or dotted address, exactly as written; valid until the next parse() or
+    /// reset()
     const std::string& host() const { return mHost; }
     /// @return the TCP port, in host byte order
     std::uint16_t port() const { return mPort; }
     /// @return everything from the first '/' after the host on, with any query; valid until the
-    /// next parse()
+    /// next parse() or reset()
     const std::string& path() const { return mPath; }
 
 private:

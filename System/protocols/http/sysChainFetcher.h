@@ -17,13 +17,15 @@
 class HTTPConnection;
 
 /// Called in the worker thread, once for every entry that was taken from the queue, while the lock
-/// of the fetcher is held: it must not call the fetcher.
+/// of the fetcher is held: it must not call the fetcher. It must not throw.
 ///
 /// All pointers are valid during the call only.
 /// @param ok whether the document came whole; what that means is told at sysChainFetcher
 /// @param id the caller's own
-/// @param contentType the "Content-Type" of the reply, spelt exactly so, or ""
-/// @param data the bytes, not terminated; after a failure what the last attempt has read
+/// @param contentType the "Content-Type" of the last reply that was accepted, spelt exactly so, or
+/// ""
+/// @param data the bytes, not terminated; after a failure what the last attempt that came to the
+/// body has read
 /// @param length how many
 /// @param user what was given to setCallback()
 using sysChainFetcherCallback = void (*)(bool ok, unsigned int id, const char* contentType,
@@ -41,12 +43,14 @@ struct sysChainFetcherQEntry {
 /// An attempt fails when the connection cannot be opened, when reading fails, and when the body is
 /// not as long as announced. There are up to four, 10 ms apart; a reply with a status other than
 /// 200, or with a header that breaks off after its status, is not tried again. A body that fills
-/// the 20480 bytes is reported as failed. Of a reply without "Content-Length", in any case, only
-/// what the first read returned is taken.
+/// the 20480 bytes is reported as failed. Of a reply without a "Content-Length" (upper or lower
+/// case), or with one of 0, only what the first read returned is taken, and counts as whole: also
+/// nothing, as when the request could not be sent.
 ///
 /// Threads: any thread may call the operations. The worker holds the lock while it fetches and
-/// calls back, and gives it away for 10 ms after each entry: the operations block until then. Logs
-/// nothing; the connection logs its own failures. Only allocation failure is thrown.
+/// calls back, and gives it away for 10 ms after each entry: the operations block until then, for
+/// up to four attempts, each as long as an HTTPConnection takes. Logs nothing; the connection logs
+/// its own failures. Only allocation failure is thrown; in the worker it ends the process.
 class KESTROVA_EXPORT sysChainFetcher {
 public:
     /// Starts the worker. Without one, when no thread can be had, the queue is kept and nothing is

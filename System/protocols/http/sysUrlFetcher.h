@@ -18,13 +18,13 @@ enum sysUrlFetcherCode {
     eUrlFetchError = 0,       ///< a read of the body failed, or there was no address to fetch
     eUrlFetchOpenFailed = 1,  ///< HTTPConnection::Open() was false; eUrlFetchCancelled follows
     eUrlFetchCancelled = 2,   ///< cancelled, stopped by the callback, or not opened; the last one
-    eUrlFetchHeader = 3,      ///< the reply was accepted, nothing of its body read yet
-    eUrlFetchData = 4,        ///< a piece of the body
-    eUrlFetchDone = 5,        ///< the end of the stream, or the announced length, was reached
+    eUrlFetchHeader = 3,      ///< HTTPConnection::Open() was true, nothing of the body read yet
+    eUrlFetchData = 4,        ///< a piece of the body, at most 2048 bytes
+    eUrlFetchDone = 5,  ///< the end of the stream, also one too early, or the announced length
 };
 
 /// Called in the worker thread, which cannot be cancelled meanwhile. Must not call the fetcher that
-/// called it.
+/// called it, and must not throw.
 /// @param code what happened
 /// @param data the piece, for eUrlFetchData only, valid during the call; otherwise null
 /// @param length of the piece; otherwise 0
@@ -43,7 +43,11 @@ using sysUrlFetcherCallback = bool (*)(sysUrlFetcherCode code, char* data, int l
 /// Threads: one thread at a time calls these operations. The callback must not be changed while a
 /// worker runs. A worker that is cancelled unwinds its stack as an exception does, closes its
 /// connection and reports eUrlFetchCancelled, once. Logs nothing; the connection logs its own
-/// failures. Only allocation failure is thrown.
+/// failures. Only allocation failure is thrown; in the worker it ends the process.
+///
+/// A download is whole when eUrlFetchDone came and, with a total, as many bytes were received.
+/// Without a total nobody can tell, and a request that could not be sent may look like an empty
+/// document.
 class KESTROVA_EXPORT sysUrlFetcher {
 public:
     /// No callback, no worker.
@@ -62,17 +66,21 @@ public:
     ///
     /// A worker that finds no callback ends without a sign, one that finds a null address after
     /// eUrlFetchError; both keep the lock, so that killThread() and setUrl() block for good. The
-    /// way out is waitTillDone() for the worker, and the destructor for the object.
+    /// way out is waitTillDone() for the worker, and the destructor for the object: another
+    /// setUrl() would start a worker that waits for the lock for good, as would the destructor
+    /// then.
     /// @param url an "http://" address, as httpURL::parse() takes it; copied
     /// @return 0, or the error number of pthread_create(); there is no worker then
     int setUrl(const char* url);
 
     /// Cancels a running worker and waits until it has ended. Does nothing when there is none.
-    /// Blocks for as long as a callback that is under way takes.
+    /// Blocks for as long as a callback that is under way takes. The callback is told
+    /// eUrlFetchCancelled unless the download came to its end first, and is not called after this.
     void killThread();
     /// The same as killThread().
     void cancelFetch();
-    /// Waits until the worker has ended by itself. Does nothing when there is none.
+    /// Waits until the worker has ended by itself. Does nothing when there is none. There is no
+    /// limit to the wait, and no other thread may cancel the download meanwhile.
     void waitTillDone();
 
 private:
