@@ -96,7 +96,8 @@ def main():
                                      "Builds the Debian packages into build/packages.")
     parser.add_argument("--check", action="store_true",
                         help="build once more, elsewhere, and compare with what is there")
-    parser.add_argument("architecture", nargs="*", help=f"of {', '.join(ARCHITECTURES)}; default: all")
+    parser.add_argument("architecture", nargs="*",
+                        help=f"of {', '.join(ARCHITECTURES)}; default: all")
     options = parser.parse_args()
     architectures = list(dict.fromkeys(options.architecture)) or list(ARCHITECTURES)
     for architecture in architectures:

@@ -57,7 +57,7 @@ def build_kind(architecture):
 
 
 def desktop_kind():
-    """A small amd64 system that also takes i386 packages, with the tools that adapters stand for."""
+    """A small amd64 system that also takes i386 packages, with the tools behind the adapters."""
     return Kind("desktop", "essential", ("amd64", "i386"),
                 ("fdisk", "xfsprogs", "libstdc++6:amd64", "libstdc++6:i386"),
                 ("/usr/share/locale/*", "/usr/lib/*/gconv/*"))
