@@ -3,10 +3,12 @@
 
 import hashlib
 import re
+import shutil
 import subprocess
 
 import pytest
 
+import documents
 import recipes
 
 BUILDROOT = recipes.ROOT / "packaging" / "buildroot"
@@ -25,11 +27,11 @@ KESTROVA_SYSTEM_DIR = {root}
 TARGET_DIR = {target}
 BR2_EXTERNAL_KESTROVA_PATH = {external}
 KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS =
-KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS =
+KESTROVA_SYSTEM_ROOTFS_PRE_CMD_HOOKS =
 include $(BR2_EXTERNAL_KESTROVA_PATH)/external.mk
 print-%: ; @printf '%s' '$($*)'
 {root}/.installed: FORCE ; $(foreach hook,$(KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS),$(call $(hook))$(sep))
-finalize: ; $(foreach hook,$(KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS),$(call $(hook))$(sep))
+rootfs: ; $(foreach hook,$(KESTROVA_SYSTEM_ROOTFS_PRE_CMD_HOOKS),$(call $(hook))$(sep))
 FORCE:
 """
 
@@ -38,7 +40,7 @@ BUILDROOT_SYMBOLS = """
 BR2_i386 BR2_x86_64 BR2_arm BR2_TOOLCHAIN_USES_GLIBC BR2_TOOLCHAIN_GCC_AT_LEAST_12
 BR2_INSTALL_LIBSTDCPP BR2_STATIC_LIBS BR2_ROOTFS_MERGED_USR BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS
 BR2_PACKAGE_E2FSPROGS BR2_PACKAGE_HDPARM BR2_PACKAGE_UTIL_LINUX BR2_PACKAGE_UTIL_LINUX_BINARIES
-BR2_PACKAGE_UTIL_LINUX_MOUNT BR2_PACKAGE_XFSPROGS
+BR2_PACKAGE_UTIL_LINUX_MOUNT BR2_PACKAGE_XFSPROGS BR2_HOST_CMAKE_AT_LEAST_3_25
 """.split()
 NEEDED = {"BR2_i386": 2, "BR2_TOOLCHAIN_USES_GLIBC": 2, "BR2_TOOLCHAIN_GCC_AT_LEAST_12": 2,
           "BR2_INSTALL_LIBSTDCPP": 2, "BR2_STATIC_LIBS": 0, "BR2_ROOTFS_MERGED_USR": 2,
@@ -84,19 +86,23 @@ def test_the_buildroot_options_are_those_of_the_project(make, command, tmp_path)
     recipes.configured(options, tmp_path / "build")
 
 
-def test_the_buildroot_hooks_put_the_adapters_in_place(make, image):
+@pytest.mark.parametrize("kind", ["ext2", "tar"])
+def test_the_buildroot_hooks_put_the_adapters_in_place(make, image, kind):
+    """In the copy for an image of some kind; the folder that the packages install to is kept."""
     chosen = "BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE=y"
     make(str(recipes.ROOT / ".installed"), chosen)
-    make("finalize", chosen)
-    recipes.assert_adapted(image)
-    make("finalize", chosen)    # as when an image is built again
-    recipes.assert_adapted(image)
+    before = sorted(image.rglob("*"))
+    copy = shutil.copytree(image, image.parent / kind, symlinks=True)
+    make("rootfs", chosen, f"TARGET_DIR={copy}")
+    recipes.assert_adapted(copy)
+    assert sorted(image.rglob("*")) == before
+    assert not any((image / "sbin" / name).is_symlink() for name in recipes.ADAPTERS)
 
 
 def test_the_buildroot_hooks_leave_an_image_without_a_drive_alone(make, image):
     before = sorted(image.rglob("*"))
     make(str(recipes.ROOT / ".installed"))
-    make("finalize")
+    make("rootfs")
     assert sorted(image.rglob("*")) == before
 
 
@@ -166,8 +172,11 @@ def test_the_menu_is_silent_on_other_processors(menu):
     assert offered(menu)
 
 
-def test_the_drive_selects_its_tools(menu):
+def test_the_package_and_the_drive_select_their_tools(menu):
     menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM"].set_value(2)
+    major, minor = re.search(r"^cmake_minimum_required\(VERSION (\d+)\.(\d+)\)",
+                             documents.read("CMakeLists.txt"), re.M).groups()
+    assert menu.syms[f"BR2_HOST_CMAKE_AT_LEAST_{major}_{minor}"].str_value == "y"
     tools = [name for name in BUILDROOT_SYMBOLS if name.startswith("BR2_PACKAGE_")]
     assert {menu.syms[name].str_value for name in tools} == {"y"}
     menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE"].set_value(0)

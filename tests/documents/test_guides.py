@@ -161,6 +161,7 @@ def test_a_quote_is_what_the_example_says(name):
 
 def test_every_guide_names_devices_and_folders_that_the_sources_name():
     """A path that the guide says is set in a source is there."""
+    looked_at = set()
     for cells in documents.rows(documents.section(documents.read(INTEGRATING), "Device names")):
         names = [span for span in documents.code_spans(cells[0]) if span.startswith("/dev/")]
         places = [span for span in documents.code_spans(cells[2]) if span.startswith("System/")]
@@ -168,9 +169,23 @@ def test_every_guide_names_devices_and_folders_that_the_sources_name():
             code = messages.without_comments(documents.read(place))
             stems = {re.sub(r"(-part)?\d$", "", name) for name in names}
             assert names and all(f'"{stem}"' in code for stem in stems), (names, place)
+            looked_at.add(place)
+    assert looked_at == {DRIVE + ".cpp", "System/BlockdevCfg.fmp.cpp", "System/sysSuperUserUtils.cpp"}
 
 
 TESTING = "docs/testing.md"
+
+
+def test_the_suites_are_those_that_are_run():
+    """Those with a star are the quick ones."""
+    rows = documents.rows(documents.section(documents.read(TESTING), "Suites"))
+    named = [name.strip() for cells in rows if len(cells) == 4 for name in cells[0].split(",")]
+    code = documents.read("script/testrun.py")
+    lists = code[code.index("    suites = ["):code.index("    total = ")]
+    quick, _, others = (re.findall(r'\("([\w-]+)", ', part)
+                        for part in lists.partition("    else:\n"))
+    assert {name.removesuffix(" *") for name in named if name} == {*quick, *others}
+    assert {name.removesuffix(" *") for name in named if name.endswith("*")} == set(quick)
 
 
 def test_every_folder_of_tests_is_named():

@@ -89,6 +89,8 @@ def installed(recipe, tmp_path):
         libraries.rmdir()
     done = run_function(recipe.functions["do_install:append"], D=str(tree), S=str(recipes.ROOT))
     assert done.returncode == 0, done.stderr
+    described = tree / "usr" / "lib" / "pkgconfig" / "kestrova-system.pc"
+    assert described.read_text().splitlines().count("prefix=/usr") == 1
     return tree
 
 
@@ -129,8 +131,12 @@ def test_everything_that_is_installed_has_its_package(recipe, installed):
 
 
 def test_the_class_for_images_puts_the_adapters_in_place(recipe, image):
+    described = image / "usr" / "lib" / "pkgconfig" / "kestrova-system.pc"
+    described.parent.mkdir()
+    described.write_text("prefix=${pcfiledir}/../..\nlibdir=${prefix}/lib\n")
     done = run_function(recipe.functions["do_install:append"], D=str(image), S=str(recipes.ROOT))
     assert done.returncode == 0, done.stderr
+    assert described.read_text() == "prefix=/usr\nlibdir=${prefix}/lib\n"
     box = bitbake.Recipe(YOCTO / "classes" / "kestrova-box.bbclass")
     (hook,) = box.variables["ROOTFS_POSTPROCESS_COMMAND"].split()
     done = run_function(box.functions[hook.rstrip(";")], IMAGE_ROOTFS=str(image))

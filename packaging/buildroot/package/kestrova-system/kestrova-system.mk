@@ -32,11 +32,12 @@ define KESTROVA_SYSTEM_INSTALL_ADAPTERS
 endef
 KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS += KESTROVA_SYSTEM_INSTALL_ADAPTERS
 
-# Last, when every package has installed its tools. A second time it changes nothing.
+# In the copy that an image is made of. In the target folder itself a package that is built anew
+# would meet its tool moved, and write through the adapter's link.
 define KESTROVA_SYSTEM_ENABLE_ADAPTERS
 	$(KESTROVA_SYSTEM_DIR)/packaging/kestrova-box-tools enable --root $(TARGET_DIR)
 endef
-KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS += KESTROVA_SYSTEM_ENABLE_ADAPTERS
+KESTROVA_SYSTEM_ROOTFS_PRE_CMD_HOOKS += KESTROVA_SYSTEM_ENABLE_ADAPTERS
 
 endif
 

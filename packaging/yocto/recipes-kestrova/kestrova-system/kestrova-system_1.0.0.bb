@@ -11,6 +11,8 @@ inherit cmake pkgconfig externalsrc features_check
 # There is nothing to download: a local tree, by default the one that this layer is a part of.
 KESTROVA_SYSTEM_SOURCE ?= "${THISDIR}/../../../.."
 EXTERNALSRC = "${KESTROVA_SYSTEM_SOURCE}"
+# No links to the build in the sources.
+EXTERNALSRC_SYMLINKS = ""
 
 COMPATIBLE_HOST = "(i.86|x86_64).*-linux"
 COMPATIBLE_HOST:libc-musl = "null"
@@ -26,8 +28,10 @@ EXTRA_OECMAKE = "\
     -DKESTROVA_TESTS=OFF \
 "
 
-# The adapters for today's tools. They take nobody's place before kestrova-box-tools is run.
+# The adapters for today's tools take nobody's place before kestrova-box-tools is run. The .pc file
+# finds its prefix from its own place, in front of which pkg-config would put the sysroot once more.
 do_install:append() {
+    sed -i "s,^prefix=.*,prefix=${prefix}," ${D}${libdir}/pkgconfig/kestrova-system.pc
     install -d ${D}${prefix}/lib/kestrova/box-tools ${D}${sbindir}
     install -m 0755 ${S}/box/tools/sfdisk ${D}${prefix}/lib/kestrova/box-tools/sfdisk
     install -m 0755 ${S}/box/tools/mkfs.xfs ${D}${prefix}/lib/kestrova/box-tools/mkfs.xfs
