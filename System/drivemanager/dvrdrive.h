@@ -23,8 +23,8 @@
 ///
 /// Threads: any thread may call any operation named in this class. init(), initialize(), start(),
 /// stop() and shut() take turns: each blocks while another one, or the worker of initialize() or
-/// start(), runs. getStatus(), setStatus(), blockSize(), freeMB() and totalMB() answer at once
-/// whatever runs. What is inherited takes no part in this: call it while no other operation runs,
+/// start(), runs. getStatus(), setStatus(), blockSize(), freeMB() and totalMB() answer whatever
+/// runs, after one statfs at the most. What is inherited takes no part in this: call it while no other operation runs,
 /// and enclose partitionCustom(), partitionOneBig() and scanPartitions() in shut() and init().
 /// shut() and deletion may follow an operation at once; deletion waits for a worker.
 ///
