@@ -24,9 +24,10 @@
 /// Threads: any thread may call any operation named in this class. init(), initialize(), start(),
 /// stop() and shut() take turns: each blocks while another one, or the worker of initialize() or
 /// start(), runs. getStatus(), setStatus(), blockSize(), freeMB() and totalMB() answer whatever
-/// runs, after one statfs at the most. What is inherited takes no part in this: call it while no other operation runs,
-/// and enclose partitionCustom(), partitionOneBig() and scanPartitions() in shut() and init().
-/// shut() and deletion may follow an operation at once; deletion waits for a worker.
+/// runs, after one statfs at the most. What is inherited takes no part in this: call it while no
+/// other operation runs, and enclose partitionCustom(), partitionOneBig() and scanPartitions() in
+/// shut() and init(). shut() and deletion may follow an operation at once; deletion waits for a
+/// worker.
 ///
 /// Failures are told by the result and by the status eStError; only allocation failure is thrown.
 class KESTROVA_EXPORT sysDVRDrive : public sysHardDrive {
