@@ -21,6 +21,7 @@
 
 namespace {
 
+using failingcalls::Call;
 using tests::Capture;
 using tests::ChildView;
 using tests::Findings;
@@ -123,6 +124,56 @@ TEST_P(StandardStreamsTest, ShellCommandsHaveAllThreeWhereOthersTookTheNumbers) 
 }
 
 INSTANTIATE_TEST_SUITE_P(Combinations, StandardStreamsTest, testing::Range(0, 8));
+
+TEST(CloseDescriptorsTest, AlsoOnAKernelWithoutTheCallForIt) {
+    for (const bool kernelHasIt : {true, false}) {
+        EXPECT_EQ("", inChild([kernelHasIt] {
+                      constexpr int first = 700;
+                      Findings findings;
+                      for (const int number : {first - 1, first, first + 20}) {
+                          findings.expect(::dup2(STDIN_FILENO, number) == number, "made");
+                      }
+                      if (!kernelHasIt) {
+                          failingcalls::failAll(Call::eCloseRange, ENOSYS);
+                      }
+                      base::closeDescriptorsFrom(first);
+                      findings.expect(::fcntl(first - 1, F_GETFD) == 0, "the one below stays");
+                      for (const int number : {first, first + 20}) {
+                          findings.expect(::fcntl(number, F_GETFD) == -1, "closed");
+                      }
+                      return findings.text();
+                  }))
+            << kernelHasIt;
+    }
+}
+
+/// What a detached child finds of its surroundings.
+std::string detached() {
+    Findings findings;
+    const pid_t first = ::getpid();
+    findings.expect(base::detachChild(), "detached");
+    findings.expect(::getpid() != first && ::getsid(0) == ::getpid(), "leads a session");
+    char directory[8] = {};
+    findings.expect(::getcwd(directory, sizeof(directory)) != nullptr, "has a directory");
+    findings.expect(std::string(directory) == "/", "in the root");
+    for (int number = 0; number < 3; ++number) {
+        findings.expect(isNull(number), "null device");
+    }
+    return findings.text();
+}
+
+TEST(DetachChildTest, LeadsASessionInTheRootWithNullStreams) {
+    EXPECT_EQ("", inChild(detached));
+}
+
+TEST(DetachChildTest, NeedsTheNullDeviceAsItsStreams) {
+    for (const Call call : {Call::eOpen, Call::eDup2}) {
+        EXPECT_EQ("refused", inChild([call] {
+                      failingcalls::failAll(call, EMFILE);
+                      return std::string(base::detachChild() ? "detached" : "refused");
+                  }));
+    }
+}
 
 TEST(ShellTest, GivesTheRawStatus) {
     const Capture capture;

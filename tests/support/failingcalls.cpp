@@ -304,6 +304,8 @@ Behind<int(int, int, ...)> behindFcntl(kFcntl);
 Behind<std::FILE*(int, const char*)> behindFdopen("fdopen");
 Behind<std::FILE*(const char*, const char*)> behindFopen("fopen64");
 Behind<pid_t()> behindFork("fork");
+Behind<int(unsigned, unsigned, int)> behindCloseRange("close_range");
+Behind<int(int, int)> behindDup2("dup2");
 Behind<int(int)> behindFsync("fsync");
 Behind<LookupFunction> behindGethostbyname("gethostbyname_r");
 Behind<int(int, unsigned long, ...)> behindIoctl(kIoctl);
@@ -372,6 +374,14 @@ std::FILE* fopen(const char* path, const char* mode) {
 
 pid_t fork() noexcept {
     return fails(Call::eFork) ? -1 : behindFork.get()();
+}
+
+int close_range(unsigned first, unsigned last, int flags) noexcept {
+    return fails(Call::eCloseRange) ? -1 : behindCloseRange.get()(first, last, flags);
+}
+
+int dup2(int from, int to) noexcept {
+    return fails(Call::eDup2) ? -1 : behindDup2.get()(from, to);
 }
 
 int fsync(int descriptor) {

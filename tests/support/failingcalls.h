@@ -19,7 +19,9 @@ namespace failingcalls {
 
 enum class Call {
     eClose,
+    eCloseRange,
     eConnect,
+    eDup2,
     eFcntl,
     eFdopen,
     eFopen,
