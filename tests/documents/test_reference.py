@@ -22,7 +22,7 @@ SECTIONS = ["NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "RETURN VALUES", "THRE
 # Manual pages of others that ours point to.
 OTHERS = {"fclose 3", "fsck.ext3 8", "getty 8", "hdparm 8", "mkfs.ext3 8", "mkfs.xfs 8", "mount 8",
           "nice 1", "perror 3", "pkg-config 1", "popen 3", "printf 3", "pthread_create 3",
-          "recv 2", "sfdisk 8"}
+          "recv 2", "sfdisk 8", "statfs 2"}
 CLASS_PAGES = [pytest.param(Page(path), id=path.name) for path in pages("*.3")]
 OUR_PAGES = CLASS_PAGES + [pytest.param(Page(path), id=path.name)
                            for path in pages("kestrova-system.7")]
