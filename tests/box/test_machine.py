@@ -313,8 +313,9 @@ HOLDER = textwrap.dedent("""
 
 def hold_box():
     """A process that holds a box: (process, QEMU's pid, folder)."""
-    process = subprocess.Popen([sys.executable, "-c", HOLDER, str(ROOT)], text=True,
-                               stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+    # Whoever runs the tests in the background may ignore what is sent to it here.
+    process = subprocess.Popen(["env", "--default-signal", sys.executable, "-c", HOLDER, str(ROOT)],
+                               text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                stderr=subprocess.DEVNULL)
     pid, folder = process.stdout.readline().split()
     return process, int(pid), pathlib.Path(folder)
