@@ -49,7 +49,9 @@ public:
     void offer(const std::string& typed, const std::string& word, const std::string& name) {
         const bool begun = word.compare(0, typed.size(), typed) == 0 && word != typed;
         const std::size_t length = begun ? 1 : distance(typed, word);
-        if (length > typed.size() / 3 || length > mLength) {
+        // Two or three letters resemble too much.
+        const bool alike = begun ? typed.size() > 2 : length <= typed.size() / 4;
+        if (!alike || length > mLength) {
             return;
         }
         if (length < mLength) {
@@ -114,13 +116,21 @@ std::string unknownCommand(const Words& words, bool inShell) {
     if (group && words.size() == 1) {
         return first + ": a command is missing" + groupHint;
     }
-    const std::string two = words.size() > 1 ? first + " " + words[1] : first;
+    const bool single = words.size() == 1;
+    const std::string two = single ? first : first + " " + words[1];
     Nearest nearest;
+    nearest.offer(first, "help", "help");
     for (const Command& command : commands()) {
         const std::string name = command.mName;
         const std::size_t blank = name.find(' ');
-        nearest.offer(blank != std::string::npos ? two : first, name, name);
-        if (!group && blank != std::string::npos) {
+        if (blank == std::string::npos) {
+            nearest.offer(first, name, name);
+            continue;
+        }
+        // Half a name may be the group; all the commands of it would be no suggestion.
+        const std::string wanted = single ? name.substr(0, blank) : name;
+        nearest.offer(two, wanted, wanted);
+        if (!group) {
             nearest.offer(first, name.substr(blank + 1), name);
         }
     }
@@ -133,17 +143,18 @@ std::string unknownCommand(const Words& words, bool inShell) {
 }
 
 std::string unknownOption(const std::string& word, bool inShell) {
+    const bool oneDash = word[1] != '-';
     Nearest nearest;
     for (const OptionSpec& spec : optionSpecs()) {
         if (spec.mLong != nullptr) {
-            nearest.offer(word, spec.mLong, spec.mLong);
+            nearest.offer(oneDash && word.size() > 2 ? "-" + word : word, spec.mLong, spec.mLong);
         }
     }
     const std::string question = nearest.question();
     if (!question.empty()) {
         return "unknown option " + quoted(word) + question;
     }
-    if (word[1] != '-') {
+    if (oneDash) {
         return "unknown option " + quoted(word) +
                "; an argument that begins with '-' needs '--' in front";
     }

@@ -92,6 +92,12 @@ private:
     }
 
     bool takeShort(const std::string& word) {
+        // Letter by letter '-help' would run the commands 'lp', of 'shell -e'.
+        for (const OptionSpec& spec : optionSpecs()) {
+            if (spec.mLong != nullptr && word == spec.mLong + 1) {
+                return fail(unknownOption(word, mSource.mShell));
+            }
+        }
         for (std::size_t position = 1; position < word.size(); ++position) {
             const OptionSpec* const spec = findShort(word[position]);
             if (spec == nullptr) {
@@ -151,7 +157,8 @@ private:
         }
         if (mSource.mShell && (mPositional[0] == "exit" || mPositional[0] == "quit")) {
             mInvocation.mExit = true;
-            return mPositional.size() == 1 || fail("unexpected argument " + quoted(mPositional[1]));
+            return mPositional.size() == 1 ||
+                   fail(mPositional[0] + ": unexpected argument " + quoted(mPositional[1]));
         }
         std::size_t used = 0;
         mInvocation.mCommand = findCommand(mPositional, used);

@@ -12,7 +12,7 @@ import shutil
 import subprocess
 import sys
 
-from chroot import ROOT, Chroot, ChrootError, archive, build_kind
+from chroot import ROOT, Chroot, ChrootError, archive, build_kind, only_one
 
 ARCHITECTURES = ("i386", "amd64")
 DEBIAN = ROOT / "packaging" / "debian"
@@ -35,14 +35,14 @@ def changelog_time():
 
 def export_tree(target):
     """Copies the files of the tree, tracked or to be, with packaging/debian at Debian's place."""
-    listed = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
-                            cwd=ROOT, capture_output=True, check=True).stdout.split(b"\0")
-    # a file that is deleted but not yet committed is still listed
-    names = [name for name in listed if name and os.path.lexists(os.fsencode(ROOT) + b"/" + name)]
+    listed = subprocess.run([ROOT / "script" / "sources", "-z"], stdout=subprocess.PIPE,
+                            check=False)
+    if listed.returncode:
+        raise BuildError("the files of the tree could not be listed")
     target.mkdir(parents=True)
     pack = subprocess.run(["tar", "-c", "--null", "--files-from=-", "--owner=0", "--group=0",
                            f"--mtime=@{changelog_time()}", "--mode=u=rwX,go=rX"],
-                          cwd=ROOT, input=b"\0".join(names), capture_output=True, check=True)
+                          cwd=ROOT, input=listed.stdout, stdout=subprocess.PIPE, check=True)
     subprocess.run(["tar", "-x", "-C", target], input=pack.stdout, check=True)
     shutil.copytree(target / "packaging" / "debian", target / "debian")
 
@@ -91,6 +91,16 @@ def compare(first, second):
     print(f"{len(names)} packages, the same bytes in a second build")
 
 
+def work(architectures, check):
+    if check:
+        build_all(architectures, SECOND, AGAIN)
+        compare(PACKAGES, AGAIN)
+        return
+    build_all(architectures, FIRST, PACKAGES)
+    for path in sorted(PACKAGES.glob("*.deb")):
+        print(path.relative_to(ROOT))
+
+
 def main():
     parser = argparse.ArgumentParser(prog="script/package", description=
                                      "Builds the Debian packages into build/packages.")
@@ -106,13 +116,9 @@ def main():
     if os.geteuid() != 0:
         parser.error("only root can make clean systems to build in")
     try:
-        if options.check:
-            build_all(architectures, SECOND, AGAIN)
-            compare(PACKAGES, AGAIN)
-        else:
-            build_all(architectures, FIRST, PACKAGES)
-            for path in sorted(PACKAGES.glob("*.deb")):
-                print(path.relative_to(ROOT))
+        # a build empties the folder that another one fills or compares
+        with only_one(ROOT / "build" / "package.lock"):
+            work(architectures, options.check)
     except (BuildError, ChrootError) as error:
         sys.exit(f"script/package: {error}")
 

@@ -137,7 +137,7 @@ class FakeDrive:
             path = self.state / "tools" / tool
             shutil.copy(HERE / "fakedrive_tools.py", path)
             path.chmod(0o755)
-        for number in ["", "1", "2", "3", "4"]:
+        for number in ["", *range(1, 7)]:
             (self.state / f"dev/sda{number}").touch()
         os.truncate(self.state / "dev/sda", DISK_SIZE)
         self.table([])

@@ -41,6 +41,9 @@ CASES = [
          "info", "status", "start", "status", "stop", "watch", "spin-up", "spin-down", "partition",
          "format", "start", "watch", "info"]]),
     ("drive", "blank", ["drive", "check", "0"], [("drive check", GOOD)]),
+    # partitioned elsewhere, with partitions inside of another one
+    ("drive", "crowded", ["shell", "-e", "drive info; drive check 5"],
+     [("drive info", GOOD), ("drive check", GOOD)]),
     ("drive", "fsck.ext3", ["drive", "check", "0"], [("drive check", BAD)]),
     ("drive", "mkfs.xfs", ["drive", "format", "--yes"], [("drive format", BAD)]),
     ("drive", "mkfs.xfs", ["shell", "-e", "drive format --yes --no-wait; drive watch"],
@@ -98,6 +101,8 @@ def run_drive(request, state, words):
     drive = request.getfixturevalue("fake_drive")
     if state in ["blank", "fsck.ext3"]:
         drive.table([256, 512])
+    elif state == "crowded":
+        drive.table([64, 64, 64, 64, 64, 64])
     else:
         drive.formatted()
     if "." in state or state in ["mount", "sfdisk"]:

@@ -15,9 +15,9 @@ def read(name):
 
 
 def markdown_files():
-    listed = subprocess.run(["git", "ls-files", "--cached", "--others", "--exclude-standard",
-                             "*.md"], cwd=ROOT, capture_output=True, text=True, check=True).stdout
-    return sorted(name for name in listed.splitlines() if (ROOT / name).is_file())
+    listed = subprocess.run([ROOT / "script" / "sources"], capture_output=True, text=True,
+                            check=True).stdout
+    return sorted(name for name in listed.splitlines() if name.endswith(".md"))
 
 
 def code_blocks(text):

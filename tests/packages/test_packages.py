@@ -131,6 +131,24 @@ def test_the_32_bit_packages_ask_for_no_vector_registers(packages, tmp_path):
         assert not re.search(r"%[xyz]mm\d", code)
 
 
+def test_an_unpacked_archive_has_the_files_that_git_has(tmp_path):
+    listed = output(ROOT / "script" / "sources")
+    archive = tmp_path / "a folder"
+    for name in listed.splitlines():
+        (archive / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(ROOT / name, archive / name, follow_symlinks=False)
+    (archive / "build").mkdir()
+    (archive / "build" / "made here").touch()
+
+    def ended(text, end):
+        return sorted(text.split(end)[:-1])
+
+    script = archive / "script" / "sources"
+    assert ended(output(script), "\n") == ended(listed, "\n")
+    assert ended(output(script, "-z"), "\0") == ended(listed, "\n")
+    assert "README.md" in listed.splitlines()
+
+
 def test_a_second_build_elsewhere_gives_the_same_bytes(packages):
     again = subprocess.run([ROOT / "script" / "package", "--check"], stdin=subprocess.DEVNULL,
                            capture_output=True, text=True, check=False)
