@@ -73,8 +73,10 @@ const std::vector<Command>& commands() {
 }
 
 const Command* findCommand(const Words& words, std::size_t& used) {
+    // A command of a group is two words; quoted as one it is no command.
+    const bool single = !words.empty() && words[0].find(' ') == std::string::npos;
     for (const Command& command : commands()) {
-        if (!words.empty() && words[0] == command.mName) {
+        if (single && words[0] == command.mName) {
             used = 1;
             return &command;
         }

@@ -17,6 +17,7 @@ CASES = [
     (["fet"], "unknown command 'fet'; do you mean 'fetch' or 'fetch-all'?\n"),
     (["drive", "stat"], "do you mean 'drive status' or 'drive start'?"),
     (["form"], "do you mean 'drive format'?"),
+    (["drive format", "--yes"], "unknown command 'drive format'; 'kestrova --help' lists"),
     (["s"], "unknown command 's'; 'kestrova --help' lists the commands"),
     (["drive", "verify"], "unknown command 'drive verify'; 'kestrova drive --help' lists"),
     (["format", "--yes"], "unknown command 'format'; do you mean 'drive format'?"),
