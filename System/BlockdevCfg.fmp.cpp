@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "System/BlockdevCfg.fmp.h"
 
-#include "base/log.h"
+#include "base/log/log.h"
 
 namespace {
 
@@ -72,8 +72,7 @@ BlockdeviceConfig* BlockdeviceConfig::CreateInstance() {
     }
     smpBlockdeviceConfig = new BlockdeviceConfig;
     const base::PrintAccess access;
-    if (base::levelEnabled(2)) {
-        kestrova_print_context_file_line(kSource, __LINE__, 2, 0, "", "", "");
+    if (base::beginMessageAt(kSource, __LINE__, 2)) {
         KestrovaOstream& console = *pCoutKestrovaOstream;
         console.setFormatFlags(console.formatFlags() | KestrovaOstream::eFlagMark1 |
                                KestrovaOstream::eFlagMark2);
@@ -113,9 +112,14 @@ void BlockdeviceConfig::GetPartitionsByUsage(unsigned int usage,
 }
 
 PartitionConfig* BlockdeviceConfig::firstByUsage(unsigned int usage) {
-    KestrovaVector<PartitionConfig*> found;
-    GetPartitionsByUsage(usage, &found);
-    return found.empty() ? nullptr : found.front();
+    for (BlockdevConfig& device : mBlockdevice) {
+        for (PartitionConfig& partition : device.mPartition) {
+            if (partition.mUsage == usage) {
+                return &partition;
+            }
+        }
+    }
+    return nullptr;
 }
 
 PartitionConfig* BlockdeviceConfig::GetDataPartition() {
@@ -155,11 +159,11 @@ const char* BlockdeviceConfig::GetCustomPartitionMountDevice() {
 
 void BlockdeviceConfig::appendData(bool PartitionConfig::*flag,
                                    KestrovaVector<PartitionConfig*>* out) {
-    KestrovaVector<PartitionConfig*> data;
-    GetPartitionsByUsage(eUsageData, &data);
-    for (PartitionConfig* const partition : data) {
-        if (partition->*flag) {
-            out->push_back(partition);
+    for (BlockdevConfig& device : mBlockdevice) {
+        for (PartitionConfig& partition : device.mPartition) {
+            if (partition.mUsage == eUsageData && partition.*flag) {
+                out->push_back(&partition);
+            }
         }
     }
 }

@@ -42,9 +42,9 @@ struct KESTROVA_EXPORT PartitionConfig {
     const char* mpTempSubDir = "";    ///< temporary directory below the mount point, "" for none
     BlockdevConfig* mpBlockdev = nullptr;  ///< the device that lists this partition; not owned
 
-    /// Writes the record as one line of text, without a line end, integers in the base of the
-    /// stream. The caller serialises the use of the stream.
-    /// @param stream where to; not null
+    /// Writes the record as one line of text without a newline, integers in the stream's base. The
+    /// caller serialises the use of the stream.
+    /// @param stream the destination; not null, not owned
     void DumpToKestrovaOstream(KestrovaOstream* stream) const;
 };
 
@@ -55,40 +55,41 @@ struct KESTROVA_EXPORT BlockdevConfig {
     const char* mpBlockdevName = "";          ///< device node of the whole device
     std::vector<PartitionConfig> mPartition;  ///< its partitions, owned here
 
-    /// As PartitionConfig::DumpToKestrovaOstream(), for the device and its partitions.
-    /// @param stream where to; not null
+    /// Writes the device and its partitions. See PartitionConfig::DumpToKestrovaOstream().
+    /// @param stream the destination; not null, not owned
     void DumpToKestrovaOstream(KestrovaOstream* stream) const;
 };
 
-/// The table; one instance for the process, made and destroyed by the system object.
+/// The partition usage table. The system object creates the one instance of the process and
+/// destroys it.
 ///
-/// Built before any worker thread runs and only read afterwards: any thread may query it, nothing
-/// blocks and no lock is taken. Results point into the table and are valid until DestroyInstance().
-/// Queries do not fail and do not log; what is not there is "", a null pointer or nothing appended.
-/// CreateInstance() and DestroyInstance() are the system object's: an application calls neither
-/// while the system is up.
+/// Threads: the table is built before any worker thread runs and never changes afterwards, so any
+/// thread may query it without a lock. Queries do not block and do not log. A query that finds
+/// nothing returns "" or a null pointer, or appends nothing. Results point into the table and are
+/// valid until DestroyInstance(). An application does not call CreateInstance() or
+/// DestroyInstance() while the system is up.
 class KESTROVA_EXPORT BlockdeviceConfig {
 public:
-    /// Builds the built-in table; does not make it the instance.
+    /// Builds the built-in table. It does not become the instance.
     BlockdeviceConfig();
-    /// Leaves no instance, whichever table is destroyed.
+    /// Clears the instance pointer, even if another table is the instance.
     virtual ~BlockdeviceConfig();
     BlockdeviceConfig(const BlockdeviceConfig&) = delete;
     BlockdeviceConfig& operator=(const BlockdeviceConfig&) = delete;
 
-    /// Builds the table, makes it the instance and logs its dump at level 2. When there already is
-    /// an instance, that is reported as a failed assertion and the earlier one is replaced, not
-    /// freed. Only allocation failure is thrown.
-    /// @return the new instance; owned here until DestroyInstance()
+    /// Builds the table, makes it the instance and logs its dump at level 2. If there already is an
+    /// instance, logs a failed assertion and replaces it without freeing it. Throws only
+    /// std::bad_alloc.
+    /// @return the new instance; owned by the class until DestroyInstance()
     static BlockdeviceConfig* CreateInstance();
-    /// Reports a failed assertion when there is no instance.
+    /// Logs a failed assertion if there is no instance.
     /// @return the instance, or null
     static BlockdeviceConfig* GetInstance();
-    /// Frees the instance. When there is none, reports a failed assertion.
+    /// Frees the instance. Logs a failed assertion if there is none.
     static void DestroyInstance();
 
-    /// Appends every partition of one usage, in the order of the table.
-    /// @param usage a PartitionUsage value, compared as a whole
+    /// Appends every partition of one usage, in table order.
+    /// @param usage a PartitionUsage value; compared for equality, not as a bit mask
     /// @param out appended to, not cleared first
     void GetPartitionsByUsage(unsigned int usage, KestrovaVector<PartitionConfig*>* out);
     /// @return the first data partition, or null
@@ -110,19 +111,22 @@ public:
     /// Appends the data partitions that hold temporary files.
     /// @param out appended to, not cleared first
     void GetTempLinuxDevices(KestrovaVector<PartitionConfig*>* out);
-    /// Appends the first software and the first custom partition: those to be left alone as
-    /// devices.
+    /// Appends the first software partition and then the first custom partition: the partitions
+    /// that device handling must ignore.
     /// @param out appended to, not cleared first
     void GetIgnoredLinuxDevices(KestrovaVector<PartitionConfig*>* out);
 
-    /// As PartitionConfig::DumpToKestrovaOstream(), for the whole table and the instance's address.
-    /// @param stream where to; not null
+    /// Writes the whole table and the address of the instance. See
+    /// PartitionConfig::DumpToKestrovaOstream().
+    /// @param stream the destination; not null, not owned
     void DumpToKestrovaOstream(KestrovaOstream* stream) const;
 
 protected:
     std::vector<BlockdevConfig> mBlockdevice;  ///< the table
 
 private:
+    friend class sysInterface;  // gives an earlier system its table back when a start fails
+
     KESTROVA_LOCAL PartitionConfig* firstByUsage(unsigned int usage);
     KESTROVA_LOCAL void appendData(bool PartitionConfig::*flag,
                                    KestrovaVector<PartitionConfig*>* out);

@@ -8,23 +8,24 @@
 #include <csignal>
 #include <cstdarg>
 
-#include "base/log.h"
-#include "base/popen3.h"
-#include "base/text.h"
+#include "base/log/log.h"
+#include "base/process/popen3.h"
+#include "base/text/boundedtext.h"
 
 namespace {
 
 constexpr char kSource[] = "System/KestrovaPOpen";
 
-/// A formatted command line; what is longer is cut.
+/// A formatted command line, cut to 255 characters.
 struct CommandLine {
     char mText[256];
 };
 
-__attribute__((format(printf, 2, 0))) void formatCommand(CommandLine& command, const char* format,
+/// False when a conversion fails; errno tells why. What was formatted by then must not run: its end
+/// is missing.
+__attribute__((format(printf, 2, 0))) bool formatCommand(CommandLine& command, const char* format,
                                                          va_list arguments) {
-    command.mText[0] = '\0';
-    (void)kestrova_vsnprintf(command.mText, sizeof(command.mText), format, arguments);
+    return kestrova_vsnprintf(command.mText, sizeof(command.mText), format, arguments) >= 0;
 }
 
 }  // namespace
@@ -38,9 +39,9 @@ int kestrova_vpopen3(int* in, int* out, int* err, const char* format, ...) {
     CommandLine command;
     va_list arguments;
     va_start(arguments, format);
-    formatCommand(command, format, arguments);
+    const bool formatted = formatCommand(command, format, arguments);
     va_end(arguments);
-    return kestrova_popen3(in, out, err, command.mText);
+    return !formatted ? -1 : kestrova_popen3(in, out, err, command.mText);
 }
 
 int kestrova_pstatus(int pid, int& status, bool wait) {
@@ -90,7 +91,7 @@ int kestrova_popen_fout_fmt(std::FILE*& stream, const char* format, ...) {
     CommandLine command;
     va_list arguments;
     va_start(arguments, format);
-    formatCommand(command, format, arguments);
+    const bool formatted = formatCommand(command, format, arguments);
     va_end(arguments);
-    return kestrova_popen_fout(stream, command.mText);
+    return !formatted ? -1 : kestrova_popen_fout(stream, command.mText);
 }

@@ -2,19 +2,19 @@
 #include "System/sysSuperUserUtils.h"
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "System/bootvarsmanager/sysBootVarsManager.h"
+#include "System/drivemanager/tools/toolcommands.h"
 #include "System/system.h"
-#include "base/childprocess.h"
-#include "base/ipv4.h"
-#include "base/shell.h"
+#include "base/process/launcher.h"
+#include "base/process/shellcommand.h"
+#include "base/text/ipv4.h"
 
 namespace {
 
@@ -29,18 +29,6 @@ const char* const kLoginDevices[] = {"/dev/ttyS", "/dev/tts/", "/dev/ttyAS"};
 int statDevice(const std::string& name) {
     struct stat status = {};
     return ::stat(name.c_str(), &status);
-}
-
-/// The detached process that becomes the login prompt. Runs in the child of a threaded process.
-[[noreturn]] void runGetty(const char* const* arguments) {
-    base::closeDescriptorsFrom(STDERR_FILENO + 1);
-    // With the caller's mask, Ctrl-C might do nothing in the shell of whoever logs in.
-    base::resetSignals();
-    if (base::detachChild()) {
-        (void)::execve(arguments[0], const_cast<char* const*>(arguments), environ);
-        base::reportInChild("Failed to spawn getty");
-    }
-    ::_exit(0);
 }
 
 std::string dottedText(unsigned ip) {
@@ -82,31 +70,24 @@ int sysSuperUserUtils::SpawnGetty(int port) {
     if (found != 0) {
         return found;
     }
-    const char* const arguments[] = {"/sbin/getty", "-L",    device.c_str(),
-                                     "115200",      "vt100", nullptr};
-    const pid_t child = ::fork();
-    if (child == 0) {
-        runGetty(arguments);
-    }
-    if (child < 1) {
-        return child;
-    }
-    pid_t waited = -1;
-    do {
-        waited = ::waitpid(child, nullptr, 0);
-    } while (waited < 0 && errno == EINTR);
-    return waited;
+    const std::vector<std::string> prompt = drivemanager::loginPrompt(device);
+    const std::vector<const char*> arguments = base::pointersTo(prompt);
+    base::ChildSettings settings;
+    settings.mArguments = arguments.data();
+    // With the caller's signal mask, Ctrl-C might not work in the login shell.
+    settings.mDetached = true;
+    settings.mFailureText = "Failed to spawn getty";
+    settings.mFailureStatus = 0;
+    const pid_t child = base::startChild(settings);
+    int status = 0;
+    return child < 1 ? child : base::waitForChild(child, status);
 }
 
 void sysSuperUserUtils::RestartRemoteLog(unsigned ip) {
-    (void)base::runShell("killall syslogd");
+    (void)base::runShell(drivemanager::stopLogDaemon());
     // Until the old daemon has let go of its socket, whatever signals come meanwhile.
     std::this_thread::sleep_for(std::chrono::seconds(1));
-    std::string command = "/sbin/syslogd -C";
-    if (ip != 0) {
-        command += " -R " + dottedText(ip);
-    }
-    (void)base::runShell(command);
+    (void)base::runShell(drivemanager::startLogDaemon(ip != 0 ? dottedText(ip) : ""));
 }
 
 unsigned sysSuperUserUtils::GetRemoteLogIP() {

@@ -10,7 +10,8 @@ class sysInterface;
 
 /// Maintenance, reached through the system object, which owns it. Most of it needs root.
 ///
-/// Threads: no lock; the remote log address is a boot variable, whose users take turns. Failures
+/// Threads: no lock; the remote log address is a boot variable, whose users take turns by a
+/// sysResourceLock, see sysBootVarsManager. Failures
 /// are told by results only, and nothing is logged, but for what the boot variables log.
 class KESTROVA_EXPORT sysSuperUserUtils {
 public:

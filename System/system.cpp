@@ -7,6 +7,7 @@
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "System/drivemanager/drivemanager.h"
 #include "System/sysSuperUserUtils.h"
+#include "base/cancelguard.h"
 
 int mem_fd = -1;
 
@@ -17,6 +18,8 @@ sysInterface* systemInstance = nullptr;
 }  // namespace
 
 sysInterface::sysInterface(bool minimal) : mMinimal(minimal) {
+    // That of an earlier system, which stays alive, or null.
+    BlockdeviceConfig* const earlierTable = BlockdeviceConfig::smpBlockdeviceConfig;
     bool tableBuilt = false;
     try {
         mpBootVarsManager = new sysBootVarsManager;
@@ -30,12 +33,15 @@ sysInterface::sysInterface(bool minimal) : mMinimal(minimal) {
         freeObjects();
         if (tableBuilt) {
             BlockdeviceConfig::DestroyInstance();
+            BlockdeviceConfig::smpBlockdeviceConfig = earlierTable;
         }
         throw;
     }
 }
 
 sysInterface::~sysInterface() {
+    // Waiting for the drive's worker is a cancellation point, and nothing may unwind through here.
+    const base::CancelGuard guard;
     freeObjects();
     BlockdeviceConfig::DestroyInstance();
 }

@@ -56,8 +56,8 @@ KESTROVA_EXPORT void SystemInit();
 KESTROVA_EXPORT void SystemMinimalInit();
 
 /// Takes the system down; does nothing when it is not up. Not while another thread uses it. Blocks
-/// until the drive's worker, if any, has ended. Mounted file systems stay mounted: whoever started
-/// the drive stops it first.
+/// until the drive's worker, if any, has ended. Mounted file systems stay mounted, so the
+/// application that started the drive stops it first.
 KESTROVA_EXPORT void SystemTerm();
 
 /// The way to everything that the library owns. Does not block.

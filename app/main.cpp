@@ -2,16 +2,17 @@
 //
 // The command kestrova.
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <string>
 #include <vector>
 
-#include "app/help.h"
-#include "app/options.h"
+#include "app/cli/help.h"
+#include "app/cli/options.h"
 #include "app/session.h"
 #include "app/shell.h"
-#include "app/standardstreams.h"
+#include "app/ui/standardstreams.h"
 #include "base/outputlevel.h"
 
 namespace {
@@ -20,24 +21,21 @@ using app::ExitStatus;
 using app::Invocation;
 using app::StandardStreams;
 
-bool needDrive(const std::vector<Invocation>& invocations) {
-    return std::any_of(invocations.begin(), invocations.end(), [](const Invocation& invocation) {
-        return invocation.mCommand != nullptr && invocation.mCommand->mNeedsDrive;
-    });
-}
-
 ExitStatus worse(ExitStatus status, ExitStatus end) {
     return status != app::eDone ? status : end;
 }
 
-/// Brings the system up as far as it is needed, runs, and takes it down.
+/// Brings the system up, runs the commands, and takes it down.
 ExitStatus runSession(StandardStreams& streams, const Invocation& invocation,
                       const std::vector<Invocation>& script) {
     const app::Options& options = invocation.mOptions;
     const bool reads = invocation.mCommand->mRun == nullptr && !options.mHasScript;
-    // Without need of the drive it is left alone: a full start would unmount it.
-    const bool minimal = options.mMinimal || (!reads && !needDrive(script));
-    const app::Session::Setup setup = {minimal, options.mJson, reads && streams.canAsk()};
+    const app::Session::Setup setup = {options.mMinimal,
+                                       options.mJson,
+                                       reads && streams.canAsk(),
+                                       invocation.mCommand->mRun == nullptr,
+                                       reads,
+                                       options.mWait};
     kestrova_debug_output_level = options.mLevel;
     app::Session session(streams, setup);
     const ExitStatus status =
@@ -79,9 +77,15 @@ int main(int argc, char** argv) {
     try {
         StandardStreams streams;
         const ExitStatus status = run(streams, app::Words(argv + std::min(argc, 1), argv + argc));
+        if (streams.outputError() == EPIPE) {
+            return worse(status, app::eFailed);  // the reader has what it wanted
+        }
         if (streams.outputError() != 0) {
-            app::printError(std::string("standard output: ") + std::strerror(streams.outputError()),
-                            true);
+            // A reader that has had enough, such as 'head', needs no message.
+            if (streams.outputError() != EPIPE) {
+                app::printError(
+                    std::string("standard output: ") + std::strerror(streams.outputError()), true);
+            }
             return worse(status, app::eFailed);
         }
         return status;

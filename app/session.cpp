@@ -7,31 +7,68 @@
 
 #include "System/drivemanager/drivemanager.h"
 #include "System/system.h"
-#include "app/drivedescription.h"
-#include "app/progressview.h"
-#include "app/text.h"
+#include "app/commands/drive/drivedescription.h"
+#include "app/commands/vars/heldvariables.h"
+#include "app/ui/humantext.h"
+#include "app/ui/progressview.h"
 #include "base/outputlevel.h"
 
 namespace app {
 
-System::System(bool minimal) {
-    if (minimal) {
-        SystemMinimalInit();
-    } else {
-        SystemInit();
-    }
+System::System() {
+    SystemMinimalInit();
 }
 
+// SystemTerm() does not free a drive that was added to a minimal system.
 System::~System() {
+    getSystem()->termDVR();
     SystemTerm();
 }
 
+void System::bringUpDrive() {
+    getSystem()->initDVR();
+}
+
 Session::Session(StandardStreams& streams, const Setup& setup)
-    : mStreams(streams), mSetup(setup), mSystem(setup.mMinimal), mReader(streams.input()) {}
+    : mStreams(streams), mSetup(setup), mReader(streams.input()) {
+    if (setup.mInteractive && streams.canRedrawError()) {
+        mEditor = LineEditor::create(streams.input(), mInterrupts);
+    }
+}
 
 sysDVRDrive* Session::drive() const {
     const sysDriveManager* const manager = getSystem()->mpDriveManager;
     return manager != nullptr ? manager->getDVRDrive() : nullptr;
+}
+
+sysDVRDrive* Session::useDrive(const Invocation& invocation, Result& refusal) {
+    refusal = claimDrive(invocation);
+    if (refusal.mStatus != eDone) {
+        return nullptr;
+    }
+    if (drive() != nullptr) {
+        return drive();
+    }
+    DriveIdentity identity;
+    std::string failure;
+    if (!identifyDrive(identity, failure)) {
+        refusal = Result::failed(failure);
+        return nullptr;
+    }
+    getSystem()->termDVR();  // of an earlier attempt that found no drive
+    mSystem.bringUpDrive();
+    if (drive() == nullptr) {
+        refusal = Result::failed(noDriveReason());
+    }
+    return drive();
+}
+
+std::string Session::holderName(const Invocation& invocation) const {
+    return std::string("kestrova ") + (mSetup.mShell ? "shell" : invocation.mCommand->mName);
+}
+
+unsigned Session::waitLimit(const Invocation& invocation) const {
+    return invocation.mOptions.mHasWait ? invocation.mOptions.mWait : mSetup.mWait;
 }
 
 ExitStatus Session::run(const Invocation& invocation) {
@@ -41,15 +78,33 @@ ExitStatus Session::run(const Invocation& invocation) {
     return result.mStatus;
 }
 
+int Session::inputForChildren() const {
+    const bool readsCommands = mSetup.mReadsCommands && !mSetup.mInteractive;
+    return readsCommands ? STDIN_FILENO : mStreams.input();
+}
+
 ExitStatus Session::close() {
-    if (mWork == nullptr) {
-        return eDone;
+    ExitStatus status = eDone;
+    if (mWork != nullptr) {
+        mSetup.mInteractive = false;
+        status = runNamed("watch");
     }
-    mSetup.mInteractive = false;
-    Invocation watch;
+    // A single 'drive start' leaves the drive started, for whatever follows it.
+    const bool started = drive() != nullptr && statusOf(*drive()) == sysDVRDrive::eStStarted;
+    if (mSetup.mShell && started) {
+        complain("the drive is still started at the end of the shell: stopping it");
+        const ExitStatus stopped = runNamed("stop");
+        status = status != eDone ? status : stopped;
+    }
+    return status;
+}
+
+/// Runs a command of the drive that nobody has typed.
+ExitStatus Session::runNamed(const char* name) {
+    Invocation invocation;
     std::size_t used = 0;
-    watch.mCommand = findCommand({"drive", "watch"}, used);
-    return run(watch);
+    invocation.mCommand = findCommand({"drive", name}, used);
+    return run(invocation);
 }
 
 Result Session::perform(const Invocation& invocation) {
@@ -64,10 +119,18 @@ Result Session::perform(const Invocation& invocation) {
     if (command.mNeedsDrive && mSetup.mMinimal) {
         return Result::failed("--minimal leaves the drive out; start without it");
     }
-    if (command.mNeedsDrive && drive() == nullptr) {
-        return Result::failed(noDriveReason());
+    Result result = performHeld(invocation);
+    if (mWork == nullptr && drive() != nullptr) {
+        publish({statusName(statusOf(*drive())), 100});
     }
-    return command.mRun(*this, invocation);
+    return result;
+}
+
+Result Session::performHeld(const Invocation& invocation) {
+    const Command& command = *invocation.mCommand;
+    HeldVariables variables;
+    Result locked = variables.take(*this, invocation);
+    return locked.mStatus == eDone ? command.mRun(*this, invocation) : locked;
 }
 
 /// Work that nobody watched has ended before the next command: tells how, apart from that command.
@@ -99,6 +162,21 @@ LineReader::Outcome Session::readLine(std::string& line) {
     return mReader.read(mInterrupts, line);
 }
 
+LineReader::Outcome Session::readCommand(const char* prompt, std::string& line) {
+    if (mEditor == nullptr) {
+        writeError(prompt);
+        return readLine(line);
+    }
+    switch (mEditor->read(prompt, line)) {
+        case LineEditor::eInterrupted:
+            return LineReader::eInterrupted;
+        case LineEditor::eEnd:
+            return LineReader::eEnd;
+        default:
+            return line.size() > LineReader::kLongest ? LineReader::eTooLong : LineReader::eLine;
+    }
+}
+
 bool Session::confirm(const std::string& question) {
     writeError(question + " [y/N] ");
     std::string answer;
@@ -111,8 +189,14 @@ bool Session::confirm(const std::string& question) {
     return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes" || answer == "YES";
 }
 
+bool Session::interrupted() {
+    // At a terminal what is pending belongs to the prompt.
+    mInterrupted = mInterrupted || (!mSetup.mInteractive && mInterrupts.take());
+    return mInterrupted || mInterrupts.ending() != 0;
+}
+
 Result Session::keep(std::unique_ptr<Work> work, const Invocation& invocation) {
-    mWork = std::move(work);
+    mWork = publishedWork(std::move(work), mClaim);
     if (!invocation.mOptions.mNoWait) {
         return follow();
     }
@@ -133,7 +217,7 @@ Result Session::follow() {
             continue;
         }
         view.end();
-        if (mSetup.mInteractive) {
+        if (mSetup.mInteractive && mInterrupts.ending() == 0) {
             return Result::failed("the " + name + " goes on; 'drive watch' follows it");
         }
         mInterrupted = true;

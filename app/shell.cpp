@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "app/help.h"
+#include "app/cli/help.h"
 
 namespace app {
 
@@ -26,11 +26,8 @@ public:
 
     void read() {
         while (!over()) {
-            if (mInteractive) {
-                writeError("kestrova> ");
-            }
             std::string line;
-            switch (mSession.readLine(line)) {
+            switch (mSession.readCommand(mInteractive ? "kestrova> " : "", line)) {
                 case LineReader::eLine:
                     runLine(line);
                     break;
@@ -64,8 +61,12 @@ private:
     /// True when nothing is to be run any more.
     bool over() {
         if (!mOver && mSession.interrupted()) {
-            complain("interrupted: the commands that follow are not run");
-            setStatus(eFailed);
+            const int signal = mSession.interrupts().ending();
+            if (!mInteractive) {
+                complain("interrupted: the commands that follow are not run");
+            }
+            setStatus(signal == 0 ? eFailed : static_cast<ExitStatus>(kSignalBase + signal));
+            mOver = true;
         }
         return mOver;
     }
@@ -87,7 +88,7 @@ private:
 
     void interrupt() {
         writeError("\n");
-        if (!mInteractive) {
+        if (!mInteractive && mSession.interrupts().ending() == 0) {
             setStatus(eFailed);
         }
     }

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "app/options.h"
+#include "app/cli/options.h"
 #include "app/session.h"
 
 namespace app {

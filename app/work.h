@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "app/result.h"
+#include "app/cli/result.h"
 
 namespace app {
 

@@ -6,8 +6,8 @@
 
 namespace base {
 
-/// Keeps the calling thread from being cancelled for a scope. For destructors that make a call
-/// which a cancellation could end: nothing may unwind through them.
+/// Disables cancellation of the calling thread for a scope. Destructors that make a cancellable
+/// call need it, because a cancellation must not unwind through a destructor.
 class CancelGuard {
 public:
     CancelGuard() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mState); }

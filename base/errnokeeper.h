@@ -6,7 +6,7 @@
 
 namespace base {
 
-/// Puts errno back at the end of the scope.
+/// Restores errno at the end of the scope.
 class ErrnoKeeper {
 public:
     ErrnoKeeper() : mErrno(errno) {}

@@ -11,14 +11,14 @@
 extern "C" {
 
 /// Verbosity of the log, which is written to standard output. A message of level N is written when
-/// this is at least N (unsigned comparison): 0 silences the log; 1 (the initial value) lets errors,
-/// failed assertions and progress messages through; 2 adds attention checks, warnings and the dump
-/// of the partition table. An application sets it before it starts the system, or at any time when
-/// no other thread is inside the library.
+/// this value is at least N (unsigned comparison). 0 silences the log. 1, the initial value, writes
+/// errors, failed assertions and progress messages. 2 adds attention checks, warnings and the dump
+/// of the partition table. Set it before the system starts, or while no other thread is inside the
+/// library.
 ///
-/// What goes past the log is written at every level: on standard error what is told by perror and
-/// that the boot variables do not fit, on standard output "Hmm" (HTTPReplyHeader) and "GetSize"
-/// (get_blk_capacity()), and whatever the tools of the box write themselves.
+/// Some output bypasses the log and is written at every level: perror() messages and the report
+/// that the boot variables do not fit (standard error), "Hmm" of HTTPReplyHeader and "GetSize" of
+/// get_blk_capacity() (standard output), and the output of the box's tools.
 KESTROVA_EXPORT extern std::uint32_t kestrova_debug_output_level;
 }
 

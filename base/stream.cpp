@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "base/console.h"
+#include "base/log/console.h"
 #include "base/neverdestroyed.h"
 
 PrintfOutput::~PrintfOutput() = default;

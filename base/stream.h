@@ -8,82 +8,82 @@
 
 #include "base/export.h"
 
-/// A sink for characters. Derive from it to send a dump somewhere else than to the console. A sink
-/// has no lock of its own: its users take turns.
+/// A sink for characters. Derive from it to send a dump to a destination other than the console. A
+/// sink has no lock: its users serialise their calls.
 class KESTROVA_EXPORT PrintfOutput {
 public:
     /// How a piece is laid out; the default is the piece as it is.
     struct ConvertionFlags {
-        bool mAlternateForm = false;  ///< integers: base 16 with "0x", base 8 with "0" in front
-        bool mLeftAdjust = false;     ///< fill behind the piece instead of before it
-        char mFill = ' ';             ///< fills up a piece narrower than mWidth, sign and all
-        unsigned mWidth = 0;          ///< least width of a piece in characters
+        bool mAlternateForm = false;  ///< prefix integers with "0x" (base 16) or "0" (base 8)
+        bool mLeftAdjust = false;     ///< fill after the piece instead of before it
+        char mFill = ' ';             ///< fills a piece that is narrower than mWidth
+        unsigned mWidth = 0;          ///< minimum width of a piece in characters, sign included
     };
 
-    /// Nothing to set up; what a sink needs is its own.
+    /// A sink without state; a derived class holds its own.
     constexpr PrintfOutput() = default;
     /// Does not flush.
     virtual ~PrintfOutput();
     PrintfOutput(const PrintfOutput&) = delete;
     PrintfOutput& operator=(const PrintfOutput&) = delete;
 
-    /// Takes one character. A sink that cannot take it drops it.
-    /// @param character any value, NUL included
+    /// Writes one character. A sink that cannot write it drops it.
+    /// @param character any value, including NUL
     virtual void put(char character) = 0;
-    /// Takes a run of characters.
-    /// @param text the characters; they need not be terminated, and are the caller's
-    /// @param length how many
+    /// Writes characters.
+    /// @param text the characters; need not be terminated; owned by the caller
+    /// @param length number of characters
     virtual void write(const char* text, unsigned int length) = 0;
-    /// Brings what the sink still holds to its destination.
+    /// Writes buffered characters to the destination.
     virtual void flush() = 0;
 
-    /// Writes a text, filled up to the width of the flags.
+    /// Writes a text, filled to the width that the flags request.
     /// @param flags fill, width and side
-    /// @param text the bytes; they need not be terminated
-    /// @param length how many
+    /// @param text the bytes; need not be terminated
+    /// @param length number of bytes
     void AppendFormatedString(const ConvertionFlags& flags, const char* text, unsigned int length);
 
     /// Writes an integer.
-    /// @param flags layout; the fill stands outside the sign and the prefix
-    /// @param upperCase digits above 9, and the x of the prefix, as capitals
-    /// @param base 2 to 16; any other counts as 10
-    /// @param isSigned whether a negative value is written with its sign
-    /// @param value sign-extended when isSigned is true, zero-extended otherwise
+    /// @param flags layout; the fill is outside the sign and the prefix
+    /// @param upperCase true writes digits above 9, and the x of the prefix, in upper case
+    /// @param base 2 to 16; any other value means 10
+    /// @param isSigned true if `value` is signed
+    /// @param value sign-extended if isSigned is true, otherwise zero-extended
     void AppendFormatedIntegerIntern(const ConvertionFlags& flags, bool upperCase, int base,
                                      bool isSigned, long long value);
 };
 
-/// A stream of formatted pieces over a sink that it does not own; the sink outlives it.
+/// A formatted output stream over a sink. The stream does not own the sink, which outlives it.
 class KESTROVA_EXPORT KestrovaOstream {
 public:
-    /// Format flags. The two lowest are a client's own marks: the dump of the partition table sets
-    /// them, nothing here reads them.
+    /// Format flags. The two lowest are marks for clients: the dump of the partition table sets
+    /// them, and the stream ignores them.
     enum FormatFlag : unsigned {
-        eFlagMark1 = 1,       ///< a client's own
-        eFlagMark2 = 2,       ///< a client's own
-        eFlagUpperCase = 8,   ///< digits above 9 as capitals
-        eFlagFlushEach = 16,  ///< the sink is flushed after every piece
+        eFlagMark1 = 1,       ///< mark for clients
+        eFlagMark2 = 2,       ///< mark for clients
+        eFlagUpperCase = 8,   ///< write digits above 9 in upper case
+        eFlagFlushEach = 16,  ///< flush the sink after every piece
     };
 
-    /// A stream with base 10 and pieces laid out as they are.
-    /// @param sink where it writes; not null, not owned, outlives the stream
-    /// @param formatFlags FormatFlag values, added
+    /// Creates a stream with base 10 and the default layout.
+    /// @param sink the destination; not null, not owned, outlives the stream
+    /// @param formatFlags FormatFlag values, combined with |
     explicit constexpr KestrovaOstream(PrintfOutput* sink, unsigned formatFlags = 0)
         : mpSink(sink), mFormatFlags(formatFlags) {}
 
-    /// @return FormatFlag values, added
+    /// @return FormatFlag values, combined with |
     unsigned formatFlags() const { return mFormatFlags; }
     /// Replaces the format flags.
-    /// @param flags FormatFlag values, added
+    /// @param flags FormatFlag values, combined with |
     void setFormatFlags(unsigned flags) { mFormatFlags = flags; }
     /// @return base of the integers
     int base() const { return mBase; }
-    /// Sets the base of the integers written from now on.
-    /// @param base 2 to 16; any other counts as 10
+    /// Sets the base for later integers.
+    /// @param base 2 to 16; any other value means 10
     void setBase(int base) { mBase = base; }
-    /// @return layout of the pieces; valid as long as the stream
+    /// @return the layout of pieces; valid for the life of the stream
     const PrintfOutput::ConvertionFlags& conversion() const { return mConversion; }
-    /// Sets the layout of every piece written from now on.
+    /// Sets the layout of later pieces.
     /// @param flags copied
     void setConversion(const PrintfOutput::ConvertionFlags& flags) { mConversion = flags; }
 
@@ -106,7 +106,7 @@ public:
     KestrovaOstream& operator<<(unsigned long value) { return unsignedPiece(value); }
     KestrovaOstream& operator<<(unsigned long long value) { return unsignedPiece(value); }
     /// @}
-    /// Inserts an address in hexadecimal with "0x" in front.
+    /// Inserts an address in hexadecimal with the prefix "0x".
     /// @param address a null pointer is written as "(null)"
     /// @return this stream
     KestrovaOstream& operator<<(const void* address);
@@ -126,15 +126,15 @@ private:
     int mBase = 10;
 };
 
-/// Inserts a text, NUL bytes included.
-/// @param stream where to
+/// Inserts a text, including its NUL bytes.
+/// @param stream the destination
 /// @param text the bytes
 /// @return the stream
 KESTROVA_EXPORT KestrovaOstream& operator<<(KestrovaOstream& stream, const std::string& text);
 
-/// The stream bound to standard output, unbuffered, not bound to any level. Never null, never
-/// destroyed. The library uses it under a lock that an application cannot take, and sets its base
-/// and format flags: an application uses it while no other thread is inside the library.
+/// The console stream: standard output, unbuffered, independent of the log's verbosity. Never null,
+/// never destroyed. The library sets its base and format flags under a lock that an application
+/// cannot take, so an application may use it only while no other thread is inside the library.
 KESTROVA_EXPORT extern KestrovaOstream* const pCoutKestrovaOstream;
 
 #endif

@@ -12,7 +12,7 @@
 #include <map>
 #include <vector>
 
-#include "base/crc32.h"
+#include "base/text/crc32.h"
 #include "bench/figure.h"
 
 namespace bench {

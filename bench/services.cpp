@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "System/drivemanager/partition.h"
-#include "base/crc32.h"
-#include "base/log.h"
+#include "base/log/log.h"
+#include "base/text/crc32.h"
 #include "bench/bare.h"
 #include "bench/figure.h"
 

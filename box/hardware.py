@@ -6,6 +6,7 @@ import os
 import pathlib
 
 MIB = 1024 * 1024
+LOG_BYTES = 512 * MIB  # of a log of writes, sparse
 DEFAULT_CPU = "qemu32,+rdrand"
 # a processor without SSE2; rdrand all the same, or the tools wait seconds for entropy
 OLD_CPU = "pentium2,+rdrand"
@@ -24,6 +25,7 @@ class Disk:
     vendor: str = "KESTROVA"  # SCSI alone, 8 characters at most
     snapshot: bool = False  # writes are lost with the box, the file stays as it is
     write_operations: int = 0  # a second; 0 for no limit
+    write_log: "str | os.PathLike | None" = None  # every write and flush, in a file of LOG_BYTES
     name: str = ""  # QEMU's, set when the box starts
 
     def create(self, folder):
@@ -33,12 +35,28 @@ class Disk:
             with open(self.path, "wb") as file:
                 file.truncate(self.size)
 
-    def arguments(self, unit):
-        """The disk as number unit of its bus."""
+    def _logged(self):
+        """The disk behind a driver that logs its writes. It has a cache that it can lose."""
+        with open(self.write_log, "wb") as file:
+            file.truncate(LOG_BYTES)
+        return ["-blockdev", f"driver=file,node-name={self.name}-file,"
+                             f"filename={_escaped(self.path)}",
+                "-blockdev", f"driver=raw,node-name={self.name}-raw,file={self.name}-file",
+                "-blockdev", f"driver=file,node-name={self.name}-log,"
+                             f"filename={_escaped(self.write_log)}",
+                "-blockdev", f"driver=blklogwrites,node-name={self.name},file={self.name}-raw,"
+                             f"log={self.name}-log,log-sector-size=512,"
+                             "log-super-update-interval=1"]
+
+    def _drive(self):
         drive = (f"if=none,id={self.name},file={_escaped(self.path)},format=raw,"
                  f"snapshot={'on' if self.snapshot else 'off'}")
         if self.write_operations:
             drive += f",throttling.iops-write={self.write_operations}"
+        return ["-drive", drive]
+
+    def arguments(self, unit):
+        """The disk as number unit of its bus."""
         if self.bus == "ata":
             device = (f"ide-hd,bus=ide.{unit // 2},unit={unit % 2},model={_escaped(self.model)},"
                       f"serial={_escaped(self.serial)},ver=1.0,discard_granularity=0")
@@ -47,7 +65,10 @@ class Disk:
                       f"vendor={_escaped(self.vendor)},product={_escaped(self.model[:16])}")
         else:
             raise ValueError(f"a disk's bus is ata or scsi, not {self.bus}")
-        return ["-drive", drive, "-device", f"{device},drive={self.name},id=dev-{self.name}"]
+        device += f",drive={self.name},id=dev-{self.name}"
+        if self.write_log is None:
+            return [*self._drive(), "-device", device]
+        return [*self._logged(), "-device", f"{device},write-cache=on"]
 
 
 def _escaped(text):

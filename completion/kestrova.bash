@@ -10,7 +10,7 @@
 _kestrova_commands() {
     case $1 in
         '') echo drive fetch fetch-all help production run serial shell syslog table vars ;;
-        drive) echo check format info partition spin-down spin-up start status stop watch ;;
+        drive) echo check format info partition spin-down spin-up start status stop watch with ;;
         serial) echo count login ;;
         syslog) echo apply clear set show ;;
         vars) echo clear get get-binary list set set-binary verify ;;
@@ -21,13 +21,17 @@ _kestrova_commands() {
 _kestrova_options() {
     local own=''
     case $1 in
-        'drive format') own='--no-wait --yes -y' ;;
-        'drive partition') own='--yes -y' ;;
-        'drive start') own=--no-wait ;;
+        'drive check') own='--repair --wait' ;;
+        'drive format') own='--dry-run --force --no-wait --wait --yes -y' ;;
+        'drive partition') own='--dry-run --force --save-table --wait --yes -y' ;;
+        'drive start') own='--no-wait --wait' ;;
+        'drive stop' | 'drive with' | 'drive spin-'*) own=--wait ;;
         fetch) own=-o ;;
         fetch-all) own=-d ;;
         run) own=--in ;;
-        shell) own=-e ;;
+        shell) own='--wait -e' ;;
+        'vars verify') ;;
+        'vars '* | 'syslog '*) own=--wait ;;
     esac
     printf '%s\n' "--help -h --json --level --minimal --version -v $own"
 }
@@ -64,6 +68,8 @@ _kestrova_look_back() {
             case $word in
                 --) ended=1 ;;
                 --level | -[deo]) value=${word: -1} ;;
+                --save-table) value=o ;;
+                --wait) value=t ;;
             esac
         elif [[ -n $command ]]; then
             arguments+=1
@@ -89,7 +95,7 @@ _kestrova() {
         _kestrova_paths -f "$current"
     elif [[ $value == d ]]; then
         _kestrova_paths -d "$current"
-    elif [[ $value == e ]]; then
+    elif [[ $value == [et] ]]; then
         return # what a person types here is not known
     elif [[ -z $ended && $current == -* ]]; then
         _kestrova_words "$(_kestrova_options "$command")" "$current"

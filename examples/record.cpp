@@ -4,6 +4,7 @@
 //
 //     record NAME MEGABYTES
 #include <System/drivemanager/drivemanager.h>
+#include <System/sysResourceLock.h>
 #include <System/system.h>
 #include <base/outputlevel.h>
 
@@ -38,7 +39,7 @@ bool started(sysDVRDrive& drive) {
     return status == sysDVRDrive::eStStarted;
 }
 
-// Started, the drive is an ordinary file system at /dvr.
+// Started, the drive has ordinary file systems.
 bool written(const std::string& path, int megabytes) {
     std::ofstream recording(path, std::ios::binary | std::ios::trunc);
     const std::vector<char> piece(1024 * 1024);
@@ -65,7 +66,9 @@ int record(sysDVRDrive* drive, const std::string& name, int megabytes) {
         (void)drive->init();  // one of its two file systems may be mounted: this unmounts it
         return failed("the drive could not be started");
     }
-    const bool good = written("/dvr/" + name, megabytes);
+    // On the file system that freeMB() measures.
+    const std::string path = std::string(drive->recordingDirectory()) + "/" + name;
+    const bool good = written(path, megabytes);
     // What is mounted stays mounted after our end unless we stop the drive. This writes all that is
     // still in memory, and fails while a file below /dvr is open.
     if (!drive->stop()) {
@@ -83,6 +86,13 @@ int main(int argc, char** argv) {
         return 2;
     }
     kestrova_debug_output_level = 0;  // our own display only
+    // Another process's start of the system would unmount the drive under our recording. All
+    // processes of a box therefore hold this lock while their system is up.
+    sysResourceLock lock(sysResourceLock::eResRecordingDrive, "record");
+    if (!lock.tryLock()) {
+        return failed(lock.reason().c_str());
+    }
+    (void)lock.publish("recording", 0);  // 'kestrova drive status' shows it
     // The full system looks for the drive, for as long as a disk needs to spin up. Nothing is
     // mounted or formatted by that. It needs root.
     SystemInit();

@@ -5,6 +5,7 @@
 //
 //     setting NAME [VALUE]
 #include <System/bootvarsmanager/sysBootVarsManager.h>
+#include <System/sysResourceLock.h>
 #include <System/system.h>
 #include <base/outputlevel.h>
 
@@ -35,6 +36,26 @@ bool change(sysBootVarsManager& variables, const char* name, const char* value) 
     return true;
 }
 
+// Every call reads the file on the software partition, and mounts that for as long as it takes:
+// this needs root. Calls of two processes or threads that overlap can lose a setting, so all of
+// them hold this lock.
+bool run(const char* name, const char* value) {
+    constexpr unsigned longestWait = 5000;  // milliseconds
+    sysResourceLock lock(sysResourceLock::eResBootVariables, "setting");
+    if (!lock.lock(sysResourceLock::eMoExclusive, longestWait)) {
+        std::fprintf(stderr, "setting: %s\n", lock.reason().c_str());
+        return false;
+    }
+    sysBootVarsManager& variables = *getSystem()->mpBootVarsManager;
+    tell(variables, name);
+    bool good = true;
+    if (value != nullptr) {
+        good = change(variables, name, value);
+        tell(variables, name);
+    }
+    return good;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -46,17 +67,7 @@ int main(int argc, char** argv) {
     // standard error all the same.
     kestrova_debug_output_level = 0;
     SystemMinimalInit();
-    // Every call reads the file on the software partition, and mounts that for as long as it takes:
-    // this needs root. One at a time may call, of all threads and processes of the box.
-    sysBootVarsManager& variables = *getSystem()->mpBootVarsManager;
-
-    tell(variables, argv[1]);
-    bool good = true;
-    if (argc == 3) {
-        good = change(variables, argv[1], argv[2]);
-        tell(variables, argv[1]);
-    }
-
+    const bool good = run(argv[1], argc == 3 ? argv[2] : nullptr);
     SystemTerm();
     return good ? 0 : 1;
 }

@@ -49,7 +49,7 @@ class Kind:
 def build_kind(architecture):
     """Debian's usual place to build in, and what the packages need there."""
     return Kind(f"build-{architecture}", "buildd", (architecture,),
-                ("cmake", "debhelper", "ninja-build", "pkg-config"),
+                ("cmake", "debhelper", "libedit-dev", "ninja-build", "pkg-config"),
                 # never used there, and half of it: every build unpacks the rest
                 ("/usr/share/doc/*", "/usr/share/info/*", "/usr/share/locale/*",
                  "/usr/share/man/*", "/usr/lib/*/gconv/*", "/usr/lib/*/lib*san.*",

@@ -11,7 +11,8 @@ package_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# need_packages PKG...: installs the Debian packages that are not there yet.
+# need_packages PKG...: installs the Debian packages that are not there yet. Removes none: when they
+# conflict with what is installed it fails, and says with which packages.
 # A failing index update alone is no reason to stop: the packages may be had all the same.
 need_packages() {
     local package missing=()
@@ -24,8 +25,22 @@ need_packages() {
     as_root apt-get -q update >&2 ||
         echo "apt-get update reported errors; going on with the indexes at hand" >&2
     as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get -q install -y --no-install-recommends "${missing[@]}" >&2 || {
+        apt-get -q install -y --no-install-recommends --no-remove "${missing[@]}" >&2 || {
         echo "These Debian packages are needed and could not be installed: ${missing[*]}" >&2
+        explain_removals "${missing[@]}"
         return 1
     }
+}
+
+# explain_removals PKG...: names the installed packages that these would take the place of.
+explain_removals() {
+    local removed
+    removed=$(apt-get -q -s install --no-install-recommends "$@" 2>/dev/null |
+        sed -n 's/^Remv \([^ ]*\) .*/\1/p' | sort -u | paste -sd ' ')
+    [ -n "$removed" ] || return 0
+    cat >&2 <<EOF
+Installing them would remove packages of this machine: $removed
+Nothing was removed. Build in a container or a chroot, or, if you can do without these packages, run
+    apt-get install --no-install-recommends $*
+EOF
 }

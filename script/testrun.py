@@ -86,6 +86,11 @@ def jobs():
     return str(os.cpu_count() or 1)
 
 
+def waiting_jobs():
+    """For tests that often wait, for a server or a child, and leave the processor idle."""
+    return str(2 * (os.cpu_count() or 1))
+
+
 def build(preset):
     return (run(["cmake", "--preset", preset, "-DCMAKE_COMPILE_WARNING_AS_ERROR=ON"], stdout=subprocess.DEVNULL) == 0
             and run(["cmake", "--build", "--preset", preset, "--parallel", jobs()]) == 0)
@@ -97,16 +102,16 @@ def unit(preset):
         return Sum(failed=1)
     report = RESULTS / f"{preset}.xml"
     # The tests of the command and against servers are counted one by one, by the functions below.
-    return reported(preset, ["ctest", "--preset", preset, "--parallel", jobs(), "--quiet",
+    return reported(preset, ["ctest", "--preset", preset, "--parallel", waiting_jobs(), "--quiet",
                              "--exclude-regex", "^(app|servers)$",
                              "--output-junit", str(report)], report)
 
 
-def python(name, folder, **environment):
+def python(name, folder, workers=waiting_jobs, **environment):
     report = RESULTS / f"{name}.xml"
     # A file's tests share a box, so a file stays with one worker.
     return reported(name, [PYTHON, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
-                           "--numprocesses", jobs(), "--dist", "loadfile",
+                           "--numprocesses", workers(), "--dist", "loadfile",
                            f"--junitxml={report}", folder], report,
                     env={**os.environ, **environment})
 
@@ -125,7 +130,7 @@ def documents():
 
 
 def packages():
-    return python("packages", "tests/packages")
+    return python("packages", "tests/packages", workers=jobs)
 
 
 def style(*options):
@@ -148,7 +153,7 @@ def main():
         suites += [("style", lambda: style("--quick"))]
     else:
         suites += [("style", style), ("native", lambda: unit("native")), ("packages", packages),
-                   ("fuzz", fuzz), ("box", lambda: python("box", "tests/box")),
+                   ("fuzz", fuzz), ("box", lambda: python("box", "tests/box", workers=jobs)),
                    ("asan", lambda: unit("asan")),
                    ("app-asan", lambda: command("asan")),
                    ("servers-asan", lambda: servers("asan")), ("tsan", lambda: unit("tsan"))]

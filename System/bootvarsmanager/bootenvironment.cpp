@@ -5,15 +5,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "System/bootvarsmanager/softwarepartition.h"
-#include "base/crc32.h"
-#include "base/descriptor.h"
-#include "base/file.h"
-#include "base/log.h"
+#include "base/io/descriptor.h"
+#include "base/io/file.h"
+#include "base/log/log.h"
+#include "base/text/crc32.h"
 
 namespace {
 
@@ -28,53 +31,35 @@ constexpr std::uint32_t kClearFlags = 0xff000000;  // all of these must be zero
 constexpr std::uint32_t kSetFlags = 0x00ff0000;    // not all of these may be zero
 constexpr unsigned kFileMode = 0777;
 
-using Variables = std::map<std::string, std::string>;
-
 /// The slash is doubled, because the names have one of their own; it does no harm.
 std::string pathOf(const SoftwarePartitionAccess& partition, const char* name) {
     return partition.mountPoint() + "/" + name;
 }
 
-bool loadFile(const std::string& path, Variables& vars) {
+bool loadFile(const std::string& path, BootVariables& vars) {
     base::logMessageAt(kSource, __LINE__, 1, "Path: %s\n", path.c_str());
-    KestrovaStringShared image;
+    // No valid file is longer, so the rest of a damaged one is never read, however large it is.
+    std::vector<char> image;
     BootEnvHeader header = {};
-    if (kestrova_file_read(path.c_str(), image, false) < 0 ||
+    if (!base::readFileStart(path.c_str(), kBootEnvFileSize, image) ||
         !validateEnvironment(header, reinterpret_cast<const unsigned char*>(image.data()),
-                             static_cast<unsigned>(image.length()))) {
+                             static_cast<unsigned>(image.size()))) {
         return false;
     }
-    parseEnvironment(vars, image.data() + kBootEnvHeaderSize, header.size);
+    vars.assign(std::move(image), header.size);
     return true;
 }
 
-/// Builds the file image; false when the variables do not fit.
-bool buildImage(const Variables& vars, std::vector<unsigned char>& image) {
-    constexpr std::size_t terminators = 3;
-    image.reserve(kBootEnvFileSize);
-    image.resize(kBootEnvHeaderSize);
-    for (const auto& [key, value] : vars) {
-        if (value.empty()) {
-            continue;
-        }
-        const std::size_t room = kBootEnvFileSize - image.size();
-        if (key.size() > room || value.size() > room ||
-            key.size() + value.size() + terminators > room) {
-            (void)std::fputs("Environment too big for flash\n", stderr);
-            return false;
-        }
-        image.insert(image.end(), key.begin(), key.end());
-        image.push_back('\0');
-        image.insert(image.end(), value.begin(), value.end());
-        image.insert(image.end(), {'\0', '\0'});
-    }
+/// Writes the header of the image.
+void completeImage(std::vector<char>& image) {
+    image.resize(std::max<std::size_t>(image.size(), kBootEnvHeaderSize));
     const auto size = static_cast<std::uint32_t>(image.size()) - kBootEnvHeaderSize;
-    const std::uint32_t crc =
-        kestrova_crc32(image.data() + kBootEnvHeaderSize, static_cast<int>(size));
+    const auto* const area =
+        reinterpret_cast<const unsigned char*>(image.data()) + kBootEnvHeaderSize;
+    const std::uint32_t crc = kestrova_crc32(area, static_cast<int>(size));
     const std::uint32_t header[] = {htole32(kFlags), htobe32(crc), htobe32(size)};
     static_assert(sizeof(header) == kBootEnvHeaderSize);
     std::memcpy(image.data(), header, sizeof(header));
-    return true;
 }
 
 bool moveFile(int line, const std::string& from, const std::string& to) {
@@ -89,7 +74,7 @@ bool syncDirectory(const std::string& directory) {
 }
 
 /// Writes the image beside the files and rotates it in. Each rename replaces one name at once.
-bool installImage(const SoftwarePartitionAccess& partition, const std::vector<unsigned char>& image,
+bool installImage(const SoftwarePartitionAccess& partition, const std::vector<char>& image,
                   bool loadedFromPrimary) {
     const std::string primary = pathOf(partition, kPrimary);
     const std::string temporary = pathOf(partition, kTemporary);
@@ -101,7 +86,8 @@ bool installImage(const SoftwarePartitionAccess& partition, const std::vector<un
         base::logMessageAt(kSource, __LINE__, 1, "Failed to wirte environment file\n");
         return false;
     }
-    // A primary that could not be loaded is no backup worth having: the one that was stays.
+    // Keep the existing backup when the primary could not be loaded: a damaged file must not
+    // replace it.
     if (loadedFromPrimary && kestrova_file_exists(primary.c_str(), eFileExistsRegular) &&
         !moveFile(__LINE__, primary, backup)) {
         base::logMessageAt(kSource, __LINE__, 1, "Error backing up environment\n");
@@ -111,7 +97,11 @@ bool installImage(const SoftwarePartitionAccess& partition, const std::vector<un
         base::logMessageAt(kSource, __LINE__, 1, "Error making environment current\n");
         return false;
     }
-    return syncDirectory(partition.mountPoint());
+    if (!syncDirectory(partition.mountPoint())) {
+        base::logMessageAt(kSource, __LINE__, 1, "Error making environment permanent\n");
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -146,29 +136,13 @@ bool validateEnvironment(BootEnvHeader& header, const unsigned char* data, unsig
 }
 
 void parseEnvironment(std::map<std::string, std::string>& vars, const char* area, unsigned size) {
-    const char* const end = area + size;
-    const auto findEnd = [end](const char* text) {
-        return static_cast<const char*>(
-            std::memchr(text, '\0', static_cast<std::size_t>(end - text)));
-    };
-    for (const char* record = area; record < end;) {
-        const char* const keyEnd = findEnd(record);
-        if (keyEnd == nullptr) {
-            return;
-        }
-        const char* const value = keyEnd + 1;
-        const char* const valueEnd = findEnd(value);
-        if (valueEnd == nullptr || valueEnd + 1 == end || valueEnd[1] != '\0') {
-            return;
-        }
-        // Behind the last one is where the next key belongs: the file has them in order.
-        vars.insert_or_assign(vars.end(), std::string(record, keyEnd),
-                              std::string(value, valueEnd));
-        record = valueEnd + 2;
+    std::string_view rest(area, size);
+    for (BootRecord record; takeRecord(rest, record);) {
+        vars.insert_or_assign(std::string(record.mKey), std::string(record.mValue));
     }
 }
 
-bool loadEnvironment(std::map<std::string, std::string>& vars, bool& loadedFromPrimary) {
+bool loadEnvironment(BootVariables& vars, bool& loadedFromPrimary) {
     const SoftwarePartitionAccess partition(eMsReadOnly);
     if (!partition.mounted()) {
         base::logMessageAt(kSource, __LINE__, 1, "Unable to mount device\n");
@@ -187,16 +161,18 @@ bool loadEnvironment(std::map<std::string, std::string>& vars, bool& loadedFromP
     return false;
 }
 
-bool saveEnvironment(const std::map<std::string, std::string>& vars, bool& loadedFromPrimary) {
+bool saveEnvironment(BootVariables& vars, bool& loadedFromPrimary) {
     const SoftwarePartitionAccess partition(eMsReadWrite);
     if (!partition.mounted()) {
         base::logMessageAt(kSource, __LINE__, 1, "Unable to mount device\n");
         return false;
     }
-    std::vector<unsigned char> image;
-    if (!buildImage(vars, image)) {
+    if (!vars.fits()) {
+        (void)std::fputs("Environment too big for flash\n", stderr);
         return false;
     }
+    std::vector<char>& image = vars.image();
+    completeImage(image);
     base::logMessageAt(kSource, __LINE__, 1, "Created environment buffer of size %d\n",
                        static_cast<int>(image.size()));
     if (!installImage(partition, image, loadedFromPrimary)) {
@@ -204,4 +180,24 @@ bool saveEnvironment(const std::map<std::string, std::string>& vars, bool& loade
     }
     loadedFromPrimary = true;
     return true;
+}
+
+bool loadEnvironment(std::map<std::string, std::string>& vars, bool& loadedFromPrimary) {
+    BootVariables loaded(kBootEnvHeaderSize, kBootEnvAreaSize);
+    if (!loadEnvironment(loaded, loadedFromPrimary)) {
+        return false;
+    }
+    for (std::size_t place = 0; place < loaded.count(); ++place) {
+        const BootRecord record = loaded.at(place);
+        vars.insert_or_assign(std::string(record.mKey), std::string(record.mValue));
+    }
+    return true;
+}
+
+bool saveEnvironment(const std::map<std::string, std::string>& vars, bool& loadedFromPrimary) {
+    BootVariables records(kBootEnvHeaderSize, kBootEnvAreaSize);
+    for (const auto& [key, value] : vars) {
+        records.set(key, value);
+    }
+    return saveEnvironment(records, loadedFromPrimary);
 }

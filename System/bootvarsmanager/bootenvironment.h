@@ -9,6 +9,8 @@
 #include <map>
 #include <string>
 
+#include "System/bootvarsmanager/bootvariables.h"
+
 /// Header of the file. Flags are stored little-endian, crc and size big-endian.
 struct BootEnvHeader {
     std::uint32_t flags;  ///< bits 24 to 31 zero, bits 16 to 23 not all zero
@@ -25,19 +27,24 @@ constexpr std::uint32_t kBootEnvAreaSize = kBootEnvFileSize - kBootEnvHeaderSize
 /// an image that is too short for its header or its size is not.
 bool validateEnvironment(BootEnvHeader& header, const unsigned char* data, unsigned length);
 
-/// Adds the records of a variable area to the map; a later one replaces an earlier. Stops without a
-/// word at the first record that is malformed or does not end within the area.
+/// Adds the records of a variable area to the map; a later one replaces an earlier. Stops silently
+/// at the first record that is malformed or does not end within the area.
 void parseEnvironment(std::map<std::string, std::string>& vars, const char* area, unsigned size);
 
-/// Reads the variables from the primary file, or else from the backup, and tells which it was. The
-/// software partition is mounted for that and restored. False when neither is valid: the map and
-/// `loadedFromPrimary` are then as they were.
-bool loadEnvironment(std::map<std::string, std::string>& vars, bool& loadedFromPrimary);
+/// Reads the variables from the primary file, or else from the backup, and says which it was. The
+/// software partition is mounted for that and restored. At most kBootEnvFileSize bytes of a file
+/// are read. Returns false when neither is valid: both arguments are then as they were.
+bool loadEnvironment(BootVariables& vars, bool& loadedFromPrimary);
 
-/// Installs the variables as the new primary file; empty values are left out. The earlier primary
-/// becomes the backup when `loadedFromPrimary` says that it was good. True when all of it is on the
-/// disk. At every moment before that, also after a power cut, the primary or else the backup is
-/// whole.
+/// Installs the variables as the new primary file, and completes their image for that. The earlier
+/// primary
+/// becomes the backup when `loadedFromPrimary` says that it was good. Returns true when all of it
+/// is on the disk. At every moment before that, also after a power cut, the primary or else the
+/// backup is whole.
+bool saveEnvironment(BootVariables& vars, bool& loadedFromPrimary);
+
+/// The same for a map: loadEnvironment() adds to it, and saveEnvironment() leaves empty values out.
+bool loadEnvironment(std::map<std::string, std::string>& vars, bool& loadedFromPrimary);
 bool saveEnvironment(const std::map<std::string, std::string>& vars, bool& loadedFromPrimary);
 
 #endif

@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <memory>
 
 #include "System/BlockdevCfg.fmp.h"
-#include "System/bootvarsmanager/mountline.h"
-#include "base/linereader.h"
-#include "base/log.h"
+#include "System/bootvarsmanager/mountoptions.h"
+#include "base/cancelguard.h"
+#include "base/io/mounttable.h"
+#include "base/log/log.h"
 
 namespace {
 
@@ -40,28 +40,31 @@ bool sameDevice(const char* one, const char* other) {
            first.st_rdev == second.st_rdev && first.st_mode == second.st_mode;
 }
 
-/// Searches the mount table. A line that is not a mount ends the search.
-bool findSoftwarePartition(std::FILE* mounts, const char* configuredDevice, MountLine& fields) {
-    constexpr std::size_t lineSize = 16384;
-    char line[lineSize];
-    while (base::readLine(mounts, line, sizeof(line)) && fields.parse(line)) {
-        if (sameDevice(fields.mDevice, configuredDevice)) {
+/// Room for a line of the mount table.
+constexpr std::size_t kLineSize = 16384;
+
+/// Searches the mount table; `entry` points into `line`. A line with fewer than four fields ends
+/// the search.
+bool findSoftwarePartition(base::MountTable& mounts, const char* configuredDevice, char* line,
+                           base::MountEntry& entry) {
+    while (mounts.next(line, kLineSize, entry) && entry.mFields == 4) {
+        if (sameDevice(entry.mDevice, configuredDevice)) {
             return true;
         }
     }
     return false;
 }
 
-MountState stateOf(const MountLine& fields) {
-    if (fields.firstOptionIs("ro")) {
+MountState stateOf(const char* options) {
+    if (bootvars::firstOptionIs(options, "ro")) {
         return eMsReadOnly;
     }
-    if (fields.firstOptionIs("rw")) {
+    if (bootvars::firstOptionIs(options, "rw")) {
         return eMsReadWrite;
     }
     base::reportFailedAssertionWithValues(
-        kSource, __LINE__, "0", " opt=", static_cast<const char*>(fields.mOptions),
-        ", d-opt=", static_cast<unsigned>(fields.firstOptionLength()));
+        kSource, __LINE__, "0", " opt=", options,
+        ", d-opt=", static_cast<unsigned>(bootvars::firstOptionLength(options)));
     return eMsNotMounted;
 }
 
@@ -90,15 +93,16 @@ bool mountSoftwarePartition(bool& changed, MountState& state, std::string& devic
     changed = false;
     state = eMsNotMounted;
     base::logMessageAt(kSource, __LINE__, 1, "Mouting HDD mode:%d\n", iReqMountState);
-    base::Stream mounts = base::openForReading("/proc/mounts");
-    if (mounts == nullptr) {
+    base::MountTable mounts;
+    if (!mounts.opened()) {
         return false;
     }
     const Configured configured;
-    const auto fields = std::make_unique<MountLine>();
-    const bool found = findSoftwarePartition(mounts.get(), configured.mDevice, *fields);
+    char line[kLineSize];
+    base::MountEntry entry;
+    const bool found = findSoftwarePartition(mounts, configured.mDevice, line, entry);
+    mounts.close();
     if (!found) {
-        mounts.reset();
         device = configured.mDevice;
         mountPoint = configured.mMountPoint;
         fsType = configured.mFsType;
@@ -109,11 +113,10 @@ bool mountSoftwarePartition(bool& changed, MountState& state, std::string& devic
         return changed;
     }
 
-    state = stateOf(*fields);
-    device = fields->mDevice;
-    mountPoint = fields->mMountPoint;
-    fsType = fields->mFsType;
-    mounts.reset();
+    state = stateOf(entry.mOptions);
+    device = entry.mDevice;
+    mountPoint = entry.mDirectory;
+    fsType = entry.mType;
     base::logMessageAt(kSource, __LINE__, 1, "is mouted %d %d \n", state, iReqMountState);
     if (state == iReqMountState || (state == eMsReadWrite && iReqMountState == eMsReadOnly)) {
         return true;
@@ -127,6 +130,9 @@ bool mountSoftwarePartition(bool& changed, MountState& state, std::string& devic
 
 bool restoreMountState(MountState previous, const std::string& device,
                        const std::string& mountPoint, const std::string& fsType) {
+    // A restore that is cancelled half-way would leave the partition in the wrong mode, and it runs
+    // in a destructor, which a cancellation must not unwind.
+    const base::CancelGuard guard;
     switch (previous) {
         case eMsNotMounted:
             base::logMessageAt(kSource, __LINE__, 1, "umount %s\n", mountPoint.c_str());

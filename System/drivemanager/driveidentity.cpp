@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "System/drivemanager/harddrive.h"
-#include "base/descriptor.h"
+#include "base/io/descriptor.h"
 
 namespace {
 

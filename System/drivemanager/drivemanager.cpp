@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "System/drivemanager/drivemanager.h"
 
-#include <memory>
 #include <utility>
 
-#include "base/log.h"
+#include "base/cancelguard.h"
+#include "base/log/log.h"
 
 sysDriveManager::sysDriveManager() = default;
 
 sysDriveManager::~sysDriveManager() {
+    // Waiting for the drive's worker is a cancellation point, and nothing may unwind through here.
+    const base::CancelGuard guard;
     stop();
     freeDrive();
 }
@@ -37,10 +39,10 @@ void sysDriveManager::freeDrive() {
 void sysDriveManager::detectDrives() {
     mDetected = true;
     freeDrive();
-    auto drive = std::make_unique<sysDVRDrive>();
-    if (drive->init()) {
-        mDVRDrive = drive.release();
+    mDVRDrive = new sysDVRDrive;
+    if (mDVRDrive->init()) {
         return;
     }
     base::logMessage(1, "No DVR Drive Detected\n");
+    freeDrive();
 }

@@ -10,7 +10,9 @@
 /// Owner of the recording drive. The system object makes one, starts it and stops it.
 ///
 /// Threads: no lock. start(), stop() and detectDrives() belong to the thread that brings the system
-/// up and down; the two queries may be called from any thread while it is started.
+/// up and down; the two queries may be called from any thread while it is started. Other processes
+/// are not kept away: by convention a sysResourceLock of eResRecordingDrive is held, exclusively,
+/// from before start() until after stop().
 class KESTROVA_EXPORT sysDriveManager {
 public:
     /// Not started, no drive.

@@ -6,21 +6,39 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <new>
-#include <utility>
 
 #include "System/BlockdevCfg.fmp.h"
+#include "System/drivemanager/failure.h"
+#include "System/drivemanager/failuretable.h"
 #include "base/cancelguard.h"
-#include "base/log.h"
+#include "base/lock.h"
+#include "base/log/log.h"
+
+/// One of the drive's partitions.
+struct sysDVRDrive::Row {
+    const char* mLabel;    ///< of the file system, by which init() knows the partition
+    int mPosition;         ///< in the partition table, where initialize() formats it
+    const char* mName;     ///< in messages
+    const char* mOptions;  ///< of the mount, "" for none
+    bool mNested;          ///< its directory is in the file system of the row before
+    std::string sysDVRDrive::*mDirectory;
+    sysPartition* sysDVRDrive::*mPartition;
+};
+
+// In the order in which they are mounted; they are unmounted and formatted in the opposite order.
+// The first is the storage partition, without which the drive is of no use.
+const sysDVRDrive::Row sysDVRDrive::kRows[] = {
+    {"DVRStorage", 0, "dvr", "prjquota", false, &sysDVRDrive::mMountPoint,
+     &sysDVRDrive::mStoragePartition},
+    {"DVRData", 1, "data", "", true, &sysDVRDrive::mDataMountPoint, &sysDVRDrive::mDataPartition},
+};
 
 namespace {
 
 constexpr char kSource[] = "System/drivemanager/dvrdrive";
 constexpr char kDevice[] = "/dev/sda";
-constexpr char kStorageLabel[] = "DVRStorage";
-constexpr char kDataLabel[] = "DVRData";
-constexpr int kStoragePosition = 0;
-constexpr int kDataPosition = 1;
 
 // Decimal 777, which is octal 1411: the mode that the directory has had on every box.
 constexpr mode_t kDataDirectoryMode = 777;
@@ -52,72 +70,37 @@ bool makeDirectory(const std::string& path) {
 
 }  // namespace
 
-/// Holds the operation lock for a scope, or until a worker has taken it over.
-class sysDVRDrive::Operation {
-public:
-    explicit Operation(sysDVRDrive& drive) : mpDrive(&drive) { drive.takeOpLock(); }
-    ~Operation() { end(); }
-    Operation(const Operation&) = delete;
-    Operation& operator=(const Operation&) = delete;
-
-    /// Releases the lock now.
-    void end() {
-        if (mpDrive != nullptr) {
-            std::exchange(mpDrive, nullptr)->releaseOpLock();
-        }
-    }
-
-    /// Starts a worker, which releases the lock at its end. False when there can be no thread,
-    /// errno tells why; the lock is still held then.
-    bool handOver(void* (*entry)(void*)) {
-        // The C library stores the handle before the thread runs, so the worker may clear it. From
-        // then on the object is the worker's.
-        const int error = pthread_create(&mpDrive->mThread, nullptr, entry, mpDrive);
-        if (error != 0) {
-            mpDrive->mThread = 0;
-            errno = error;
-            return false;
-        }
-        mpDrive = nullptr;
-        return true;
-    }
-
-private:
-    sysDVRDrive* mpDrive;
-};
-
 sysDVRDrive::sysDVRDrive() : mOpLock() {
+    drivemanager::addToFailureTable(this);
     (void)sem_init(&mOpLock, 0, 1);
 }
 
 sysDVRDrive::~sysDVRDrive() {
-    // A worker may still be on its way; its last act is to release the lock.
+    // A worker may still run; its last act is to release the lock.
     const base::CancelGuard guard;
-    takeOpLock();
+    const base::SemaphoreLock operation(mOpLock);
+    drivemanager::removeFromFailureTable(this);
 }
 
-void sysDVRDrive::takeOpLock() {
-    while (sem_wait(&mOpLock) != 0 && errno == EINTR) {
-    }
+sysPartition* sysDVRDrive::partition(const Row& row) const {
+    return this->*row.mPartition;
 }
 
-void sysDVRDrive::releaseOpLock() {
-    (void)sem_post(&mOpLock);
+sysPartition* sysDVRDrive::shownPartition(const Row& row) const {
+    return this->*row.mPartition;
 }
 
-void sysDVRDrive::setPartitions(sysPartition* storage, sysPartition* data) {
-    const std::lock_guard<std::mutex> lock(mStatusLock);
-    mStoragePartition = storage;
-    mDataPartition = data;
+void sysDVRDrive::setPartition(const Row& row, sysPartition* partition) {
+    this->*row.mPartition = partition;
 }
 
 void sysDVRDrive::setStatus(Status status) {
-    const std::lock_guard<std::mutex> lock(mStatusLock);
+    const base::Lock lock(mStatusLock);
     mStatus = status;
 }
 
 void sysDVRDrive::getStatus(Status* status, int* progress) {
-    const std::lock_guard<std::mutex> lock(mStatusLock);
+    const base::Lock lock(mStatusLock);
     if (status != nullptr) {
         *status = mStatus;
     }
@@ -142,79 +125,130 @@ void sysDVRDrive::getStatus(Status* status, int* progress) {
 }
 
 int sysDVRDrive::formatProgress() const {
-    if (mDataPartition == nullptr) {
-        return mStoragePartition == nullptr ? 5 : 30;
+    const bool storageKnown = shownPartition(kRows[ePartStorage]) != nullptr;
+    if (shownPartition(kRows[ePartData]) == nullptr) {
+        return storageKnown ? 30 : 5;
     }
-    return mStoragePartition == nullptr ? 60 : 90;
+    return storageKnown ? 90 : 60;
 }
 
-sysPartition* sysDVRDrive::measuredPartition() const {
-    return mDataPartition != nullptr ? mDataPartition : mStoragePartition;
+/// The row of the file system for recordings: the last one that the drive has.
+const sysDVRDrive::Row& sysDVRDrive::measuredRow() const {
+    for (auto row = std::rbegin(kRows); row != std::rend(kRows); ++row) {
+        if (shownPartition(*row) != nullptr) {
+            return *row;
+        }
+    }
+    return kRows[ePartStorage];
+}
+
+const sysPartition* sysDVRDrive::measuredPartition() const {
+    return shownPartition(measuredRow());
 }
 
 unsigned int sysDVRDrive::blockSize() {
-    const std::lock_guard<std::mutex> lock(mStatusLock);
+    const base::Lock lock(mStatusLock);
     const sysPartition* const partition = measuredPartition();
     return partition != nullptr ? partition->fsBlockSize() : 0;
 }
 
 unsigned int sysDVRDrive::freeMB() {
-    const std::lock_guard<std::mutex> lock(mStatusLock);
+    const base::Lock lock(mStatusLock);
     const sysPartition* const partition = measuredPartition();
     return partition != nullptr ? mebibytes(partition->fsFree()) : 0;
 }
 
 unsigned int sysDVRDrive::totalMB() {
-    const std::lock_guard<std::mutex> lock(mStatusLock);
+    const base::Lock lock(mStatusLock);
     const sysPartition* const partition = measuredPartition();
     return partition != nullptr ? mebibytes(partition->fsCapacity()) : 0;
 }
 
-bool sysDVRDrive::init() {
-    Operation operation(*this);
-    // Before the base rebuilds the partition objects: nobody measures one that is gone.
-    setPartitions(nullptr, nullptr);
-    if (!sysHardDrive::init(kDevice)) {
-        setStatus(eStError);
+const char* sysDVRDrive::recordingDirectory() {
+    const base::Lock lock(mStatusLock);
+    return (this->*measuredRow().mDirectory).c_str();
+}
+
+bool sysDVRDrive::partitionSpace(Part part, unsigned long long* size, unsigned long long* free) {
+    const base::Lock lock(mStatusLock);
+    const sysPartition* const partition =
+        shownPartition(kRows[part == ePartStorage ? ePartStorage : ePartData]);
+    const unsigned long long total = partition != nullptr ? partition->fsCapacity() : 0;
+    if (size != nullptr) {
+        *size = total;
+    }
+    if (free != nullptr) {
+        *free = total != 0 ? partition->fsFree() : 0;
+    }
+    return total != 0;
+}
+
+bool sysDVRDrive::lastFailure(sysPartition::Failure* failure) const {
+    const sysPartition::Failure stored = drivemanager::storedFailure(this);
+    if (stored.mStep == sysPartition::eFailNone) {
         return false;
     }
-    findPartitions();
-    if (!unmountIfMounted(mDataPartition)) {
-        setStatus(eStError);
-        operation.end();
-        base::logMessageAt(kSource, __LINE__, 1, "sysDVRDrive::init() failed\n");
-        return false;
-    }
-    if (!unmountIfMounted(mStoragePartition)) {
-        setStatus(eStError);
-        operation.end();
-        base::logMessageAt(kSource, __LINE__, 1, "sysDVRDrive::init() failed\n");
-        return false;
-    }
-    spinDownWhenUnused();
-    setStatus(mStoragePartition != nullptr ? eStReady : eStNotFormatted);
+    *failure = stored;
     return true;
 }
 
-void sysDVRDrive::findPartitions() {
-    sysPartition* storage = nullptr;
-    sysPartition* data = nullptr;
-    for (sysPartition* const partition : mPartitions) {
-        const char* const label = partition->label();
-        if (partition->fileSystemType() != sysPartition::eFsXfs || label == nullptr) {
-            continue;
-        }
-        if (std::strcmp(label, kStorageLabel) == 0) {
-            storage = partition;
-        } else if (std::strcmp(label, kDataLabel) == 0) {
-            data = partition;
-        }
-    }
-    setPartitions(storage, data);
+/// Keeps the reason that the failed step of a partition or the disk has noted. Returns false.
+bool sysDVRDrive::failed() const {
+    drivemanager::storeFailure(this, drivemanager::lastNotedFailure());
+    return false;
 }
 
-bool sysDVRDrive::unmountIfMounted(sysPartition* partition) {
-    return partition == nullptr || !partition->isMounted() || partition->unmount();
+bool sysDVRDrive::failed(sysPartition::FailureStep step, const char* path, int error) const {
+    drivemanager::noteFailure(step, path, error);
+    return failed();
+}
+
+bool sysDVRDrive::init() {
+    base::SemaphoreLock operation(mOpLock);
+    drivemanager::clearFailure(this);
+    // Before the base class rebuilds the partition objects, so that a size query cannot reach a
+    // freed one.
+    forgetPartitions();
+    if (!sysHardDrive::init(kDevice)) {
+        setStatus(eStError);
+        return failed();
+    }
+    findPartitions();
+    for (auto row = std::rbegin(kRows); row != std::rend(kRows); ++row) {
+        sysPartition* const found = partition(*row);
+        if (found != nullptr && !found->unmountAll()) {
+            (void)failed();
+            setStatus(eStError);
+            operation.unlock();
+            base::logMessageAt(kSource, __LINE__, 1, "sysDVRDrive::init() failed\n");
+            return false;
+        }
+    }
+    spinDownWhenUnused();
+    setStatus(partition(kRows[ePartStorage]) != nullptr ? eStReady : eStNotFormatted);
+    return true;
+}
+
+void sysDVRDrive::forgetPartitions() {
+    const base::Lock lock(mStatusLock);
+    for (const Row& row : kRows) {
+        setPartition(row, nullptr);
+    }
+}
+
+void sysDVRDrive::findPartitions() {
+    const base::Lock lock(mStatusLock);
+    for (sysPartition* const listed : mPartitions) {
+        const char* const label = listed->label();
+        if (listed->fileSystemType() != sysPartition::eFsXfs || label == nullptr) {
+            continue;
+        }
+        for (const Row& row : kRows) {
+            if (std::strcmp(label, row.mLabel) == 0) {
+                setPartition(row, listed);
+            }
+        }
+    }
 }
 
 void sysDVRDrive::spinDownWhenUnused() {
@@ -224,97 +258,117 @@ void sysDVRDrive::spinDownWhenUnused() {
 }
 
 bool sysDVRDrive::shut() {
-    const Operation operation(*this);
-    setPartitions(nullptr, nullptr);
+    const base::SemaphoreLock operation(mOpLock);
+    forgetPartitions();
     (void)sysHardDrive::shut();
     setStatus(eStNone);
     return true;
 }
 
+/// Starts a worker, to which the operation lock is handed over. False, with errno and the lock
+/// still held, if there is no thread for it.
+bool sysDVRDrive::startWorker(void* (*entry)(void*)) {
+    // The C library stores the handle before the thread runs, so the worker may clear it. From then
+    // on the object is the worker's.
+    const int error = pthread_create(&mThread, nullptr, entry, this);
+    if (error != 0) {
+        mThread = 0;
+        errno = error;
+    }
+    return error == 0;
+}
+
 void sysDVRDrive::endWorker() {
     (void)pthread_detach(pthread_self());
     mThread = 0;
-    releaseOpLock();  // from here on the object may be gone
+    base::unlockSemaphore(mOpLock);  // from here on the object may be gone
 }
 
 bool sysDVRDrive::initialize() {
-    Operation operation(*this);
+    base::SemaphoreLock operation(mOpLock);
     Status status = eStNone;
     getStatus(&status, nullptr);
     if (status != eStError && status != eStNotFormatted && status != eStReady) {
         return false;
     }
+    drivemanager::clearFailure(this);
     setStatus(eStFormatting);
-    // Without a thread the status stays as it is, on purpose: a box that has none left for a format
-    // is not ready for anything else either, until init() or shut().
-    return operation.handOver(initialize_thread_func_static);
+    if (!startWorker(initialize_thread_func_static)) {
+        // The status stays as it is on purpose: a box that has no thread left for a format is not
+        // ready for anything else either, until init() or shut().
+        return failed(sysPartition::eFailThread, "", errno);
+    }
+    operation.handOver();
+    return true;
 }
 
-void* sysDVRDrive::initialize_thread_func_static(void* drive) {
+// Unchecked, because the lock was taken by the thread that started this one.
+void* sysDVRDrive::initialize_thread_func_static(void* drive) KESTROVA_UNCHECKED_LOCKING {
     static_cast<sysDVRDrive*>(drive)->initialize_thread_func();
     return nullptr;
 }
 
 void sysDVRDrive::initialize_thread_func() {
     try {
-        if (!formatData()) {
-            setStatus(eStError);
+        // The status of the storage partition, the last one, wins over a failure before it:
+        // recordings need that partition only.
+        for (auto row = std::rbegin(kRows); row != std::rend(kRows); ++row) {
+            if (!format(*row)) {
+                setStatus(eStError);
+            } else if (&*row == kRows) {
+                spinDownWhenUnused();
+                setStatus(eStReady);
+            }
         }
-        formatStorage();
     } catch (const std::bad_alloc&) {
+        (void)failed(sysPartition::eFailMemory, "", ENOMEM);
         setStatus(eStError);
     }
     endWorker();
 }
 
-bool sysDVRDrive::formatData() {
-    sysPartition* const data = getPartition(kDataPosition);
-    if (data == nullptr || !unmountIfMounted(data)) {
-        return false;
+bool sysDVRDrive::format(const Row& row) {
+    sysPartition* const listed = getPartition(row.mPosition);
+    if (listed == nullptr) {
+        return failed(sysPartition::eFailMissing, kDevice, 0);
     }
-    setPartitions(mStoragePartition, data);
-    return data->xfs_format(kDataLabel);
-}
-
-void sysDVRDrive::formatStorage() {
-    sysPartition* const storage = getPartition(kStoragePosition);
-    if (storage == nullptr || !unmountIfMounted(storage)) {
-        setStatus(eStError);
-        return;
+    if (!listed->unmountAll()) {
+        return failed();
     }
-    setPartitions(storage, mDataPartition);
-    if (!storage->xfs_format(kStorageLabel)) {
-        setStatus(eStError);
-        return;
+    {
+        const base::Lock lock(mStatusLock);
+        setPartition(row, listed);
     }
-    spinDownWhenUnused();
-    // Also after a failure on the data partition: recordings need the storage partition only.
-    setStatus(eStReady);
+    return listed->xfs_format(row.mLabel) || failed();
 }
 
 bool sysDVRDrive::start() {
-    Operation operation(*this);
+    base::SemaphoreLock operation(mOpLock);
     Status status = eStNone;
     getStatus(&status, nullptr);
-    const sysPartition* const storage = mStoragePartition;
+    const sysPartition* const storage = partition(kRows[ePartStorage]);
     if (status == eStReady && storage != nullptr) {
+        drivemanager::clearFailure(this);
         mStartupState = eSsAccepted;
         setStatus(eStStarting);
-        if (operation.handOver(start_thread_func_static)) {
-            return true;
+        if (!startWorker(start_thread_func_static)) {
+            (void)failed(sysPartition::eFailThread, "", errno);
+            std::perror("sysDVRDrive pthread_create");
+            return false;
         }
-        std::perror("sysDVRDrive pthread_create");
-        return false;
+        operation.handOver();
+        return true;
     }
     const std::int32_t startupState = mStartupState;
-    operation.end();
+    operation.unlock();
     base::logMessageAt(kSource, __LINE__, 1, "Fail1 status(%d)(%p)\n", static_cast<int>(status),
                        static_cast<const void*>(storage));
     base::logMessageAt(kSource, __LINE__, 1, "mStartupState %d \n", startupState);
     return false;
 }
 
-void* sysDVRDrive::start_thread_func_static(void* drive) {
+// Unchecked, because the lock was taken by the thread that started this one.
+void* sysDVRDrive::start_thread_func_static(void* drive) KESTROVA_UNCHECKED_LOCKING {
     static_cast<sysDVRDrive*>(drive)->start_thread_func();
     return nullptr;
 }
@@ -325,51 +379,68 @@ void sysDVRDrive::start_thread_func() {
         mStartupState = eSsMounting;
         setStatus(mountAll() ? eStStarted : eStError);
     } catch (const std::bad_alloc&) {
+        (void)failed(sysPartition::eFailMemory, "", ENOMEM);
         setStatus(eStError);
     }
     mStartupState = eSsDone;
     endWorker();
 }
 
+/// Tries every partition, also after a failure.
 bool sysDVRDrive::mountAll() {
-    const bool storageMounted = mStoragePartition->xfs_mount(mMountPoint.c_str(), "prjquota");
-    if (!storageMounted) {
-        base::logMessage(1, "FSMount (dvr) Failed\n");
+    bool allMounted = true;
+    for (const Row& row : kRows) {
+        if (partition(row) != nullptr && !mount(row)) {
+            allMounted = false;
+        }
     }
-    if (mDataPartition == nullptr) {
-        return storageMounted;
-    }
-    // Only now: the directory lies in the storage file system.
-    if (!makeDirectory(mDataMountPoint)) {
+    return allMounted;
+}
+
+bool sysDVRDrive::mount(const Row& row) {
+    const std::string& directory = this->*row.mDirectory;
+    if (row.mNested && !makeDirectory(directory)) {
+        (void)failed(sysPartition::eFailDirectory, directory.c_str(), errno);
         base::logMessage(1,
                          "Error: Dvr Data mount point does not exist and could not be created.\n");
         return false;
     }
-    if (!mDataPartition->xfs_mount(mDataMountPoint.c_str(), "")) {
-        base::logMessage(1, "FSMount (data) Failed\n");
+    if (!partition(row)->xfs_mount(directory.c_str(), row.mOptions)) {
+        (void)failed();
+        base::logMessage(1, "FSMount (%s) Failed\n", row.mName);
         return false;
     }
-    return storageMounted;
+    return true;
 }
 
 bool sysDVRDrive::stop() {
-    const Operation operation(*this);
+    const base::SemaphoreLock operation(mOpLock);
     Status status = eStNone;
     getStatus(&status, nullptr);
-    if (mStoragePartition == nullptr || status != eStStarted) {
+    if (partition(kRows[ePartStorage]) == nullptr || status != eStStarted) {
         return false;
     }
-    bool unmounted = true;
-    if (mDataPartition != nullptr && !mDataPartition->unmount()) {
-        base::logMessage(2, "DVR Data unmount failure\n");
-        unmounted = false;
+    drivemanager::clearFailure(this);
+    bool allUnmounted = true;
+    for (auto row = std::rbegin(kRows); row != std::rend(kRows); ++row) {
+        if (partition(*row) != nullptr && !unmount(*row)) {
+            allUnmounted = false;
+        }
     }
-    if (!mStoragePartition->unmount()) {
-        unmounted = false;
-    }
-    if (unmounted) {
+    if (allUnmounted) {
         spinDownWhenUnused();
     }
-    setStatus(unmounted ? eStReady : eStError);
-    return unmounted;
+    setStatus(allUnmounted ? eStReady : eStError);
+    return allUnmounted;
+}
+
+bool sysDVRDrive::unmount(const Row& row) {
+    if (partition(row)->unmount()) {
+        return true;
+    }
+    (void)failed();
+    if (row.mNested) {
+        base::logMessage(2, "DVR Data unmount failure\n");
+    }
+    return false;
 }

@@ -4,23 +4,36 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
-#include "System/drivemanager/partitiontable.h"
-#include "base/descriptor.h"
-#include "base/linereader.h"
-#include "base/log.h"
-#include "base/shell.h"
-#include "base/tool.h"
+#include "System/drivemanager/failure.h"
+#include "System/drivemanager/tools/partitiontable.h"
+#include "System/drivemanager/tools/tableresults.h"
+#include "System/drivemanager/tools/toolcommands.h"
+#include "base/io/descriptor.h"
+#include "base/io/linereader.h"
+#include "base/log/log.h"
+#include "base/process/shellcommand.h"
+
+using drivemanager::Standby;
+using drivemanager::TableResults;
 
 namespace {
 
-constexpr char kTableTool[] = "/sbin/sfdisk";
+sysHardDrive::TableState stateOf(const base::ToolResult& result) {
+    if (!result.mRan) {
+        return sysHardDrive::eTableUnread;
+    }
+    if (!result.mExecuted) {
+        return sysHardDrive::eTableToolMissing;
+    }
+    return result.succeeded() ? sysHardDrive::eTableRead : sysHardDrive::eTableToolFailed;
+}
 
-base::ToolCommand tableToolCommand(const char* const* arguments, base::ToolPipe pipe) {
-    constexpr int cannotExecute = 20;
-    return {arguments, pipe, false, "Error spawning sfdisk", cannotExecute};
+bool runHdparm(const std::string& device, Standby standby) {
+    return base::runShell(drivemanager::standbyCommand(device, standby)) == 0;
 }
 
 }  // namespace
@@ -30,26 +43,31 @@ sysHardDrive::sysHardDrive() = default;
 // A derived class has done its own part of shutting by now.
 sysHardDrive::~sysHardDrive() {
     (void)sysHardDrive::shut();
+    drivemanager::dropTableResults(this);
 }
 
 bool sysHardDrive::init(const char* device) {
     constexpr char devices[] = "/dev/";
     if (device == nullptr || std::strncmp(device, devices, sizeof(devices) - 1) != 0) {
+        drivemanager::noteFailure(sysPartition::eFailOpen, device != nullptr ? device : "", EINVAL);
         return false;
     }
-    if (!identify(device)) {
+    // A copy, because the name may be a text of this drive, which is replaced or freed below.
+    const std::string name = device;
+    if (!identify(name.c_str())) {
         return false;
     }
-    mCapacity = static_cast<unsigned long long>(get_blk_capacity(device));
+    mCapacity = static_cast<unsigned long long>(get_blk_capacity(name.c_str()));
     if (mCapacity == 0) {
+        drivemanager::noteFailure(sysPartition::eFailCapacity, name.c_str(), errno);
         return false;
     }
-    mDevice = device;
+    mDevice = name;
     scanPartitions();
 
     constexpr unsigned long long gigabyte = 1000000000;
     constexpr unsigned long long megabyte = 1000000;
-    base::logMessage(1, "HarddriveInit: %s\n", device);
+    base::logMessage(1, "HarddriveInit: %s\n", name.c_str());
     base::logMessage(1, "   Model: %s\n", mModel.c_str());
     base::logMessage(1, "   Capacity: %llu GB\n", mCapacity / gigabyte);
     base::logMessage(1, "   Partitions: %d\n", numPartitions());
@@ -66,8 +84,12 @@ bool sysHardDrive::identify(const char* device) {
     const base::Descriptor drive = base::openDescriptor(device, O_RDWR);
     char model[256];
     char serial[256];
-    if (!drive.valid() ||
-        get_drive_model(drive.get(), model, sizeof(model), serial, sizeof(serial)) < 0) {
+    if (!drive.valid()) {
+        drivemanager::noteFailure(sysPartition::eFailOpen, device, errno);
+        return false;
+    }
+    if (get_drive_model(drive.get(), model, sizeof(model), serial, sizeof(serial)) < 0) {
+        drivemanager::noteFailure(sysPartition::eFailIdentify, device, errno);
         return false;
     }
     mModel = *model != '\0' ? model : "Unknown Drive";
@@ -103,44 +125,57 @@ void sysHardDrive::delPartitions() {
 
 void sysHardDrive::scanPartitions() {
     delPartitions();
-    const char* const arguments[] = {kTableTool, "-d", mDevice.c_str(), nullptr};
-    base::Tool tool;
-    if (!tool.openPipe()) {
-        return;
-    }
-    const base::Tool::Start start =
-        tool.start(tableToolCommand(arguments, base::ToolPipe::eStandardOutput));
-    if (start == base::Tool::Start::eNoStream) {
-        base::logMessage(1, "failed to open pipe to child\n");
-    }
-    if (start != base::Tool::Start::eStarted) {
-        return;
-    }
-    char line[256];
-    while (base::readLine(tool.stream(), line, sizeof(line))) {
-        drivemanager::PartitionEntry entry;
-        if (drivemanager::parsePartitionLine(line, entry)) {
-            addPartition(entry.mName, entry.mCapacity, entry.mType);
-        }
-    }
-    if (tool.finish() != 0) {
+    TableResults results = drivemanager::tableResults(this);
+    results.mRead = base::ToolResult();
+    drivemanager::storeTableResults(this, results);
+    results.mRead =
+        base::readTool(drivemanager::listPartitionTable(mDevice), [this](std::FILE* output) {
+            char line[256];
+            while (base::readLine(output, line, sizeof(line))) {
+                drivemanager::PartitionEntry entry;
+                if (drivemanager::parsePartitionLine(line, entry)) {
+                    addPartition(entry.mName, entry.mCapacity, entry.mType);
+                }
+            }
+        });
+    drivemanager::storeTableResults(this, results);
+    if (results.mRead.mRan && !results.mRead.succeeded()) {
         base::logMessage(1, "waitpid failed\n");
         delPartitions();
     }
 }
 
 bool sysHardDrive::partitionCustom(int* sizes) {
-    const char* const arguments[] = {kTableTool, "-q", "-L", "-uM", mDevice.c_str(), nullptr};
-    base::Tool tool;
-    if (!tool.openPipe() ||
-        tool.start(tableToolCommand(arguments, base::ToolPipe::eStandardInput)) !=
-            base::Tool::Start::eStarted) {
-        return false;
+    TableResults results = drivemanager::tableResults(this);
+    results.mWritten = base::ToolResult();
+    drivemanager::storeTableResults(this, results);
+    results.mWritten = base::feedTool(drivemanager::writePartitionTable(mDevice),
+                                      drivemanager::partitionScript(sizes));
+    drivemanager::storeTableResults(this, results);
+    if (results.mWritten.mRan) {
+        scanPartitions();
     }
-    (void)std::fputs(drivemanager::partitionScript(sizes).c_str(), tool.stream());
-    const int status = tool.finish();
-    scanPartitions();
-    return status == 0;
+    return results.mWritten.succeeded();
+}
+
+sysHardDrive::TableState sysHardDrive::tableState() const {
+    return stateOf(drivemanager::tableResults(this).mRead);
+}
+
+int sysHardDrive::tableToolStatus() const {
+    return drivemanager::tableResults(this).mRead.mStatus;
+}
+
+int sysHardDrive::tableToolError() const {
+    return drivemanager::tableResults(this).mRead.mError;
+}
+
+int sysHardDrive::partitionToolStatus() const {
+    return drivemanager::tableResults(this).mWritten.mStatus;
+}
+
+int sysHardDrive::partitionToolError() const {
+    return drivemanager::tableResults(this).mWritten.mError;
 }
 
 bool sysHardDrive::partitionOneBig() {
@@ -148,21 +183,16 @@ bool sysHardDrive::partitionOneBig() {
     return partitionCustom(sizes);
 }
 
-bool sysHardDrive::runHdparm(const char* option) {
-    const std::string command = std::string("/sbin/hdparm ") + option + " " + mDevice;
-    return base::runShell(command) == 0;
-}
-
 bool sysHardDrive::spinDown() {
     base::logMessage(1, "Spinning down drive\n");
     ::sync();
-    return runHdparm("-S24") && runHdparm("-y");
+    return runHdparm(mDevice, Standby::eAfterTwoMinutes) && runHdparm(mDevice, Standby::eNow);
 }
 
 bool sysHardDrive::spinDownDelayed() {
     base::logMessage(1, "Setting delayed spin down\n");
     ::sync();
-    return runHdparm("-S24");
+    return runHdparm(mDevice, Standby::eAfterTwoMinutes);
 }
 
 bool sysHardDrive::spinUp() {
@@ -174,6 +204,6 @@ bool sysHardDrive::spinUp() {
         char wake = 0;
         (void)base::readSome(drive.get(), &wake, sizeof(wake));
     }
-    (void)runHdparm("-S0");
+    (void)runHdparm(mDevice, Standby::eNever);
     return true;
 }

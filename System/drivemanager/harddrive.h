@@ -40,6 +40,14 @@ KESTROVA_EXPORT int get_drive_model(int fd, char* model, std::size_t modelSize, 
 /// result; only allocation failure is thrown.
 class KESTROVA_EXPORT sysHardDrive {
 public:
+    /// What is known of a drive's partition table.
+    enum TableState {
+        eTableUnread = 0,       ///< not read: the tool has not been run, or could not be started
+        eTableRead = 1,         ///< read; without partitions the table is empty
+        eTableToolMissing = 2,  ///< not read: the tool could not be executed
+        eTableToolFailed = 3,   ///< not read: the tool failed
+    };
+
     /// No disk, no partitions.
     sysHardDrive();
     /// Frees the partitions; unmounts nothing.
@@ -73,18 +81,43 @@ public:
     void addPartition(const char* path, unsigned long long capacity, int type);
     /// Frees all partition objects.
     void delPartitions();
-    /// Rebuilds the list of partitions from what "/sbin/sfdisk -d" prints. When the tool fails, the
-    /// list is empty and "waitpid failed" is logged at level 1; a tool that cannot be executed is
-    /// told on standard error as well. Without a process for it the list is empty, too.
+    /// Rebuilds the list of partitions from what "/sbin/sfdisk -d" prints. If the tool fails, the
+    /// list is empty and "waitpid failed" is logged at level 1; a tool that cannot be executed
+    /// reports that on standard error as well. The list is also empty if there is no process for
+    /// the tool. tableState() tells these cases from a drive without partitions.
     void scanPartitions();
 
+    /// Tells a table that could not be read from an empty one. Both leave a drive without
+    /// partitions.
+    ///
+    /// This and the four operations below describe the last run of "/sbin/sfdisk" for this object,
+    /// also after shut() or delPartitions(). They run nothing, do not block and log nothing; one
+    /// thread at a time, as for the class.
+    /// @return result of the last scanPartitions(), which init(), partitionCustom() and
+    /// partitionOneBig() call; eTableUnread before the first one
+    TableState tableState() const;
+    /// @return raw wait status, as waitpid() gives it, of the tool in the last scanPartitions(); -1
+    /// when it was not started or its child could not be waited for
+    int tableToolStatus() const;
+    /// @return errno of the call that failed in the last scanPartitions(): the start of the tool,
+    /// its execution, or the wait for it. 0 when none failed, whatever the status
+    int tableToolError() const;
+    /// @return as tableToolStatus(), of the tool in the last partitionCustom() or
+    /// partitionOneBig(); SIGKILL when it could not be given the whole table and was killed
+    int partitionToolStatus() const;
+    /// @return as tableToolError(), of the last partitionCustom() or partitionOneBig(), including a
+    /// failed write of the table to the tool
+    int partitionToolError() const;
+
     /// Writes a new partition table with up to four primary partitions and rebuilds the list, also
-    /// after a failure of the tool. All data of the drive are lost. The caller unmounts them first;
-    /// only the tool looks whether one is in use. On a sysDVRDrive call shut() before and init()
-    /// after it.
+    /// after a failure of the tool. All data of the drive are lost. The caller unmounts its
+    /// partitions first; only the tool checks whether one is in use. On a sysDVRDrive call shut()
+    /// before and init() after it. A tool that cannot be given the whole table is killed before its
+    /// input ends, so that it writes nothing.
     /// @param sizes four sizes in MB of 2048 sectors: -1 is the rest of the disk and the last
     /// partition, any other size of 0 or below ends the table; read only
-    /// @return true when "/sbin/sfdisk" ends with status 0; what fails is told on standard error
+    /// @return true when "/sbin/sfdisk" exits with status 0; a tool that cannot be executed reports
+    /// that on standard error. See partitionToolStatus()
     bool partitionCustom(int* sizes);
     /// One partition over the whole disk; otherwise as partitionCustom().
     /// @return as there
@@ -111,7 +144,6 @@ protected:
 
 private:
     KESTROVA_LOCAL bool identify(const char* device);
-    KESTROVA_LOCAL bool runHdparm(const char* option);
 };
 
 #endif

@@ -6,15 +6,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
+#include "System/drivemanager/failure.h"
 #include "System/drivemanager/filesystemsize.h"
-#include "System/drivemanager/mounttable.h"
+#include "System/drivemanager/mounts.h"
+#include "System/drivemanager/signature.h"
 #include "System/drivemanager/superblock.h"
-#include "base/descriptor.h"
-#include "base/log.h"
-#include "base/shell.h"
+#include "System/drivemanager/tools/toolcommands.h"
+#include "base/cancelguard.h"
+#include "base/io/descriptor.h"
+#include "base/lock.h"
+#include "base/log/log.h"
+#include "base/process/shellcommand.h"
 
 namespace {
 
@@ -42,24 +48,15 @@ std::string alternativeName(const std::string& path) {
     return path.substr(0, path.size() - 2) + "-part" + path.back();
 }
 
-const char* typeArgument(sysPartition::FSType fs) {
+const char* typeName(sysPartition::FSType fs) {
     switch (fs) {
         case sysPartition::eFsExt3:
-            return "-t ext3";
+            return "ext3";
         case sysPartition::eFsXfs:
-            return "-t xfs";
+            return "xfs";
         default:
-            return "";
+            return nullptr;
     }
-}
-
-std::string mountCommand(const char* type, const std::string& device, const char* dir,
-                         const char* options) {
-    std::string command = std::string("/bin/mount ") + type + " " + device + " " + dir;
-    if (options != nullptr && *options != '\0') {
-        command += std::string(" -o ") + options;
-    }
-    return command;
 }
 
 }  // namespace
@@ -71,17 +68,19 @@ sysPartition::~sysPartition() = default;
 bool sysPartition::init(const char* path, unsigned long long capacity, int type) {
     const std::string device = path != nullptr ? path : "";
     if (exists(device)) {
-        mPath = device;
+        putPath(device);
     } else if (!hasAlternativeName(device)) {
+        drivemanager::noteFailure(eFailOpen, device.c_str(), ENOENT);
         base::logNameAt(kSource, __LINE__, 1, " iDev=", device);
         return false;
     } else {
         const std::string alternative = alternativeName(device);
         if (!exists(alternative)) {
+            drivemanager::noteFailure(eFailOpen, alternative.c_str(), ENOENT);
             base::logNameAt(kSource, __LINE__, 1, " newdev=", alternative);
             return false;
         }
-        mPath = alternative;
+        putPath(alternative);
     }
 
     mCapacity = capacity;
@@ -90,6 +89,7 @@ bool sysPartition::init(const char* path, unsigned long long capacity, int type)
     if (mType == kTypeLinux) {
         const base::Descriptor file = base::openDescriptor(mPath.c_str(), O_RDONLY);
         if (!file.valid()) {
+            drivemanager::noteFailure(eFailOpen, mPath.c_str(), errno);
             base::logNameAt(kSource, __LINE__, 1, " mPath=", mPath);
             return false;
         }
@@ -120,68 +120,139 @@ bool sysPartition::isMounted() {
 
 bool sysPartition::mount(const char* dir, FSType fs, const char* options) {
     if (dir == nullptr) {
+        drivemanager::noteFailure(eFailMount, mPath.c_str(), EINVAL);
         return false;
     }
-    base::logMessage(1, "Trying to mount fs %s on %s\n", mPath.c_str(), dir);
+    // Copied first, because dir and options may be texts of this object, such as mountpoint(). And
+    // once the command has run, nothing may fail that the new mount point needs.
+    std::string directory = dir;
+    const std::string command = drivemanager::mountCommand(mPath, dir, typeName(fs), options);
+    base::logMessage(1, "Trying to mount fs %s on %s\n", mPath.c_str(), directory.c_str());
     if (isMounted()) {
-        if (mMountPoint == dir) {
+        if (mMountPoint == directory) {
             return true;
         }
         if (!unmount()) {
             return false;
         }
     }
-    const std::string command = mountCommand(typeArgument(fs), mPath, dir, options);
+    // A cancellation while the command runs could leave a mount that this object does not know.
+    const base::CancelGuard guard;
     const int status = base::runShell(command);
     if (status != 0) {
+        drivemanager::noteToolFailure(eFailMount, mPath.c_str(), status);
         base::logMessage(1, "Mount failed with code %d\n", status);
         std::perror("Mount Failure");
         return false;
     }
-    putMountPoint(dir);
+    putMountPoint(std::move(directory));
     return true;
 }
 
 bool sysPartition::unmount() {
     if (!isMounted()) {
+        drivemanager::noteFailure(eFailNotMounted, mPath.c_str(), 0);
         base::logMessage(1, "File system is not mounted\n");
         return false;
     }
+    return unmountFrom(mMountPoint);
+}
+
+bool sysPartition::unmountAll() {
+    // In case another process mounts it again and again.
+    constexpr int limit = 1000;
+    for (int unmounts = 0; unmounts <= limit; ++unmounts) {
+        KestrovaVector<std::string> directories;
+        if (!listMounts(mPath.c_str(), &directories)) {
+            drivemanager::noteFailure(eFailUnmount, mPath.c_str(), errno);
+            return false;
+        }
+        if (directories.empty()) {
+            return true;
+        }
+        // The latest mount first: it may be on top of an earlier one.
+        if (!unmountFrom(std::move(directories.back()))) {
+            return false;
+        }
+    }
+    drivemanager::noteFailure(eFailUnmount, mPath.c_str(), EBUSY);
+    return false;
+}
+
+bool sysPartition::listMounts(const char* device, KestrovaVector<std::string>* directories) {
+    return drivemanager::listMounts(device, *directories);
+}
+
+bool sysPartition::unmountFrom(std::string directory) {
     // Taken away before the call: a measurement that is inside the mount makes it busy.
-    std::string directory = takeMountPoint();
+    std::string known = takeMountPoint();
     if (::umount(directory.c_str()) != 0) {
+        const int error = errno;
+        putMountPoint(std::move(known.empty() ? directory : known));
+        drivemanager::noteFailure(eFailUnmount, mPath.c_str(), error);
+        // perror() leaks its stream when the thread is cancelled in it.
+        const base::CancelGuard guard;
+        errno = error;
         std::perror("Umount failure");
-        putMountPoint(std::move(directory));
         return false;
     }
     return true;
 }
 
+void sysPartition::putPath(const std::string& path) {
+    if (mPath != path) {
+        mPath = path;
+    }
+}
+
 void sysPartition::putMountPoint(std::string directory) {
-    const std::lock_guard<std::mutex> lock(mMountPointLock);
-    mMountPoint.swap(directory);
+    const base::Lock lock(mMountPointLock);
+    // An equal text stays, and with it what mountpoint() has returned.
+    if (mMountPoint != directory) {
+        mMountPoint.swap(directory);
+    }
 }
 
 std::string sysPartition::takeMountPoint() {
     std::string directory;
-    const std::lock_guard<std::mutex> lock(mMountPointLock);
+    const base::Lock lock(mMountPointLock);
     mMountPoint.swap(directory);
     return directory;
 }
 
 unsigned long long sysPartition::fsCapacity() const {
-    const std::lock_guard<std::mutex> lock(mMountPointLock);
+    const base::Lock lock(mMountPointLock);
     const drivemanager::FilesystemSize size = drivemanager::measure(mMountPoint);
     return drivemanager::bytes(size, size.mBlocks);
 }
 
 unsigned long long sysPartition::fsFree() const {
-    const std::lock_guard<std::mutex> lock(mMountPointLock);
+    const base::Lock lock(mMountPointLock);
     const drivemanager::FilesystemSize size = drivemanager::measure(mMountPoint);
     return drivemanager::bytes(size, size.mFreeBlocks);
 }
 
 unsigned int sysPartition::fsBlockSize() const {
-    const std::lock_guard<std::mutex> lock(mMountPointLock);
+    const base::Lock lock(mMountPointLock);
     return static_cast<unsigned int>(drivemanager::measure(mMountPoint).mBlockSize);
+}
+
+unsigned long long sysPartition::fileSystemSize() const {
+    Signature signature;
+    return readSignature(mPath.c_str(), &signature) ? signature.mSize : 0;
+}
+
+bool sysPartition::readSignature(const char* device, Signature* signature) {
+    *signature = Signature();
+    const base::Descriptor file = base::openDescriptor(device, O_RDONLY);
+    return file.valid() && drivemanager::findSignature(file.get(), *signature);
+}
+
+bool sysPartition::lastFailure(Failure* failure) {
+    const Failure& last = drivemanager::lastNotedFailure();
+    if (last.mStep == eFailNone) {
+        return false;
+    }
+    *failure = last;
+    return true;
 }

@@ -1,18 +1,35 @@
 // SPDX-License-Identifier: MIT
 //
 // The long-running operations of a partition: making file systems and checking them.
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
+#include "System/drivemanager/failure.h"
 #include "System/drivemanager/partition.h"
-#include "System/drivemanager/toolprogress.h"
-#include "base/linereader.h"
-#include "base/log.h"
-#include "base/tool.h"
+#include "System/drivemanager/tools/toolcommands.h"
+#include "System/drivemanager/tools/toolprogress.h"
+#include "base/io/descriptor.h"
+#include "base/io/linereader.h"
+#include "base/log/log.h"
 
 namespace {
 
-constexpr int kCannotExecute = 255;
+/// The result of a format without a label.
+bool noLabel(const std::string& device) {
+    drivemanager::noteFailure(sysPartition::eFailFormat, device.c_str(), EINVAL);
+    return false;
+}
+
+/// The result of an operation whose tool ran like this.
+bool succeeded(sysPartition::FailureStep step, const std::string& device,
+               const base::ToolResult& result) {
+    if (!result.succeeded()) {
+        errno = result.mError;
+        drivemanager::noteToolFailure(step, device.c_str(), result.mStatus);
+    }
+    return result.succeeded();
+}
 
 }  // namespace
 
@@ -20,47 +37,50 @@ bool sysPartition::ext3_format(const char* label) {
     const auto setProgress = [this](std::int32_t progress) {
         mFormatProgress.store(progress, std::memory_order_relaxed);
     };
-    const char* const arguments[] = {"/sbin/mkfs.ext3", "-L",          label,  "-m", "0", "-i",
-                                     "2097152",         mPath.c_str(), nullptr};
-    const base::ToolCommand command = {arguments, base::ToolPipe::eStandardOutput, true,
-                                       "Error spawning mkfs.ext3", kCannotExecute};
     setProgress(0);
-    base::Tool tool;
-    if (!tool.openPipe() || tool.start(command) != base::Tool::Start::eStarted) {
-        return false;
+    if (label == nullptr) {
+        return noLabel(mPath);
     }
-    setProgress(drivemanager::kFormatOpened);
-    drivemanager::FormatOutput output;
-    for (int character = base::readCharacter(tool.stream()); character != EOF;
-         character = base::readCharacter(tool.stream())) {
-        std::int32_t progress = 0;
-        if (output.take(static_cast<char>(character), progress)) {
-            setProgress(progress);
-        }
+    const base::ToolResult result =
+        base::readTool(drivemanager::makeExt3(mPath, label), [&setProgress](std::FILE* stream) {
+            setProgress(drivemanager::kFormatOpened);
+            drivemanager::FormatOutput output;
+            for (int character = base::readCharacter(stream); character != EOF;
+                 character = base::readCharacter(stream)) {
+                std::int32_t progress = 0;
+                if (output.take(static_cast<char>(character), progress)) {
+                    setProgress(progress);
+                }
+            }
+            setProgress(drivemanager::kFormatOutputEnded);
+        });
+    if (result.mRan) {
+        setProgress(drivemanager::kProgressDone);
     }
-    setProgress(drivemanager::kFormatOutputEnded);
-    const int status = tool.finish();
-    setProgress(drivemanager::kProgressDone);
-    return status == 0;
+    return succeeded(eFailFormat, mPath, result);
 }
 
 bool sysPartition::xfs_format(const char* label) {
-    const char* const arguments[] = {"/sbin/mkfs.xfs", "-L",          label,  "-f", "-l",
-                                     "lazy-count=0",   mPath.c_str(), nullptr};
-    const base::ToolCommand command = {arguments, base::ToolPipe::eStandardOutput, true,
-                                       "Error spawning mkfs.xfs", kCannotExecute};
-    base::Tool tool;
-    if (!tool.openPipe() || tool.start(command) != base::Tool::Start::eStarted) {
-        return false;
+    if (label == nullptr) {
+        return noLabel(mPath);
     }
-    int character = 0;
-    do {
-        // The end-of-file value that closes the output is passed on as well: readers of the log
-        // know the byte 0xff as its end.
-        character = base::readCharacter(tool.stream());
-        base::logCharacter(1, static_cast<char>(character));
-    } while (character != EOF);
-    return tool.finish() == 0;
+    const auto logOutput = [](std::FILE* stream) {
+        // What one read returns is logged at once: the tool's output is shown as it comes, and not
+        // held back until a buffer is full.
+        char output[1024];
+        for (;;) {
+            const ssize_t length = base::readSome(::fileno(stream), output, sizeof(output));
+            if (length <= 0) {
+                break;
+            }
+            base::logBytes(1, output, static_cast<std::size_t>(length));
+        }
+        // Readers of the log know this byte as the end of the output.
+        constexpr char endOfFile = static_cast<char>(EOF);
+        base::logBytes(1, &endOfFile, 1);
+    };
+    return succeeded(eFailFormat, mPath,
+                     base::readTool(drivemanager::makeXfs(mPath, label), logOutput));
 }
 
 bool sysPartition::ext3_fscheck() {
@@ -71,26 +91,18 @@ bool sysPartition::ext3_fscheck() {
         mCheckProgress.store(progress, std::memory_order_relaxed);
     };
     setProgress(0);
-    base::Tool tool;
-    if (!tool.openPipe()) {
-        return false;
+    const base::ToolResult result =
+        base::readTool(drivemanager::checkExt3(mPath), [&setProgress](std::FILE* stream) {
+            char line[256];
+            while (base::readLine(stream, line, sizeof(line))) {
+                std::int32_t progress = 0;
+                if (drivemanager::checkProgress(line, progress)) {
+                    setProgress(progress);
+                }
+            }
+        });
+    if (result.mRan) {
+        setProgress(drivemanager::kProgressDone);
     }
-    const std::string descriptor = std::to_string(tool.writeDescriptor());
-    const char* const arguments[] = {"/sbin/fsck.ext3", "-C",   descriptor.c_str(), "-p",
-                                     mPath.c_str(),     nullptr};
-    const base::ToolCommand command = {arguments, base::ToolPipe::eBothEnds, true, nullptr,
-                                       kCannotExecute};
-    if (tool.start(command) != base::Tool::Start::eStarted) {
-        return false;
-    }
-    char line[256];
-    while (base::readLine(tool.stream(), line, sizeof(line))) {
-        std::int32_t progress = 0;
-        if (drivemanager::checkProgress(line, progress)) {
-            setProgress(progress);
-        }
-    }
-    const int status = tool.finish();
-    setProgress(drivemanager::kProgressDone);
-    return status == 0;
+    return succeeded(eFailCheck, mPath, result);
 }

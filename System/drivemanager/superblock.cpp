@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "base/descriptor.h"
+#include "base/io/descriptor.h"
 
 namespace drivemanager {
 

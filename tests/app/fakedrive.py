@@ -6,6 +6,7 @@ partitions are files, the tools are fakedrive_tools.py, and a preloaded fakedriv
 questions that only a disk can. How the library drives real tools and disks is not tested here.
 """
 
+import errno
 import os
 import pathlib
 import pty
@@ -13,13 +14,14 @@ import re
 import select
 import shutil
 import signal
+import struct
 import subprocess
 import time
 
 import documentschema
 
 HERE = pathlib.Path(__file__).resolve().parent
-TOOLS = ["sfdisk", "mkfs.xfs", "fsck.ext3", "hdparm"]
+TOOLS = ["sfdisk", "mkfs.xfs", "fsck.ext3", "hdparm", "xfs_repair"]
 TIMEOUT = 60
 DISK_SIZE = 1 << 30
 
@@ -29,13 +31,15 @@ set -eu
 root=$1 state=$2 product=$3
 shift 3
 mount -t tmpfs -o mode=755 fakedrive "$root"
-mkdir -p "$root/dev" "$root/proc" "$root/usr" "$root/dvr" "$root/state" "$root/product"
+mkdir -p "$root/dev" "$root/run" "$root/var/lib" "$root/proc" "$root/usr" "$root/dvr" "$root/state" "$root/product"
 for link in bin sbin lib lib32 lib64 libx32; do
     if [ -L "/$link" ]; then cp -P "/$link" "$root/$link"; fi
 done
 mount --bind /usr "$root/usr"
 mount --bind /proc "$root/proc"
 mount --bind "$state" "$root/state"
+mount --bind "$state/run" "$root/run"
+mount --bind "$state/lib" "$root/var/lib"
 mount --bind "$product" "$root/product"
 mknod -m 666 "$root/dev/null" c 1 3
 for node in "$state"/dev/*; do ln -s "/state/dev/${node##*/}" "$root/dev/"; done
@@ -45,9 +49,11 @@ mount --bind "$state/tools/mount" "$root/usr/bin/mount"
 mount -t tmpfs tools "$root/usr/sbin"
 cp "$state"/tools/* "$root/usr/sbin/"
 cp /usr/sbin/chroot "$root/real/chroot"
-exec "$root/real/chroot" "$root" /usr/bin/env LD_PRELOAD=/state/fakedrive.so \
-    ASAN_OPTIONS=verify_asan_link_order=0 /product/kestrova "$@"
+exec "$root/real/chroot" "$root" "$@"
 """
+# The command as it is called inside of the root.
+COMMAND_IN_ROOT = ["/usr/bin/env", "LD_PRELOAD=/state/fakedrive.so",
+                   "ASAN_OPTIONS=verify_asan_link_order=0", "/product/kestrova"]
 
 
 def available():
@@ -130,7 +136,8 @@ class FakeDrive:
         self._root = folder / "root"
         self._terminals = []
         self._processes = []
-        for path in [self._root, self.state / "dev", self.state / "tools"]:
+        for path in [self._root,
+                     *(self.state / name for name in ["dev", "tools", "run/lock", "lib"])]:
             path.mkdir(parents=True)
         shutil.copy(library, self.state / "fakedrive.so")
         for tool in TOOLS + ["mount"]:
@@ -162,12 +169,28 @@ class FakeDrive:
         for number, size in enumerate(sizes, 1):
             os.truncate(self.state / f"dev/sda{number}", size << 20)
 
-    def format(self, number, label):
-        """Puts what the library looks for at an XFS file system into a partition."""
+    def format(self, number, label, size=0):
+        """Puts what the library looks for at an XFS file system of so many MB into a partition."""
         with open(self.state / f"dev/sda{number}", "r+b") as file:
-            file.write(b"XFSB")
+            file.write(b"XFSB" + struct.pack(">IQ", 4096, size * 256))
             file.seek(108)
             file.write(label.encode().ljust(12, b"\0"))
+
+    def format_ext3(self, number, label):
+        """Puts what the library looks for at an ext3 file system into a partition, or 0: the disk."""
+        with open(self.state / f"dev/sda{number or ''}", "r+b") as file:
+            file.seek(1024 + 56)
+            file.write(b"\x53\xef")
+            file.seek(1024 + 92)
+            file.write(b"\4\0\0\0")  # it has a journal
+            file.seek(1024 + 120)
+            file.write(label.encode().ljust(16, b"\0"))
+
+    def add_tool(self, name, script):
+        """Adds a tool of the test's own."""
+        path = self.state / "tools" / name
+        path.write_text(script)
+        path.chmod(0o755)
 
     def formatted(self):
         """Makes it a drive that is ready."""
@@ -192,29 +215,58 @@ class FakeDrive:
 
         return release
 
+    def let_go(self, tool):
+        """Ends a hold(), whether the tool is there or was killed."""
+        gate = self.state / f"gate-{tool}"
+        try:
+            os.close(os.open(gate, os.O_WRONLY | os.O_NONBLOCK))
+        except OSError as error:
+            assert error.errno == errno.ENXIO  # nobody reads
+        gate.unlink()
+
     def calls(self):
-        """The command lines of the tools so far, without the queries of the table."""
+        """The command lines of the tools so far, without those that only read."""
         log = self.state / "log"
         lines = log.read_text().splitlines() if log.exists() else []
         return [line for line in lines if not line.startswith("sfdisk -d")]
 
     def _command(self, arguments):
         return ["unshare", "-m", "sh", "-c", ENTER, "sh", str(self._root), str(self.state),
-                str(self._product), *arguments]
+                str(self._product), *COMMAND_IN_ROOT, *arguments]
+
+    @staticmethod
+    def _beside(process, arguments):
+        return ["nsenter", f"--mount=/proc/{process.pid}/ns/mnt",
+                f"--root=/proc/{process.pid}/root", "--wd=/", *COMMAND_IN_ROOT, *arguments]
+
+    def join(self, process, *arguments, around=(), **options):
+        """Runs the command in the root and among the mounts of one that was started and runs, with
+        the words of another program in front."""
+        return self._run([*around, *self._beside(process, arguments)], arguments, options)
+
+    def start_beside(self, process, *arguments):
+        """Starts the command where join() runs it."""
+        return self._start(self._beside(process, arguments))
 
     def run(self, *arguments, **options):
         """Runs the command without a terminal."""
+        return self._run(self._command(arguments), arguments, options)
+
+    @staticmethod
+    def _run(command, arguments, options):
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                    "text": True, "timeout": TIMEOUT, **options}
-        result = subprocess.run(self._command(arguments), check=False, **options)
+        result = subprocess.run(command, check=False, **options)
         documentschema.check(arguments, result.stdout)
         return result
 
     def start(self, *arguments):
         """Starts the command on pipes."""
+        return self._start(self._command(arguments))
+
+    def _start(self, command):
         pipe = subprocess.PIPE
-        process = subprocess.Popen(self._command(arguments), stdin=pipe, stdout=pipe, stderr=pipe,
-                                   text=True)
+        process = subprocess.Popen(command, stdin=pipe, stdout=pipe, stderr=pipe, text=True)
         self._processes.append(process)
         return process
 

@@ -15,6 +15,7 @@ ARGUMENTS = {
     "sfdisk": [r"-d /dev/sda", r"-q -L -uM /dev/sda"],
     "mkfs.xfs": [r"-L (?P<label>\w+) -f -l lazy-count=0 (?P<node>/dev/sda\d)"],
     "fsck.ext3": [r"-C (?P<pipe>\d+) -p /dev/sda\d"],
+    "xfs_repair": [r"(-n )?/dev/sda\d"],
     "hdparm": [r"-(S24|S0|y) /dev/sda"],
     "mount": [r"-t xfs (?P<node>/dev/sda\d) (?P<directory>/dvr(/data)?)(?P<options> -o prjquota)?"],
 }
@@ -44,7 +45,7 @@ def write_table():
 
 def make_xfs(label, node):
     with open(f"{STATE}{node}", "r+b") as file:
-        file.write(b"XFSB")
+        file.write(b"XFSB".ljust(131072, b"\0"))  # the tool wipes what was there
         file.seek(108)
         file.write(label.encode().ljust(12, b"\0"))
 
@@ -54,6 +55,11 @@ def check(pipe):
         progress.write("3 50 100\n")
         progress.flush()
         wait_at_gate()
+
+
+def repair():
+    print("Phase 1 - find and verify superblock...\nPhase 4 - check for duplicate blocks...",
+          file=sys.stderr, flush=True)
 
 
 def wait_at_gate():
@@ -67,6 +73,9 @@ def run(found):
     """The tool's work; its exit status."""
     if NAME == "fsck.ext3":
         check(found["pipe"])
+    elif NAME == "xfs_repair":
+        repair()
+        wait_at_gate()
     elif NAME != "sfdisk":
         wait_at_gate()
     failure = f"{STATE}/fail-{NAME}"

@@ -13,9 +13,14 @@ def section(text, title):
     return found[1].splitlines() if found else []
 
 
+def usage(text):
+    """The usage, on one line."""
+    return re.sub(r"\n +", " ", text.split("\n\n", 1)[0])
+
+
 def commands(text):
     """The commands of a page, without their arguments."""
-    words = r"  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: [][A-Z.]+)*  "
+    words = r"  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: --)?(?: [][A-Z.]+)*  "
     return [re.match(words, line)[1] for line in section(text, "Commands")]
 
 

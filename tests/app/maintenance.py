@@ -2,9 +2,13 @@
 """Stand-ins for the daemons of service staff, in the root of a BootPartition."""
 
 TOOLS = {
-    "getty": "echo \"$0 $*\" >/state/getty.new; mv /state/getty.new /state/getty",
-    "killall": "echo \"killall $*\" >>/state/log",
-    "syslogd": "echo \"$0 $*\" >>/state/log"}
+    "getty": "echo \"$0 $*\" >/state/getty.new; mv /state/getty.new /state/getty\n"
+             "exec tail -f /dev/null",
+    "killall": "echo \"killall $*\" >>/state/log; pkill -x $1; :",
+    # The daemon is this script, too, and has its name. It waits for ever.
+    "syslogd": "echo \"$0 $*\" >>/state/log\n"
+               "mkfifo /state/log.pipe 2>&- || :\n"
+               "{ read -r nothing <>/state/log.pipe; } <&- >&- 2>&- &"}
 
 # $1 nodes below /dev, $2 a file of the state to be waited for; then the command line.
 PREPARE = r"""

@@ -17,8 +17,8 @@ def test_info_as_text(fake_drive):
     run = fake_drive.formatted().run("drive", "info")
     assert run.returncode == 0, run
     assert "Device:    /dev/sda\nModel:     FAKE\\x1bDRIVE\nSerial:    SERIAL-1\n" in run.stdout
-    assert "Capacity:  1.0 GB (1073741824 bytes)\nStatus:    ready\n" in run.stdout
-    assert "  0  /dev/sda1   268 MB     type 83  xfs      DVRStorage    not mounted\n" in run.stdout
+    assert "Capacity:  1024 MiB (1073741824 bytes)\nStatus:    ready\n" in run.stdout
+    assert "  0  /dev/sda1   256 MiB    type 83  xfs      DVRStorage    not mounted\n" in run.stdout
 
 
 def test_info_as_json(fake_drive):
@@ -26,12 +26,15 @@ def test_info_as_json(fake_drive):
     assert document(run) == {
         "command": "drive info", "device": "/dev/sda", "model": "FAKE\x1bDRIVE",
         "serial": "SERIAL-1", "capacity": 1 << 30, "status": "ready", "progress": 100,
-        "totalMiB": 0, "freeMiB": 0, "blockSize": 0,
+        "totalMiB": 0, "freeMiB": 0, "blockSize": 0, "recordings": "/dvr/data",
+        "problem": None, "holder": None,
+        "storage": {"device": "/dev/sda1", "mountpoint": None, "size": 256 << 20, "free": None},
+        "data": {"device": "/dev/sda2", "mountpoint": None, "size": 512 << 20, "free": None},
         "partitions": [
             {"index": 0, "path": "/dev/sda1", "capacity": 256 << 20, "type": 0x83,
-             "filesystem": "xfs", "label": "DVRStorage", "mountpoint": None},
+             "filesystem": "xfs", "label": "DVRStorage", "filesystemSize": 0, "mountpoint": None},
             {"index": 1, "path": "/dev/sda2", "capacity": 512 << 20, "type": 0x83,
-             "filesystem": "xfs", "label": "DVRData", "mountpoint": None}]}
+             "filesystem": "xfs", "label": "DVRData", "filesystemSize": 0, "mountpoint": None}]}
 
 
 def test_blank_drive_becomes_a_started_one_in_one_process(fake_drive):
@@ -40,7 +43,8 @@ def test_blank_drive_becomes_a_started_one_in_one_process(fake_drive):
     assert run.returncode == 0, run
     assert "format: ready 100 %\nThe drive is formatted.\n" in run.stdout
     assert "start: started 100 %\nThe drive is started.\n" in run.stdout
-    assert "MiB free of" in run.stdout
+    assert "Storage:   /dvr, " in run.stdout and "Data:      /dvr/data, " in run.stdout
+    assert "Record to: /dvr/data\n" in run.stdout
     assert "The drive is stopped.\n" in run.stdout
     assert "Status:    ready" in run.stdout.split("stopped")[1]
     assert fake_drive.calls() == [
@@ -77,14 +81,30 @@ def test_partition_without_terminal_or_yes_touches_nothing(fake_drive):
     assert not (fake_drive.state / "log").exists()
 
 
+def test_sizes_with_units_and_shares(fake_drive):
+    for words, table in [(["300M", "rest"], "300\n724\n"), (["50%", "25%"], "512\n256\n"),
+                         (["1G"], "1024\n")]:
+        run = fake_drive.run("drive", "partition", "--yes", *words)
+        assert run.returncode == 0, run
+        assert (fake_drive.state / "table").read_text() == table
+
+
+def test_bad_sizes_are_misuse(fake_drive):
+    for word in ["0", "M", "1K", "1.5G", "0%", "101%", "-5", "3G3", "4000000000", "4096T", ""]:
+        run = fake_drive.run("drive", "partition", "--yes", "--", word)
+        assert run.returncode == 2 and f"bad size '{word}'" in run.stderr, run
+    assert not fake_drive.calls()
+
+
 def test_partition_that_does_not_fit_touches_nothing(fake_drive):
     run = fake_drive.run("drive", "partition", "--yes", "1000", "25")
-    assert run.returncode == 1 and "has 1024 MB" in run.stderr, run
+    assert run.returncode == 1 and "has 1024 MiB" in run.stderr, run
     assert not fake_drive.calls()
 
 
 def test_failed_partitioning(fake_drive):
-    fake_drive.fail("sfdisk")
+    tool = fake_drive.state / "tools/sfdisk"
+    tool.write_text(tool.read_text().replace("        write_table()", "        sys.exit(1)"))
     run = fake_drive.run("--json", "drive", "partition", "--yes", "100")
     assert run.returncode == 1
     assert "could not be written" in document(run)["error"]
@@ -123,8 +143,8 @@ def test_failure_on_the_data_partition_does_not_end_the_format_early(fake_drive)
     assert any(line.startswith("format: error") for line in lines)
     release()
     assert list(lines) == ["format: ready 100 %\n"]
-    assert "data partition could not be formatted; the storage partition is ready" in (
-        format_run.stderr.read())
+    assert ("data partition could not be formatted: /dev/sda2 can't be formatted: mkfs.xfs: exit "
+            "status 1; the storage partition is ready") in format_run.stderr.read()
     assert format_run.wait(60) == 1
     assert fake_drive.calls() == FORMAT
 
@@ -135,7 +155,8 @@ def test_status_tells_the_next_step(fake_drive):
     fake_drive.table([256, 512])
     assert fake_drive.run("drive", "status").stdout == (
         "Status:    not-formatted; 'drive format' comes next\n")
-    assert fake_drive.formatted().run("drive", "status").stdout == "Status:    ready\n"
+    assert fake_drive.formatted().run("drive", "status").stdout == (
+        "Status:    ready\nStorage:   256 MiB, not mounted\nData:      512 MiB, not mounted\n")
 
 
 def test_start_needs_a_format(fake_drive):
@@ -149,7 +170,8 @@ def test_failed_start(fake_drive):
     run = fake_drive.run("--json", "shell", "-e", "drive start; drive status")
     result = document(run)  # the status is not asked for any more
     assert run.returncode == 1 and result["status"] == "error"
-    assert "could not be mounted" in result["error"]
+    assert result["error"] == (
+        "the drive could not be started: /dev/sda1 can't be mounted: mount: exit status 32")
 
 
 def test_a_started_drive_refuses_what_would_destroy_it(fake_drive):
@@ -159,9 +181,31 @@ def test_a_started_drive_refuses_what_would_destroy_it(fake_drive):
     assert not any(call.startswith(("mkfs", "sfdisk")) for call in fake_drive.calls())
 
 
+def test_looking_beside_a_recording_changes_nothing(fake_drive):
+    """Another process looks while a started drive is written to."""
+    recorder = fake_drive.formatted().start("shell")
+    recorder.stdin.write("drive start\nrun 'echo begun >/dvr/data/film; ls /dvr/data'\n")
+    recorder.stdin.flush()
+    assert any(line == "film\n" for line in iter(recorder.stdout.readline, ""))
+    before = fake_drive.calls()
+    for words in ["info", "status", "watch"]:
+        run = fake_drive.join(recorder, "--json", "drive", words)
+        assert run.returncode == 0, run
+        answer = document(run)
+        assert answer["status"] == "started" and answer["recordings"] == "/dvr/data"
+        assert answer["data"]["mountpoint"] == "/dvr/data" and answer["data"]["free"] > 0
+        assert answer["storage"]["mountpoint"] == "/dvr" and answer["storage"]["size"] > 0
+    assert fake_drive.calls() == before
+    recorder.stdin.write("run 'cat /dvr/data/film'\ndrive stop\n")
+    recorder.stdin.close()
+    assert recorder.stdout.read() == "begun\nThe drive is stopped.\n"
+    assert recorder.wait(60) == 0
+
+
 def test_stop_needs_a_start(fake_drive):
     run = fake_drive.formatted().run("drive", "stop")
-    assert run.returncode == 1 and "not started (status ready)" in run.stderr
+    assert run.returncode == 1 and "the drive is not started" in run.stderr
+    assert not fake_drive.calls()
 
 
 def test_watch_follows_work_left_alone(fake_drive):
@@ -182,7 +226,7 @@ def test_watch_follows_work_left_alone(fake_drive):
 def test_busy_drive_is_left_alone(fake_drive):
     release = fake_drive.formatted().hold("mkfs.xfs")
     shell = fake_drive.start("shell")
-    shell.stdin.write("drive format --yes --no-wait\ndrive status\ndrive info\n")
+    shell.stdin.write("drive format --yes --no-wait\ndrive status\ndrive spin-up\n")
     shell.stdin.close()
     assert "'drive watch' follows it" in shell.stdout.readline()
     assert shell.stdout.readline() == "Status:    formatting, 90 %\n"
@@ -209,15 +253,33 @@ def test_check(fake_drive):
     assert run.returncode == 1 and "a second check tells" in run.stderr
 
 
+def test_check_of_xfs(fake_drive):
+    fake_drive.formatted()
+    run = fake_drive.run("--json", "drive", "check", "1")
+    assert run.returncode == 0 and document(run)["path"] == "/dev/sda2", run
+    assert fake_drive.run("drive", "check", "--repair", "0").stdout.endswith(
+        "/dev/sda1 is checked, and what was wrong is repaired.\n")
+    assert fake_drive.calls() == ["xfs_repair -n /dev/sda2", "xfs_repair /dev/sda1"]
+
+
+def test_check_of_xfs_that_finds_errors(fake_drive):
+    fake_drive.formatted()
+    for status, words, reason in [(1, [], "has errors; 'drive check --repair' repairs them"),
+                                  (2, ["--repair"], "changes in its log"),
+                                  (4, [], "xfs_repair: exit status 4, \"Phase 1")]:
+        fake_drive.fail("xfs_repair", status)
+        run = fake_drive.run("drive", "check", "0", *words)
+        assert run.returncode == 1 and reason in run.stderr, run
+
+
 def test_check_refusals(fake_drive):
     fake_drive.formatted()
-    for argument, reason in [("2", "the drive has 2"), ("/dev/sda9", "no partition '/dev/sda9'"),
-                             ("0", "only ext2/ext3")]:
+    for argument, reason in [("2", "the drive has 2"), ("/dev/sda9", "no partition '/dev/sda9'")]:
         run = fake_drive.run("drive", "check", argument)
         assert run.returncode == 1 and reason in run.stderr, run
     run = fake_drive.run("shell", "-e", "drive start; drive check 0")
-    assert run.returncode == 1 and "is mounted" in run.stderr
-    assert not any(call.startswith("fsck") for call in fake_drive.calls())
+    assert run.returncode == 1 and "is mounted on /dvr and can't be checked" in run.stderr
+    assert not any(call.startswith(("fsck", "xfs_repair")) for call in fake_drive.calls())
 
 
 def test_spinning(fake_drive):
@@ -236,5 +298,5 @@ def test_reader_that_goes_away_does_not_break_a_format(fake_drive):
     shell.stdout.close()
     release()
     assert shell.wait(60) == 1
-    assert "Broken pipe" in shell.stderr.read()
+    assert shell.stderr.read() == ""
     assert fake_drive.calls() == FORMAT

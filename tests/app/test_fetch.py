@@ -5,7 +5,9 @@ import array
 import fcntl
 import json
 import os
+import pathlib
 import random
+import re
 import signal
 import stat
 import subprocess
@@ -13,6 +15,7 @@ import termios
 import threading
 import time
 
+import fakedrive
 import pytest
 
 from httpserver import TIMEOUT, refused_port, reply
@@ -81,22 +84,26 @@ def scripts(server):
     """URL, exit status, and what standard error says."""
     port = refused_port()
     return [
-        (f"http://127.0.0.1:{port}/", REFUSED, "could not be opened"),
-        ("http://no.such.host.invalid/", REFUSED, "could not be opened"),
-        (server.add("silent"), REFUSED, "could not be opened"),
-        (server.add("reset", "reset"), REFUSED, "could not be opened"),
-        (server.add("absent", reply(BODY, 1000, "404 Not Found")), REFUSED, "could not be"),
-        (server.add("moved", reply(status="302 Found", Location="/")), REFUSED, "could not be"),
-        (server.add("part", reply(BODY, 1000, "206 Partial Content")), REFUSED, "could not be"),
-        (server.add("half-header", b"HTTP/1.0 200 OK\r\nContent-"), REFUSED, "could not be"),
-        (server.add("no-http", b"\0\r\n" * 100), REFUSED, "could not be"),
-        (server.add("endless-header", b"x" * 5000), REFUSED, "could not be"),
-        (server.add("cut", reply(BODY, 1001)), BROKEN, "broke off after 1000 of 1001 bytes"),
-        (server.add("bodiless", reply(b"", 1)), BROKEN, "broke off after 0 of 1 byte"),
-        (server.add("reset-body", reply(BODY, 5000), "reset"), BROKEN, "of 5000 bytes"),
+        (f"http://127.0.0.1:{port}/", REFUSED, "/': connection refused"),
+        (server.add("silent"), REFUSED, "the server closed the connection before the end of"),
+        (server.add("reset", "reset"), REFUSED, "the connection broke: Connection reset by peer"),
+        (server.add("absent", reply(BODY, 1000, "404 Not Found")), REFUSED, "': 404 Not Found\n"),
+        (server.add("unnamed", reply(status="500 ")), REFUSED, "': status 500\n"),
+        (server.add("hostile", reply(status="500 \x1b[2J")), REFUSED, "': 500 \\x1b[2J\n"),
+        (server.add("moved", reply(status="302 Found", Location="/")), REFUSED, "': 302 Found"),
+        (server.add("part", reply(BODY, 1000, "206 Partial Content")), REFUSED, "': 206 Partial"),
+        (server.add("half-header", b"HTTP/1.0 200 OK\r\nContent-"), REFUSED, "closed the connection"),
+        (server.add("no-http", b"\0\r\n" * 100), REFUSED, "': not an HTTP reply\n"),
+        (server.add("endless-header", b"x" * 5000), REFUSED, "more than 1022 characters"),
+        (server.add("cut", reply(BODY, 1001)), BROKEN, "broke off after 1000 of 1001 bytes\n"),
+        (server.add("bodiless", reply(b"", 1)), BROKEN, "broke off after 0 of 1 byte\n"),
+        (server.add("reset-body", reply(BODY, 5000), "reset"), BROKEN,
+         "of 5000 bytes: the connection broke: Connection reset by peer"),
         (server.add("negative", reply(BODY, -1)), BROKEN, "broke off after 0 bytes"),
-        (server.add("huge", reply(BODY, 5000000000)), FAILED, "2 GiB or more can't be fetched"),
-        (server.add("limit", reply(BODY, 2147483647)), FAILED, "2 GiB or more can't be fetched"),
+        (server.add("huge", reply(BODY, 5000000000)), BROKEN, "1000 of 5000000000 bytes"),
+        (server.add("limit", reply(BODY, 2147483647)), BROKEN, "1000 of 2147483647 bytes"),
+        (server.add("cut-length", f"HTTP/1.0 200 OK\r\ncontent-length: {2 ** 31}\r\n\r\n".encode()),
+         FAILED, "2 GiB or more"),
     ]
 
 
@@ -106,6 +113,28 @@ def test_failures(kestrova, scripted, folder):
         assert run.returncode == status and message in run.stderr, run
         assert run.stdout == "" and run.stderr.count("\n") == 1, run
         assert os.listdir(folder) == [], url
+
+
+def in_mount_namespace(script, *arguments):
+    """What a shell script prints that may mount what it likes."""
+    if os.geteuid() != 0 or subprocess.run(["unshare", "-m", "true"], check=False).returncode:
+        pytest.skip("needs root and a mount namespace of its own")
+    return subprocess.run(["unshare", "-m", "sh", "-c", script, "sh", *map(str, arguments)],
+                          capture_output=True, text=True, timeout=TIMEOUT, check=False)
+
+
+def test_an_unknown_host(command, tmp_path):
+    (tmp_path / "nsswitch.conf").write_text("hosts: files\n")
+    run = in_mount_namespace('mount --bind "$1" /etc/nsswitch.conf && exec "$2" fetch "$3"',
+                             tmp_path / "nsswitch.conf", command, "http://no.such.host/a")
+    assert run.returncode == REFUSED
+    assert run.stderr == "kestrova: fetch: 'http://no.such.host/a': unknown host\n"
+
+
+def test_a_length_in_another_spelling(kestrova, scripted):
+    header = f"HTTP/1.0 200 OK\r\ncontent-LENGTH: {len(BODY) + 1}\r\n\r\n".encode()
+    run = kestrova("fetch", scripted.add("document", header, BODY), text=False, input=b"")
+    assert run.returncode == BROKEN and b"1000 of 1001 bytes" in run.stderr
 
 
 def test_a_failure_leaves_the_older_file(kestrova, scripted, folder):
@@ -150,11 +179,7 @@ def test_a_full_output(kestrova, documents):
 
 def test_a_full_disk(command, documents, folder):
     script = 'mount -t tmpfs -o size=64k full "$1"; "$2" fetch "$3" -o "$1/f"; echo $?; ls -A "$1"'
-    if os.geteuid() != 0 or subprocess.run(["unshare", "-m", "true"], check=False).returncode:
-        pytest.skip("a small disk needs root and a mount namespace of its own")
-    run = subprocess.run(["unshare", "-m", "sh", "-c", script, "sh", folder, command,
-                          documents.add("document", BODY * 100)],
-                         capture_output=True, text=True, timeout=TIMEOUT, check=False)
+    run = in_mount_namespace(script, folder, command, documents.add("document", BODY * 100))
     assert run.stdout == "1\n"  # the status, and no file
     assert f"'{folder}/f': No space left on device" in run.stderr
 
@@ -164,7 +189,25 @@ def test_a_reader_that_has_gone_ends_it(start, scripted):
     assert process.stdout.read(1000) == BODY
     process.stdout.close()
     assert process.wait(TIMEOUT) == FAILED and scripted.client_went()
-    assert b"standard output: Broken pipe" in process.stderr.read()
+    assert process.stderr.read() == b""
+
+
+def test_a_reader_that_wants_the_beginning_only(command, documents):
+    url = documents.add("document", b"first\n" + BODY * 1000)
+    run = subprocess.run(["bash", "-c", '"$0" fetch "$1" | head -1', command, url],
+                         capture_output=True, text=True, timeout=TIMEOUT, check=False)
+    assert (run.stdout, run.stderr) == ("first\n", "")
+
+
+def test_a_dash_is_standard_output(kestrova, documents, folder):
+    url = documents.add("document", BODY)
+    run = kestrova("fetch", url, "-o", "-", text=False, input=b"", cwd=folder)
+    assert (run.returncode, run.stdout, run.stderr) == (0, BODY, b"")
+    assert os.listdir(folder) == []
+    run = kestrova("fetch", url, "-o", "./-", cwd=folder)
+    assert run.returncode == 0 and os.listdir(folder) == ["-"]
+    run = kestrova("--json", "fetch", url, "-o", "-")
+    assert run.returncode == MISUSED and "-o FILE" in json.loads(run.stdout)["error"]
 
 
 def cancel(process):
@@ -187,6 +230,44 @@ def test_ctrl_c_within_the_body(start, scripted, folder):
     assert "file" not in os.listdir(folder)
     assert "cancelled after 1000 bytes" in cancel(process)
     assert scripted.client_went() and os.listdir(folder) == []
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP])
+def test_the_end_of_the_process_leaves_no_file(start, scripted, folder, number):
+    process = start("fetch", scripted.add("stalled", reply(BODY, 2000), "wait"), "-o",
+                    folder / "file")
+    wait_for(lambda: any(path.stat().st_size == 1000 for path in folder.iterdir()))
+    process.send_signal(number)
+    assert process.wait(TIMEOUT) == CANCELLED
+    assert scripted.client_went() and os.listdir(folder) == []
+
+
+def test_a_process_that_is_stopped_goes_on_later(start, scripted, folder):
+    go = threading.Event()
+    url = scripted.add("document", reply(BODY[:500], 1000), go, BODY[500:])
+    process = start("fetch", url, "-o", folder / "file")
+    status = pathlib.Path(f"/proc/{process.pid}/status")
+    wait_for(lambda: any(path.stat().st_size == 500 for path in folder.iterdir()))
+    for _ in range(10):
+        process.send_signal(signal.SIGSTOP)
+        wait_for(lambda: "\nState:\tT" in status.read_text())
+        process.send_signal(signal.SIGCONT)
+    go.set()
+    assert process.wait(TIMEOUT) == 0 and (folder / "file").read_bytes() == BODY
+
+
+def test_an_ignored_signal_stays_ignored(command, scripted, folder):
+    go = threading.Event()
+    url = scripted.add("document", reply(BODY[:500], 1000), go, BODY[500:])
+    with subprocess.Popen(["nohup", command, "fetch", url, "-o", folder / "file"],
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE) as process:
+        wait_for(lambda: any(path.stat().st_size == 500 for path in folder.iterdir()))
+        process.send_signal(signal.SIGHUP)
+        go.set()
+        errors = process.communicate(timeout=TIMEOUT)[1]
+    assert process.returncode == 0, errors
+    assert (folder / "file").read_bytes() == BODY
 
 
 def test_ctrl_c_while_the_reader_is_slow(start, scripted):
@@ -214,11 +295,12 @@ def test_progress(terminal, scripted, folder):
     go = threading.Event()
     url = scripted.add("document", reply(BODY[:500], 1000), go, BODY[500:])
     fetch = terminal("fetch", url, "-o", folder / "file")
-    fetch.expect(r"\rfetch \[#{10}-{10}\]  50 % 500 bytes of 1\.0 kB, [0-9.]+ \w+/s, "
+    fetch.expect(r"\rfetch \[#+-+\]  50 % 500 bytes of 1000 bytes, [0-9.]+ \w+/s, "
                  r"\d+:\d\d:\d\d left\x1b\[K")
-    fetch.expect(r"50 % 500 bytes of 1\.0 kB, 0 bytes/s, stalled\x1b\[K")
+    fetch.expect(r"50 % 500 bytes of 1000 bytes, 0 bytes/s, stalled\x1b\[K")
     go.set()
-    fetch.expect(r"\rfetch \[#{20}\] 100 % 1\.0 kB of 1\.0 kB, [0-9.]+ \w+/s\x1b\[K\n"
+    fetch.expect(r"\rfetch \[#+\] 100 % 1000 bytes of 1000 bytes, [0-9.]+ \w+/s, "
+                 r"in \d+:\d\d:\d\d\x1b\[K\n"
                  r".*/file: 1000 bytes\n")
     assert fetch.end() == 0 and (folder / "file").read_bytes() == BODY
 
@@ -226,9 +308,30 @@ def test_progress(terminal, scripted, folder):
 def test_progress_without_a_length(terminal, scripted, folder):
     go = threading.Event()
     fetch = terminal("fetch", scripted.add("document", reply(BODY), go), "-o", folder / "file")
-    fetch.expect(r"\rfetch 1\.0 kB, [0-9.]+ \w+/s\x1b\[K")
+    fetch.expect(r"\rfetch 1000 bytes, [0-9.]+ \w+/s, 0:00:0\d\x1b\[K")
     go.set()
     assert fetch.end() == 0 and "%" not in fetch.text
+
+
+@pytest.mark.parametrize("columns", [1, 10, 17, 25, 40, 60])
+def test_progress_stays_on_one_line(command, scripted, folder, columns):
+    go = threading.Event()
+    url = scripted.add("document", reply(BODY[:500], 1000), go, BODY[500:])
+    fetch = fakedrive.Terminal(["sh", "-c", f'stty cols {columns}; exec "$@"', "sh", str(command),
+                                "fetch", url, "-o", str(folder / "file")],
+                               fakedrive.plain_screen())
+    try:
+        fetch.expect(r"\x1b\[K")
+        go.set()
+        assert fetch.end() == 0
+    finally:
+        fetch.close()
+    lines = re.findall(r"\r([^\r\x1b]*)\x1b\[K", fetch.text)
+    assert max(map(len, lines)) <= columns - 1
+    # Nothing is cut that fits whole.
+    assert lines[-1] in ["", "fetch 100", "fetch 100 %", "fetch 100 % 1000 bytes of 1000 bytes"] \
+        or re.fullmatch(r"fetch 100 % 1000 bytes of 1000 bytes(, [0-9.]+ \w+/s(, in 0:00:\d\d)?)?",
+                        lines[-1])
 
 
 def test_ctrl_c_at_a_terminal(terminal, scripted, folder):
@@ -272,12 +375,13 @@ def test_a_script_ends_at_a_cancelled_fetch(start, scripted, folder):
 
 def test_json(kestrova, scripted, folder):
     file = str(folder / "file")
-    cases = [("whole", reply(BODY, 1000), 0, 1000, 1000, "done"),
-             ("unknown", reply(BODY), 0, 1000, 0, "done"),
-             ("cut", reply(BODY, 2000), BROKEN, 1000, 2000, "broken"),
-             ("huge", reply(BODY, 5000000000), FAILED, 0, 0, "failed"),
-             ("absent", reply(status="404 x"), REFUSED, 0, 0, "refused")]
-    for name, answer, status, received, length, outcome in cases:
+    cases = [("whole", reply(BODY, 1000), 0, 1000, 1000, "done", "", 200),
+             ("unknown", reply(BODY), 0, 1000, 0, "done", "", 200),
+             ("cut", reply(BODY, 2000), BROKEN, 1000, 2000, "broken", "", 200),
+             ("huge", reply(BODY, 5000000000), BROKEN, 1000, 5000000000, "broken", "", 200),
+             ("absent", reply(status="404 x"), REFUSED, 0, 0, "refused", "404 x", 404),
+             ("none", b"none\r\n", REFUSED, 0, 0, "refused", "not an HTTP reply", 0)]
+    for name, answer, status, received, length, outcome, reason, http_status in cases:
         url = scripted.add(name, answer)
         run = kestrova("--json", "fetch", url, "-o", file)
         assert run.returncode == status
@@ -285,7 +389,8 @@ def test_json(kestrova, scripted, folder):
         assert ("error" in result) == (status != 0)
         result.pop("error", None)
         assert result == {"command": "fetch", "url": url, "file": file, "bytes": received,
-                          "length": length, "outcome": outcome}
+                          "length": length, "outcome": outcome, "reason": reason,
+                          "httpStatus": http_status}
 
 
 def test_json_and_a_document_do_not_share_the_output(kestrova, scripted):

@@ -8,7 +8,7 @@ import pytest
 import helppages
 
 COMMANDS = ["table", "drive info", "drive status", "drive partition", "drive format",
-            "drive start", "drive stop", "drive watch", "drive check", "drive spin-down",
+            "drive start", "drive stop", "drive with", "drive watch", "drive check", "drive spin-down",
             "drive spin-up", "vars list", "vars get", "vars get-binary", "vars set",
             "vars set-binary", "vars clear", "vars verify", "fetch", "fetch-all", "run",
             "serial count", "serial login", "syslog show", "syslog set", "syslog clear",
@@ -35,7 +35,8 @@ def test_each_page_has_the_same_form(kestrova, name):
     """Usage, purpose, perhaps details and own options, options, exit statuses, example."""
     text = kestrova(*name.split(), "--help").stdout
     usage, purpose, rest = text.split("\n\n", 2)
-    assert re.fullmatch(rf"Usage: kestrova \[OPTION\.\.\.\] ?{name}( [][A-Z.]+)*", usage)
+    assert re.fullmatch(rf"Usage: kestrova \[OPTION\.\.\.\] ?{name}"
+                        r"( \[--?[\w-]+( [A-Z]+)?\])*( --)?( [][A-Z.]+)*", helppages.usage(usage))
     assert re.match(r"[A-Z].*\.$", purpose, re.S)
     titles = re.findall(r"^(\w.*):$", rest, re.M)
     assert [title for title in titles if title not in ["Commands", "Options of this command"]] == [
@@ -78,6 +79,18 @@ def test_start_says_what_happens_to_the_mounts(kestrova):
 def test_options_of_a_command_are_in_its_help_only(kestrova):
     assert "--yes" in kestrova("drive", "format", "--help").stdout
     assert "--yes" not in kestrova("drive", "stop", "--help").stdout.split("Options")[1]
+
+
+@pytest.mark.parametrize("name", COMMANDS)
+def test_usage_shows_the_options_of_the_command(kestrova, name):
+    text = kestrova(*name.split(), "--help").stdout
+    shown = re.findall(r"\[(--?[\w-]+)( [A-Z]+)?\]", helppages.usage(text))
+    own = helppages.own_options(text)
+    assert {option: bool(value) for option, value in shown}.items() <= own.items()
+    # One name of each, the long one if there is one.
+    listed = helppages.section(text, "Options of this command")
+    assert len(shown) == len(listed)
+    assert sum(option.startswith("--") for option, _ in shown) == sum("--" in line[:10] for line in listed)
 
 
 def test_version(kestrova):

@@ -45,6 +45,29 @@ def test_serial_login_without_port_or_getty(maintain):
     assert run.returncode == 1 and "'/sbin/getty': No such file" in run.stderr
 
 
+@pytest.mark.parametrize("text,how", [
+    ("exit 3", "with exit status 3"), ("exit 0", "with exit status 0"),
+    ("kill -9 $$", "by signal 9")])
+def test_serial_login_that_ends_at_once(maintain, text, how):
+    (maintain.partition.state / "tools" / "getty").write_text(f"#!/bin/sh\n{text}\n")
+    run = maintain("serial", "login", "0", nodes="ttyS0")
+    assert run.returncode == 1
+    assert run.stderr == f"kestrova: serial login: the login prompt has ended at once, {how}\n"
+
+
+def test_serial_login_that_cannot_be_executed(maintain):
+    (maintain.partition.state / "tools" / "getty").write_text("#!/absent\n")
+    run = maintain("serial", "login", "0", nodes="ttyS0")
+    assert run.returncode == 1 and "the login prompt has ended at once" in run.stderr
+
+
+def test_serial_login_outlives_the_command(maintain):
+    """It belongs to the first process then."""
+    run = maintain("shell", "-e", "serial login 0; serial login 1; run 'pgrep -c -x tail'",
+                   nodes="ttyS0 ttyS1")
+    assert (run.returncode, run.stdout, run.stderr) == (0, "2\n", "")
+
+
 def test_syslog_set_show_clear(maintain):
     store(maintain, record(b"a", b"1"))
     assert answer(maintain("--json", "syslog", "set", "192.168.200.1")) == {
@@ -100,6 +123,39 @@ def test_apply(maintain):
     assert answer(maintain("--json", "syslog", "apply"))["address"] is None
     assert log(maintain) == ["killall syslogd", "/sbin/syslogd -C -R 10.0.0.7",
                              "killall syslogd", "/sbin/syslogd -C"]
+
+
+def test_apply_when_the_daemon_does_not_start(maintain):
+    """As today's syslogd, which does not know -C."""
+    store(maintain, record(b"syslog", b"10.0.0.7"))
+    (maintain.partition.state / "tools" / "syslogd").write_text("#!/bin/sh\nexit 1\n")
+    run = maintain("syslog", "apply")
+    assert run.returncode == 1 and run.stderr == (
+        "kestrova: syslog apply: the log daemon did not start: '/sbin/syslogd -C -R 10.0.0.7' tells"
+        " why; none runs now\n")
+    assert answer(maintain("--json", "syslog", "apply"), 1)["error"]
+
+
+def test_apply_when_the_daemon_dies_at_once(maintain):
+    (maintain.partition.state / "tools" / "syslogd").write_text("#!/bin/sh\n(sleep .05) &\n")
+    store(maintain)
+    run = maintain("syslog", "apply")
+    assert run.returncode == 1 and "the log daemon did not start" in run.stderr
+
+
+def test_apply_when_the_old_daemon_stays(maintain):
+    store(maintain)
+    script = "syslog apply; run 'echo \"#!/bin/sh\" >/usr/sbin/syslogd'; " \
+             "run 'echo : >/usr/sbin/killall'; syslog apply"
+    run = maintain("shell", "-e", script)
+    assert run.returncode == 1 and "tells why; the one before still runs" in run.stderr
+
+
+def test_the_daemon_can_be_ended(maintain):
+    """It has not inherited that the command blocks signals."""
+    store(maintain)
+    run = maintain("shell", "-e", "syslog apply; run 'grep SigBlk /proc/$(pgrep -x syslogd)/status'")
+    assert run.returncode == 0 and run.stdout.split() == ["SigBlk:", "0" * 16]
 
 
 def test_apply_without_daemon(maintain):

@@ -76,7 +76,7 @@ def test_output_that_nobody_reads_any_more(command):
         process.stdout.close()
         error = process.stderr.read()
         assert process.wait(60) == 128 + signal.SIGPIPE
-    assert b"standard output: Broken pipe" in error
+    assert error == b""
 
 
 def test_waits_for_who_keeps_the_output(command, tmp_path):

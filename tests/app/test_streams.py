@@ -40,12 +40,12 @@ def test_full_output_is_a_failure(kestrova):
     assert run.returncode == 1 and "standard output: No space left" in run.stderr
 
 
-def test_broken_pipe_is_a_failure(kestrova):
+def test_a_reader_that_has_enough_is_no_news(kestrova):
     reader, writer = os.pipe()
     os.close(reader)
     run = kestrova("--version", stdout=writer)
     os.close(writer)
-    assert run.returncode == 1 and "standard output: Broken pipe" in run.stderr
+    assert (run.returncode, run.stderr) == (1, "")
 
 
 def test_nonblocking_output_is_written_whole(command):

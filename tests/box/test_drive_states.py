@@ -255,6 +255,46 @@ def test_init_unmounts_whatever_mounted_them(box, recorder):
     assert recorder.status() == ("ready", 100)
 
 
+def mount_thrice(box):
+    """The storage partition on two directories, and on a third under another name of its node."""
+    box.check("mkdir -p /mnt/a /mnt/b /mnt/c && mount -t xfs /dev/sda1 /mnt/a"
+              " && mount -t xfs /dev/sda1 /mnt/b && rm -f /tmp/alias && cp -a /dev/sda1 /tmp/alias"
+              " && mount -t xfs /tmp/alias /mnt/c && grep -q '^/tmp/alias /mnt/c ' /proc/mounts")
+
+
+def storage_mounts(box):
+    return box.check("grep -cE '^(/dev/sda1|/tmp/alias) ' /proc/mounts || true")
+
+
+def test_init_unmounts_from_every_directory(box, recorder):
+    mount_thrice(box)
+    assert recorder.call("init") is True
+    assert storage_mounts(box) == "0"
+    assert recorder.status() == ("ready", 100)
+
+
+def test_a_format_unmounts_from_every_directory(box, recorder):
+    mount_thrice(box)
+    assert recorder.call("initialize") is True
+    assert recorder.finish() == "ready"
+    assert storage_mounts(box) == "0"
+
+
+def test_a_partition_that_is_busy_elsewhere_is_not_formatted(box, recorder):
+    mount_thrice(box)
+    box.check("echo kept >/mnt/a/file; sleep 600 </mnt/a/file & echo $! >/tmp/holder")
+    try:
+        assert recorder.call("initialize") is True
+        assert after_the_worker(recorder) == ("error", 100)
+        assert box.check("cat /mnt/a/file") == "kept"
+    finally:
+        box.check("kill $(cat /tmp/holder)")
+    assert recorder.call("init") is True
+    assert storage_mounts(box) == "0"
+    started(recorder)
+    assert box.check("cat /dvr/file; rm /dvr/file") == "kept"
+
+
 def test_start_takes_a_drive_that_others_have_mounted(box, recorder):
     box.check("mkdir -p /mnt/a && mount -t xfs /dev/sda1 /mnt/a")
     started(recorder)

@@ -45,7 +45,7 @@ def test_records_with_a_progress_display(box):
     assert shown.index("starting 100%") < shown.index("recording 1 of 3 MiB")
     assert "recording 3 of 3 MiB" in shown
     assert box.run("grep -q ^/dev/sda /proc/mounts").status == 1
-    box.check("mount -t xfs -o ro /dev/sda1 /mnt")
+    box.check("mount -t xfs -o ro /dev/sda2 /mnt")
     try:
         assert box.check("wc -c </mnt/film") == str(3 * MIB)
     finally:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tests/crash/scenarios.h"
 
-#include "base/crc32.h"
+#include "base/text/crc32.h"
 
 namespace crash {
 

@@ -35,23 +35,23 @@ WRITERS = {
 # Arguments that are no literal here, because the literal is at the caller's.
 PASSED_ON = {
     ("System/bootvarsmanager/softwarepartition.cpp", "failure"),    # of mountAs
-    ("base/tool.cpp", "command.mExecFailure"),                      # of a ToolCommand
-    ("base/file.cpp", "path"),                                      # nobody in the library asks
-    ("System/drivemanager/harddrive.cpp",                           # what sfdisk reads
-     "drivemanager::partitionScript(sizes).c_str()"),
+    ("base/process/childprocess.cpp", "settings.mFailureText"),     # of a ChildSettings
+    ("base/process/tool.cpp", '"%s"'),                              # of a ToolCommand
+    ("base/io/file.cpp", "path"),                                   # nobody in the library asks
 }
 
 # What writes by other means, the only places where that is done, and what is written there.
-OTHER_MEANS = re.compile(r"\b(?:writeConsole|kestrova_print_\w+|logCharacter|[fdv]printf|putchar)\("
+OTHER_MEANS = re.compile(r"\b(?:writeConsole|kestrova_print_\w+|beginMessageAt|logBytes|[fdv]printf|putchar)\("
                          r"|\bstd::c(?:out|err|log)\b|\bSTD(?:OUT|ERR)_FILENO, ")
 BY_OTHER_MEANS = {
     "System/BlockdevCfg.fmp.cpp": [(r'console << ("[^\\"]+")', "2 @")],
-    "System/drivemanager/partitionformat.cpp": [(r'logCharacter\(1, ()', "1" + NO_END)],
-    "base/childprocess.cpp": [],        # the child's perror
-    "base/console.cpp": [],             # what all of it ends in
-    "base/console.h": [],
-    "base/log.cpp": [(r'("%s:%d [^\n]*\\n")', "format")],
-    "base/log.h": [],
+    "System/bootvarsmanager/sysBootVarsManager.cpp": [],    # "Setting key %s %s" in pieces
+    "System/drivemanager/partitionformat.cpp": [(r'logBytes\(1, ()output', "1" + NO_END)],
+    "base/process/childprocess.cpp": [],        # the child's perror
+    "base/log/console.cpp": [],             # what all of it ends in
+    "base/log/console.h": [],
+    "base/log/log.cpp": [(r'("%s:%d [^\n]*\\n")', "format")],
+    "base/log/log.h": [],
     "base/stream.cpp": [],
 }
 
@@ -106,11 +106,10 @@ def told(text, way):
 
 def of_call(name, given, place):
     position, way = WRITERS[name]
-    text = literal(given[position])
-    if text is None:
-        assert (place, given[position]) in PASSED_ON, \
-            f"{place}: the text of {name}({given[position]}) is not known"
+    if (place, given[position]) in PASSED_ON:
         return []
+    text = literal(given[position])
+    assert text is not None, f"{place}: the text of {name}({given[position]}) is not known"
     kind, _, rest = way.partition(" ")
     if kind == "level":
         number, _, mark = rest.partition(" ")
@@ -131,17 +130,15 @@ def of_file(path):
     place = str(path.relative_to(ROOT))
     text = without_comments(path.read_text())
     found = []
-    if place not in ("base/log.cpp", "base/log.h", "base/childprocess.h"):
+    if place not in ("base/log/log.cpp", "base/log/log.h", "base/process/childprocess.h"):
         for match in re.finditer(r"(?<![\w:])((?:base::|std::|::)?\w+)\(", text):
             if match[1] in WRITERS and not re.search(r"\b(void|bool) $", text[:match.start()]):
                 found += of_call(match[1], arguments(text, match.end() - 1), place)
-    # What a tool's child says when the tool cannot be executed: the fourth of a ToolCommand.
-    for match in re.finditer(r"base::ToolCommand \w+(?:\([^)]*\))? (?:= |\{\s*(?:[^{}]*?)return )",
-                             text):
-        given = arguments(text, text.index("{", match.end()))
-        said = literal(given[3])
-        if said is not None:
-            found.append((said, "perror"))
+    # What the settings of a tool or of another child say: for perror, or for a message.
+    for field, way in (("mExecFailure", "perror"), ("mFailureText", "perror"),
+                       ("mStreamFailure", "1")):
+        found += [told(literal(piece), way)
+                  for piece in re.findall(rf"\.{field} = ({STRING.pattern})", text)]
     for pattern, way in BY_OTHER_MEANS.get(place, []):
         pieces = re.findall(pattern, text)
         assert pieces, f"{place}: no {pattern}"

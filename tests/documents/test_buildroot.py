@@ -41,10 +41,13 @@ BR2_i386 BR2_x86_64 BR2_arm BR2_TOOLCHAIN_USES_GLIBC BR2_TOOLCHAIN_GCC_AT_LEAST_
 BR2_INSTALL_LIBSTDCPP BR2_STATIC_LIBS BR2_ROOTFS_MERGED_USR BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS
 BR2_PACKAGE_E2FSPROGS BR2_PACKAGE_HDPARM BR2_PACKAGE_UTIL_LINUX BR2_PACKAGE_UTIL_LINUX_BINARIES
 BR2_PACKAGE_UTIL_LINUX_MOUNT BR2_PACKAGE_XFSPROGS BR2_HOST_CMAKE_AT_LEAST_3_25
+BR2_PACKAGE_BUSYBOX_SHOW_OTHERS BR2_TOOLCHAIN_HEADERS_AT_LEAST_5_9
 """.split()
 NEEDED = {"BR2_i386": 2, "BR2_TOOLCHAIN_USES_GLIBC": 2, "BR2_TOOLCHAIN_GCC_AT_LEAST_12": 2,
           "BR2_INSTALL_LIBSTDCPP": 2, "BR2_STATIC_LIBS": 0, "BR2_ROOTFS_MERGED_USR": 2,
-          "BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS": 2}
+          "BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS": 2, "BR2_TOOLCHAIN_HEADERS_AT_LEAST_5_9": 2}
+# What only the tools for the recording drive need.
+NEEDED_BY_DRIVE = ["BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS", "BR2_TOOLCHAIN_HEADERS_AT_LEAST_5_9"]
 
 
 @pytest.fixture
@@ -99,11 +102,33 @@ def test_the_buildroot_hooks_put_the_adapters_in_place(make, image, kind):
     assert not any((image / "sbin" / name).is_symlink() for name in recipes.ADAPTERS)
 
 
-def test_the_buildroot_hooks_leave_an_image_without_a_drive_alone(make, image):
-    before = sorted(image.rglob("*"))
+def test_the_buildroot_hooks_add_only_the_mount_points_without_a_drive(make, image):
+    before = set(image.rglob("*"))
     make(str(recipes.ROOT / ".installed"))
     make("rootfs")
-    assert sorted(image.rglob("*")) == before
+    assert set(image.rglob("*")) - before == {image / "dvr", image / "boot-sw"}
+    assert (image / "dvr").is_dir() and (image / "boot-sw").is_dir()
+
+
+KCONFIG_MACROS = r'''
+KCONFIG_ENABLE_OPT = printf '%s=y\n' $(1)
+KCONFIG_SET_OPT = printf '%s=%s\n' $(1) $(2)
+fixups: ; @$(call $(FIXUPS))
+'''
+
+
+@pytest.mark.parametrize("fixups, wanted", [
+    ("BUSYBOX", {"CONFIG_GETTY=y", "CONFIG_KILLALL=y", "CONFIG_SYSLOGD=y", "CONFIG_LOGREAD=y",
+                 "CONFIG_FEATURE_REMOTE_LOG=y", "CONFIG_FEATURE_IPC_SYSLOG=y",
+                 "CONFIG_FEATURE_IPC_SYSLOG_BUFFER_SIZE=16"}),
+    ("LINUX", {"CONFIG_BLK_DEV_SD=y", "CONFIG_MSDOS_PARTITION=y", "CONFIG_EXT4_FS=y",
+               "CONFIG_SYSVIPC=y", "CONFIG_BINFMT_SCRIPT=y", "CONFIG_XFS_FS=y",
+               "CONFIG_XFS_QUOTA=y", "CONFIG_XFS_SUPPORT_V4=y"})])
+def test_the_package_sets_what_the_library_needs_of_others(make, tmp_path, fixups, wanted):
+    with open(tmp_path / "Makefile", "a", encoding="ascii") as makefile:
+        makefile.write(KCONFIG_MACROS)
+    printed = make("fixups", f"FIXUPS=KESTROVA_SYSTEM_{fixups}_CONFIG_FIXUPS")
+    assert set(printed.split()) == wanted
 
 
 def test_buildroot_knows_the_licence_file():
@@ -159,7 +184,7 @@ def test_the_menu_offers_the_package_where_it_can_be_built(menu):
 
 
 @pytest.mark.parametrize("name", [name for name in NEEDED if name not in
-                                  ("BR2_i386", "BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS")])
+                                  ("BR2_i386", *NEEDED_BY_DRIVE)])
 def test_the_menu_says_what_is_missing(menu, name):
     menu.syms[name].set_value(2 - NEEDED[name])
     assert not offered(menu) and explained(menu)
@@ -180,6 +205,15 @@ def test_the_package_and_the_drive_select_their_tools(menu):
     tools = [name for name in BUILDROOT_SYMBOLS if name.startswith("BR2_PACKAGE_")]
     assert {menu.syms[name].str_value for name in tools} == {"y"}
     menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE"].set_value(0)
+    assert menu.syms["BR2_PACKAGE_XFSPROGS"].str_value == "n"
+
+
+@pytest.mark.parametrize("name", NEEDED_BY_DRIVE)
+def test_the_menu_offers_no_drive_tools_that_cannot_be_built(menu, name):
+    menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM"].set_value(2)
+    assert menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE"].visibility == 2
+    menu.syms[name].set_value(0)
+    assert menu.syms["BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE"].visibility == 0
     assert menu.syms["BR2_PACKAGE_XFSPROGS"].str_value == "n"
 
 

@@ -35,6 +35,17 @@ def test_no_message_is_explained_twice():
     assert len(documented_messages()) == len(set(documented_messages()))
 
 
+def test_a_table_headed_by_a_source_file_holds_the_messages_of_that_file():
+    sections = re.split(r"^##+ ", documents.read(OPERATING), flags=re.M)
+    headed = {match[1]: section for section in sections
+              if (match := re.match(r"`(System/bootvarsmanager/\w+\.cpp)`\n", section))}
+    assert len(headed) == 3
+    for place, section in headed.items():
+        texts = {span[1:-1] for cells in documents.rows(section)
+                 for span in documents.code_spans(cells[0]) if span.startswith('"')}
+        assert texts == {text for text, _ in messages.of_file(documents.ROOT / place)}, place
+
+
 def test_every_message_has_a_meaning_and_a_cure():
     for cells in documents.rows(documents.read(OPERATING)):
         if cells[0].startswith('`"') and cells[1] != "format":
@@ -47,7 +58,7 @@ def test_nothing_else_in_the_library_writes_to_the_console():
 
 def drive_statuses():
     header = documents.read(DRIVE + ".h")
-    body = re.search(r"enum Status \{(.*?)\};", header, re.S)[1]
+    body = re.search(r"enum Status : int \{(.*?)\};", header, re.S)[1]
     return dict(re.findall(r"^\s*(eSt\w+) = (\d+),", body, re.M))
 
 
@@ -107,8 +118,9 @@ def test_the_drawing_as_text_has_every_status():
 THREADS = "docs/threads.md"
 MAKES_THREAD = re.compile(r"\bpthread_create\(|\bstd::(?:j?thread|async)\b(?!::)")
 LOCK = re.compile(r"^\s*(?:mutable )?(?:std::(?:\w*mutex|condition_variable\w*)|sem_t"
-                  r"|pthread_(?:mutex|cond|rwlock|spinlock)_t) (\w+)", re.M)
-STARTS_CHILD = re.compile(r"(?<!:)::?_?[fF]ork\(\)|\b(?:posix_spawnp?|execve|std::system|popen)\(")
+                  r"|base::(?:Mutex|Semaphore|PrintLock)"
+                  r"|pthread_(?:mutex|cond|rwlock|spinlock)_t) (?:base::)?(\w+)(?! KESTROVA_CAP)", re.M)
+STARTS_CHILD = re.compile(r"(?<!:)::?_?[fF]ork\(\)|\b(?:posix_spawnp?|clone|execve|std::system|popen)\(")
 
 
 def in_sources(pattern):
@@ -135,7 +147,7 @@ def test_every_lock_is_listed():
 
 
 def test_every_starter_of_children_is_listed():
-    helpers = {"base/childprocess.cpp"}     # the login prompt's second fork
+    helpers = {"base/process/childprocess.cpp"}     # the login prompt's second fork
     assert listed("Children", 2) == {file for file, _ in in_sources(STARTS_CHILD)} - helpers
 
 

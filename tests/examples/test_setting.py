@@ -29,6 +29,22 @@ def test_tells_and_keeps(partition):
     assert partition.left() == ""
 
 
+def test_waits_for_its_turn(partition):
+    """Three at a time, as 'before' starts them beside the one that is looked at."""
+    script = "for i in 1 2 3; do \"$1\" \"$2$i\" $i & done; wait; exec \"$1\" a1"
+    run = setting(partition, "a", before=["/bin/sh", "-c", script, "sh"])
+    assert run.returncode == 0 and run.stdout.endswith('a1 is "1"\n')
+    assert partition.variables() == {b"a1": b"1", b"a2": b"2", b"a3": b"3"}
+
+
+def test_tells_when_it_cannot_be_locked(partition):
+    run = setting(partition, "a", "1", before=[
+        "/bin/sh", "-c", "mount -t tmpfs -o ro lock /run/lock && exec \"$@\"", "sh"])
+    assert (run.returncode, run.stdout) == (1, "")
+    assert run.stderr == ("setting: the boot variables can't be locked: /run/lock/kestrova: "
+                          "Read-only file system\n")
+
+
 def test_removes(partition):
     assert setting(partition, "a", "1").returncode == 0
     assert setting(partition, "a", "").stdout == 'a is "1"\nsaved\na is not set\n'

@@ -11,7 +11,7 @@
 
 #include "System/protocols/http/sysChainFetcher.h"
 #include "System/protocols/http/sysUrlFetcher.h"
-#include "base/descriptor.h"
+#include "base/io/descriptor.h"
 #include "base/outputlevel.h"
 
 namespace {

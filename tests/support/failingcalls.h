@@ -18,6 +18,7 @@
 namespace failingcalls {
 
 enum class Call {
+    eClone,
     eClose,
     eCloseRange,
     eConnect,
@@ -34,7 +35,6 @@ enum class Call {
     eNanosleep,
     eOpen,
     ePipe2,
-    ePosixSpawn,
     ePread,
     ePthreadCreate,
     eRead,

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "tests/support/poison.h"
+
 namespace {
 
 struct Counts {
@@ -27,7 +29,7 @@ void* allocate(std::size_t size) {
 
 void release(void* memory) {
     counts.mAlive -= memory != nullptr && !counts.mPaused ? 1 : 0;
-    std::free(memory);
+    tests::freePoisoned(memory);
 }
 
 void* allocateOrThrow(std::size_t size) {

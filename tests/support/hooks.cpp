@@ -4,7 +4,7 @@
 #include <atomic>
 #include <utility>
 
-#include "base/log.h"
+#include "base/log/log.h"
 
 namespace {
 

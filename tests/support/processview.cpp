@@ -69,6 +69,16 @@ std::size_t heapInUse() {
 #endif
 }
 
+bool sleepsForATime(pid_t thread) {
+    const long call = sleepingCall(thread).mNumber;
+#ifdef SYS_clock_nanosleep_time64
+    if (call == SYS_clock_nanosleep_time64) {
+        return true;
+    }
+#endif
+    return call == SYS_clock_nanosleep;
+}
+
 bool sleepsInFutex(pid_t thread) {
     const long call = sleepingCall(thread).mNumber;
 #ifdef SYS_futex_time64
@@ -85,6 +95,10 @@ bool sleepsInConnect(pid_t thread) {
 
 bool sleepsInReceive(pid_t thread) {
     return sleepsInSocketCall(thread, SYS_recvfrom, kSocketCallRecv);
+}
+
+bool sleepsInWrite(pid_t thread) {
+    return sleepingCall(thread).mNumber == SYS_write;
 }
 
 }  // namespace tests

@@ -25,10 +25,13 @@ constexpr std::size_t kOwnThreads = 1;
 std::size_t heapInUse();
 
 /// Whether a thread of this process sleeps in one of the calls by which threads wait for each
-/// other (mutex, condition, semaphore, join), in connect or in a receive.
+/// other (mutex, condition, semaphore, join), in connect, in a receive or in a write.
 bool sleepsInFutex(pid_t thread);
 bool sleepsInConnect(pid_t thread);
 bool sleepsInReceive(pid_t thread);
+bool sleepsInWrite(pid_t thread);
+/// Whether a thread of this process sleeps in clock_nanosleep().
+bool sleepsForATime(pid_t thread);
 
 }  // namespace tests
 

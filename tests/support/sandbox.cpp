@@ -54,6 +54,7 @@ ToolRun parseRun(const std::string& text) {
             run.mDescriptors[std::stoi(value)] = value.substr(value.find(' ') + 1);
         } else if (key == "input") {
             run.mInput = value;
+            run.mReadInput = true;
         } else if (key == "refused") {
             run.mRefused = true;
         }
@@ -239,11 +240,17 @@ std::string extHeader(const std::string& label) {
 
 bool eventually(const std::function<bool()>& condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kMinute);
-    while (!condition()) {
+    constexpr int briefly = 1000;
+    for (int attempt = 0; !condition(); ++attempt) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        std::this_thread::yield();
+        // What takes longer than a moment needs the processor more than this loop does.
+        if (attempt < briefly) {
+            std::this_thread::yield();
+        } else {
+            (void)::poll(nullptr, 0, 1);
+        }
     }
     return true;
 }

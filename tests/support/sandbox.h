@@ -51,6 +51,7 @@ struct ToolRun {
     std::string mSignals;  ///< masks of what is blocked and ignored, in hexadecimal
     std::map<int, std::string> mDescriptors;  ///< number to target and "r", "w" or "rw"
     std::string mInput;
+    bool mReadInput = false;  ///< it has read its input to the end
     bool mRefused = false;
 };
 
@@ -105,13 +106,15 @@ std::string xfsHeader(const std::string& label);
 /// The beginning of an ext3 file system; a label beyond 16 characters runs into the next field.
 std::string extHeader(const std::string& label);
 
-/// Spins until a condition holds. False when it does not for a minute.
+/// Tries until a condition holds, without keeping the processor busy for longer than a moment.
+/// False when the condition does not hold for a minute.
 bool eventually(const std::function<bool()>& condition);
 
 /// Runs a test's body in a sandbox: a child process with mounts and processes of its own, which are
 /// gone when it ends, however that comes. Checks of the test framework work inside as usual. Where
-/// the machine gives no namespaces, the test is skipped.
-void inSandbox(const std::function<void(Sandbox&)>& body);
+/// the machine gives no namespaces, the test is skipped. A body that runs for longer than the limit
+/// is killed, with everything that it started.
+void inSandbox(const std::function<void(Sandbox&)>& body, unsigned limitSeconds = 240);
 
 }  // namespace tests
 

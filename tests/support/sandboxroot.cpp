@@ -29,8 +29,6 @@ namespace tests {
 namespace {
 
 constexpr int kSkipped = 77;
-/// A body that hangs ends with everything that it started: a test never needs as long.
-constexpr unsigned kLongestSeconds = 240;
 
 void check(bool held, const std::string& what) {
     if (!held) {
@@ -172,9 +170,9 @@ int waitFor(pid_t child) {
     return status;
 }
 
-[[noreturn]] void runOutside(const std::function<void(Sandbox&)>& body) {
+[[noreturn]] void runOutside(const std::function<void(Sandbox&)>& body, unsigned limitSeconds) {
     (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    (void)::alarm(kLongestSeconds);
+    (void)::alarm(limitSeconds);
     if (!unshareAll()) {
         (void)std::fflush(nullptr);
         ::_exit(kSkipped);
@@ -189,12 +187,12 @@ int waitFor(pid_t child) {
 
 }  // namespace
 
-void inSandbox(const std::function<void(Sandbox&)>& body) {
+void inSandbox(const std::function<void(Sandbox&)>& body, unsigned limitSeconds) {
     (void)std::fflush(nullptr);
     const pid_t outside = ::fork();
     ASSERT_GE(outside, 0);
     if (outside == 0) {
-        runOutside(body);
+        runOutside(body, limitSeconds);
     }
     const int status = waitFor(outside);
     ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);

@@ -12,7 +12,7 @@
 #include <memory>
 #include <vector>
 
-#include "base/descriptor.h"
+#include "base/io/descriptor.h"
 #include "tests/support/processview.h"
 #include "tests/support/sandbox.h"
 

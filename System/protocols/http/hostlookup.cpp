@@ -1,94 +1,37 @@
 // SPDX-License-Identifier: MIT
 //
-// A thread that is cancelled inside the C library's resolver loses what the resolver has open. But
-// a resolver whose server is silent takes half a minute, and who cancels a download must not wait
-// for it. So a thread that nobody cancels asks, and the caller can go away in the meantime.
+// A thread that is cancelled inside the C library's resolver leaks what the resolver has open, and
+// a resolver whose server is silent takes half a minute, for which a cancelled download must not
+// wait. So threads that nobody cancels ask the resolver, and callers wait for the answer.
 #include "System/protocols/http/hostlookup.h"
 
-#include <arpa/inet.h>
-#include <netdb.h>
-#include <pthread.h>
-#include <semaphore.h>
-
-#include <cerrno>
-#include <cstring>
-#include <memory>
-#include <utility>
-
+#include "System/protocols/http/lookupthreads.h"
 #include "base/cancelguard.h"
+
+namespace http {
 
 namespace {
 
-constexpr std::size_t kResolverBuffer = 8096;
-
-HostLookup ask(const char* host) {
-    char buffer[kResolverBuffer];
-    hostent entry = {};
-    hostent* pHe = nullptr;
-    HostLookup result;
-    result.mReturned =
-        ::gethostbyname_r(host, &entry, buffer, sizeof(buffer), &pHe, &result.mError);
-    result.mFound = result.mReturned == 0 && pHe != nullptr;
-    if (result.mFound) {
-        result.mFamily = pHe->h_addrtype;
-        if (result.mFamily == AF_INET) {
-            std::memcpy(&result.mAddress, pHe->h_addr_list[0], sizeof(result.mAddress));
-        }
-    }
-    return result;
+bool isDigit(char character) {
+    return character >= '0' && character <= '9';
 }
 
-/// What the asking thread and the caller share; whoever is done last frees it.
-struct Question {
-    explicit Question(std::string host) : mHost(std::move(host)), mAnswered() {
-        (void)sem_init(&mAnswered, 0, 0);
-    }
-    ~Question() { (void)sem_destroy(&mAnswered); }
-    Question(const Question&) = delete;
-    Question& operator=(const Question&) = delete;
-
-    const std::string mHost;
-    HostLookup mResult;
-    sem_t mAnswered;
-};
-
-using SharedQuestion = std::shared_ptr<Question>;
-
-void* askInThread(void* argument) {
-    const std::unique_ptr<SharedQuestion> question(static_cast<SharedQuestion*>(argument));
-    (*question)->mResult = ask((*question)->mHost.c_str());
-    (void)sem_post(&(*question)->mAnswered);
-    return nullptr;
-}
-
-bool startAsking(const SharedQuestion& question) {
-    auto shared = std::make_unique<SharedQuestion>(question);
-    pthread_t thread = 0;
-    if (pthread_create(&thread, nullptr, askInThread, shared.get()) != 0) {
-        return false;
-    }
-    (void)shared.release();
-    (void)pthread_detach(thread);
-    return true;
-}
-
-bool isDottedAddress(const std::string& host) {
-    in_addr address = {};
-    return ::inet_aton(host.c_str(), &address) != 0;
+/// True for digits and dots that begin and end with a digit: the resolver takes such a host as an
+/// address, or as an error, without asking anybody. Every other spelling of an address, such as
+/// "0x7f.1" or "127.0.0.1.", is first looked up as a name.
+bool isNumeric(const std::string& host) {
+    return !host.empty() && isDigit(host.front()) && isDigit(host.back()) &&
+           host.find_first_not_of("0123456789.") == std::string::npos;
 }
 
 }  // namespace
 
 HostLookup lookUpHost(const std::string& host) {
-    // A dotted address asks nobody.
-    if (!isDottedAddress(host)) {
-        const auto question = std::make_shared<Question>(host);
-        if (startAsking(question)) {
-            while (sem_wait(&question->mAnswered) != 0 && errno == EINTR) {
-            }
-            return question->mResult;
-        }
+    if (isNumeric(host)) {
+        const base::CancelGuard guard;
+        return askResolver(host.c_str());
     }
-    const base::CancelGuard guard;
-    return ask(host.c_str());
+    return LookupWait(host).answer();
 }
+
+}  // namespace http

@@ -6,7 +6,9 @@
 
 #include <string>
 
-/// What the resolver said of a host.
+namespace http {
+
+/// The resolver's answer for a host.
 struct HostLookup {
     int mReturned = 0;        ///< result of gethostbyname_r()
     int mError = 0;           ///< its resolver error number
@@ -15,8 +17,18 @@ struct HostLookup {
     in_addr mAddress = {};    ///< its first address, when the type is AF_INET
 };
 
-/// Resolves a host name or dotted address. Blocks for as long as the resolver takes; a cancellation
-/// point, and may be left by a cancellation at any moment without a loss. Logs nothing.
+/// Resolves a host name or dotted address. Blocks until the resolver answers. A cancellation point:
+/// a cancelled caller leaves at once and loses nothing.
+///
+/// What the resolver has to look up is asked by one of at most 8 threads, which exit when there is
+/// nothing left to ask. Callers that want the same host share one question; further hosts wait for
+/// a free thread. When no thread can be made for a second, the caller asks the resolver itself, and
+/// cannot be cancelled during that.
+///
+/// Any thread may call it, also in a child after fork(). Logs nothing; throws on allocation failure
+/// only.
 HostLookup lookUpHost(const std::string& host);
+
+}  // namespace http
 
 #endif

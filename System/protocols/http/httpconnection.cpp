@@ -1,19 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "System/protocols/http/httpconnection.h"
 
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <utility>
 
+#include "System/protocols/http/failurenote.h"
 #include "System/protocols/http/hostlookup.h"
 #include "base/cancelguard.h"
-#include "base/descriptor.h"
-#include "base/log.h"
-#include "base/sigpipeguard.h"
+#include "base/io/descriptor.h"
+#include "base/log/log.h"
+#include "base/process/sigpipeguard.h"
 
 namespace {
 
@@ -21,16 +24,32 @@ constexpr char kSource[] = "System/protocols/http/httpconnection";
 constexpr timeval kTimeOut = {30, 0};
 constexpr int kStatusOk = 200;
 
+void noteLookup(const http::HostLookup& host) {
+    const bool unknown = host.mError == HOST_NOT_FOUND || host.mError == NO_DATA;
+    const bool hasErrno = host.mError == NETDB_INTERNAL;
+    http::noteFailure(unknown ? HTTPFailure::eUnknownHost : HTTPFailure::eLookup,
+                      hasErrno ? host.mReturned : 0);
+}
+
+void noteConnect(int error) {
+    // A connection attempt that reaches the limit of SO_SNDTIMEO fails with EINPROGRESS.
+    const bool late = error == EINPROGRESS || error == EAGAIN || error == ETIMEDOUT;
+    HTTPFailure::Reason reason = late ? HTTPFailure::eConnectTimeOut : HTTPFailure::eConnect;
+    http::noteFailure(error == ECONNREFUSED ? HTTPFailure::eRefused : reason, error);
+}
+
 /// The host's first IPv4 address with the port; false with a log line when there is none.
 bool resolve(const httpURL& url, sockaddr_in& address) {
-    const HostLookup host = lookUpHost(url.host());
+    const http::HostLookup host = http::lookUpHost(url.host());
     if (!host.mFound) {
+        noteLookup(host);
         base::logMessageAt(kSource, __LINE__, 1,
                            "Error looking up hostname: '%s', ret %d, error %d, pHe %d\n",
                            url.host().c_str(), host.mReturned, host.mError, 0);
         return false;
     }
     if (host.mFamily != AF_INET) {
+        http::noteFailure(HTTPFailure::eUnknownHost);
         base::logMessageAt(kSource, __LINE__, 1, "Unknown addrtype from gethostbyname\n");
         return false;
     }
@@ -43,20 +62,41 @@ bool resolve(const httpURL& url, sockaddr_in& address) {
 /// Bounds every single receive or send.
 void setTimeOut(int socket, int option) {
     if (::setsockopt(socket, SOL_SOCKET, option, &kTimeOut, sizeof(kTimeOut)) != 0) {
-        // One text for both time-outs is meant, and that it ends no line.
+        // Both options share this message, which has no newline.
         base::logMessageAt(kSource, __LINE__, 1, "setsockopt(SO_SNDTIMEO)");
     }
 }
 
 /// One send; true when it took the whole text. A peer that is gone fails it and raises nothing.
 bool sendText(int socket, const std::string& text) {
-    const base::SigpipeGuard guard;
-    return ::send(socket, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+    base::SigpipeGuard guard;
+    const ssize_t sent = ::send(socket, text.data(), text.size(), 0);
+    if (sent == static_cast<ssize_t>(text.size())) {
+        guard.noneRaised();
+        return true;
+    }
+    // The kernel takes a part of a text when the time is up before it has room for the rest.
+    const int error = sent < 0 ? errno : EAGAIN;
+    http::noteFailure(error == EAGAIN ? HTTPFailure::eSendTimeOut : HTTPFailure::eSend, error);
+    return false;
+}
+
+void noteRead(bool connected, int error) {
+    const HTTPFailure::Reason before = http::notedFailure().mReason;
+    if (before == HTTPFailure::eSend || before == HTTPFailure::eSendTimeOut) {
+        return;  // which explains this failure too
+    }
+    if (connected) {
+        http::noteReceiveFailure(error);
+    } else {
+        http::noteFailure(HTTPFailure::eSocket, error);
+    }
 }
 
 }  // namespace
 
 bool HTTPConnection::connectToServer(httpURL& url) {
+    http::noteFailure(HTTPFailure::eNone);
     dropSocket();
     sockaddr_in address = {};
     if (!resolve(url, address)) {
@@ -64,12 +104,14 @@ bool HTTPConnection::connectToServer(httpURL& url) {
     }
     mSocket = base::openSocket(AF_INET, SOCK_STREAM).release();
     if (mSocket < 0) {
+        http::noteFailure(HTTPFailure::eSocket, errno);
         base::logMessageAt(kSource, __LINE__, 1, "Socket Error\n");
         return false;
     }
     setTimeOut(mSocket, SO_RCVTIMEO);
     setTimeOut(mSocket, SO_SNDTIMEO);
     if (::connect(mSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        noteConnect(errno);
         base::logMessageAt(kSource, __LINE__, 1, "Connect error\n");
         return false;
     }
@@ -79,6 +121,7 @@ bool HTTPConnection::connectToServer(httpURL& url) {
 bool HTTPConnection::Open(const char* url, HTTPReplyHeader& hdr) {
     httpURL u;
     if (!u.parse(url)) {
+        http::noteFailure(HTTPFailure::eAddress);
         base::logMessageAt(kSource, __LINE__, 1, "u.parse failed\n");
         return false;
     }
@@ -87,7 +130,7 @@ bool HTTPConnection::Open(const char* url, HTTPReplyHeader& hdr) {
     }
     if (!sendText(mSocket, u.createRequest())) {
         base::logMessageAt(kSource, __LINE__, 1, "Error sending request\n");
-        // True is meant: callers find out by their first Read().
+        // Returns true on purpose: callers detect the failure by their first Read().
         return true;
     }
     if (!hdr.readHeader(mSocket)) {
@@ -95,6 +138,7 @@ bool HTTPConnection::Open(const char* url, HTTPReplyHeader& hdr) {
         return false;
     }
     if (hdr.code() != kStatusOk) {
+        http::noteStatus(hdr.code(), hdr.reason());
         base::logMessageAt(kSource, __LINE__, 1, "hdr.code() %d\n", hdr.code());
         return false;
     }
@@ -109,7 +153,15 @@ bool HTTPConnection::Open(const char* url) {
 // Not const: it uses up the body. NOLINTNEXTLINE(readability-make-member-function-const)
 int HTTPConnection::Read(void* buf, unsigned int len) {
     // The kernel moves at most 2 GiB less a page at once, so that the count always fits.
-    return static_cast<int>(::recv(mSocket, buf, len, 0));
+    const ssize_t count = ::recv(mSocket, buf, len, 0);
+    if (count < 0) {
+        noteRead(mSocket >= 0, errno);
+    }
+    return static_cast<int>(count);
+}
+
+const HTTPFailure& HTTPConnection::lastFailure() {
+    return http::notedFailure();
 }
 
 void HTTPConnection::dropSocket() {

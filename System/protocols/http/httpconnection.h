@@ -4,6 +4,7 @@
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPCONNECTION_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_HTTPCONNECTION_H
 
+#include "System/protocols/http/httpfailure.h"
 #include "System/protocols/http/httpreplyheader.h"
 #include "System/protocols/http/httpurl.h"
 #include "base/export.h"
@@ -20,9 +21,10 @@
 /// Threads: no lock, one thread at a time; several connections may work at once. Open(),
 /// connectToServer() and Read() are cancellation points and may be left by a cancellation at any
 /// moment: the socket is then still closed by Close(), by the next Open() or by the destructor. A
-/// host name is resolved by a short-lived thread, which then lives on until the resolver has
-/// answered or given up. Failures are logged at level 1, why a header was refused at level 2; only
-/// allocation failure is thrown.
+/// host that is not only digits and dots is resolved by one of at most 8 threads of the process; a
+/// caller waits for a free one, and a thread runs on until the resolver has answered or given up.
+/// Failures are logged at level 1, why a header was refused at level 2; only allocation failure is
+/// thrown.
 class KESTROVA_EXPORT HTTPConnection {
 public:
     /// No socket.
@@ -44,11 +46,13 @@ public:
     /// @param[out] hdr the header; after a failure what was read of it, so give a new one
     /// @return true when the status is 200: the body is then ready for Read(). True as well, with
     /// `hdr` as it was, when the request could not be sent (logged): a new `hdr` has code 0 then,
-    /// and the first Read() returns 0, as for an empty document, or less
+    /// and lastFailure() returns eSend or eSendTimeOut. Do not read such a connection: Read()
+    /// returns what the server has sent before, its header included, or 0, as for an empty
+    /// document, or less
     bool Open(const char* url, HTTPReplyHeader& hdr);
-    /// The same without keeping the header.
-    /// @param url as there
-    /// @return as there
+    /// See Open(url, hdr); does not keep the header.
+    /// @param url an "http://" address, as httpURL::parse() takes it
+    /// @return see Open(url, hdr); only lastFailure() shows that the request could not be sent
     bool Open(const char* url);
 
     /// Receives some of the body with one recv(). Logs nothing.
@@ -57,6 +61,18 @@ public:
     /// @return how many bytes came; 0 at the end, also when that comes before the announced length;
     /// negative on an error, without a socket, or after 30 s without a byte: errno tells which
     int Read(void* buf, unsigned int len);
+
+    /// Returns why the calling thread's last Open(), connectToServer() or Read() failed, on any
+    /// connection, like errno. Open() and connectToServer() set it to eNone first, so that a
+    /// failed send shows although Open() returns true. A Read() that succeeds does not change it,
+    /// nor does a Read() that fails after a failed send.
+    ///
+    /// The callbacks of the fetchers run in the worker, so there it returns what made the worker's
+    /// download fail: in a sysUrlFetcher's with eUrlFetchError and eUrlFetchOpenFailed, in a
+    /// sysChainFetcher's of the last attempt. Never blocks, logs or fails.
+    /// @return a record of the calling thread, valid until the thread ends; its next call of the
+    /// HTTP client overwrites it
+    static const HTTPFailure& lastFailure();
 
     /// Shuts the socket down and closes it; does nothing when there is none. No cancellation point.
     void Close();

@@ -4,13 +4,14 @@
 #include <strings.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <utility>
 
-#include "base/cancelguard.h"
-#include "base/log.h"
-#include "base/text.h"
+#include "System/protocols/http/failurenote.h"
+#include "base/log/log.h"
+#include "base/text/boundedtext.h"
 
 namespace {
 
@@ -24,12 +25,23 @@ int parseVersion(const char* line) {
     return std::strncmp(line, "HTTP/1.1 ", kVersionLength) == 0 ? 2 : 0;
 }
 
+/// Notes what a receive of one byte failed with; 1 is a NUL byte.
+void noteReceived(ssize_t received) {
+    if (received < 0) {
+        http::noteReceiveFailure(errno);
+    } else {
+        http::noteFailure(received == 0 ? HTTPFailure::eEnded : HTTPFailure::eHeader);
+    }
+}
+
 }  // namespace
 
 bool HTTPReplyHeader::readHeaderLine(int fd, char* buf) {
     for (int count = 1; count <= kLineSize; ++count) {
         char* const byte = buf + count - 1;
-        if (::recv(fd, byte, 1, 0) != 1 || *byte == '\0') {
+        const ssize_t received = ::recv(fd, byte, 1, 0);
+        if (received != 1 || *byte == '\0') {
+            noteReceived(received);
             return false;
         }
         if (count > 1 && byte[-1] == '\r' && *byte == '\n') {
@@ -37,6 +49,7 @@ bool HTTPReplyHeader::readHeaderLine(int fd, char* buf) {
             return true;
         }
     }
+    http::noteFailure(HTTPFailure::eLongHeader);
     return false;
 }
 
@@ -47,6 +60,8 @@ bool HTTPReplyHeader::readRequestLine(int fd) {
         base::logMessage(2, "Invalid http reply\n");
         return false;
     }
+    // What is left to fail is the text of the line.
+    http::noteFailure(HTTPFailure::eHeader);
     if (std::strlen(line) < kVersionLength) {
         base::logMessage(2, "Invalid http reply (2)\n");
         return false;
@@ -64,6 +79,7 @@ bool HTTPReplyHeader::readRequestLine(int fd) {
         return false;
     }
     mReason = codeEnd + 1;
+    http::noteFailure(HTTPFailure::eNone);
     return true;
 }
 
@@ -80,12 +96,10 @@ bool HTTPReplyHeader::readEntityLines(int fd) {
         }
         const char* const colon = std::strchr(line, ':');
         if (colon == nullptr) {
-            // This bare word, past the log, is what service staff look for. A cancellation inside
-            // would leave half of it in the stream's buffer.
-            const base::CancelGuard guard;
+            // Service staff look for this bare word, which is not part of the log. Cancellable and
+            // not flushed, because standard output may be blocked.
+            http::noteFailure(HTTPFailure::eHeader);
             (void)std::puts("Hmm");
-            // In front of the log lines that follow, also when standard output is a file.
-            (void)std::fflush(stdout);
             return false;
         }
         const char* const value = colon + 1;
@@ -102,7 +116,7 @@ bool HTTPReplyHeader::readHeader(int fd) {
 }
 
 std::string HTTPReplyHeader::getValue(std::string name) {
-    // Entering a missing name is meant: a later contentSize() sees it.
+    // Inserting a missing name is intentional: a later contentSize() finds it.
     return mFields[std::move(name)];
 }
 

@@ -16,7 +16,7 @@
 /// interruption, ends it. A failed read leaves in the object what was read until then, and from an
 /// earlier reply what it did not come to: an object that is used once only has code 0 when no reply
 /// came. Reasons are logged at level 2, except that a field line without ':' puts "Hmm" on standard
-/// output, at any level.
+/// output, at any level and without a flush. HTTPConnection::lastFailure() returns the reason too.
 ///
 /// Threads: no lock, one thread at a time. Reading is a cancellation point. Only allocation failure
 /// is thrown.

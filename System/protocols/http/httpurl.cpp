@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "base/text.h"
+#include "base/text/boundedtext.h"
 
 namespace {
 
@@ -48,7 +48,10 @@ std::string httpURL::createRequest() const {
     if (mHost.empty()) {
         return {};
     }
-    std::string request = "GET " + mPath + " HTTP/1.0\r\nHost: " + mHost;
+    constexpr std::size_t fixedParts = 128;  // more than these have
+    std::string request;
+    request.reserve(mPath.size() + mHost.size() + fixedParts);
+    request.append("GET ").append(mPath).append(" HTTP/1.0\r\nHost: ").append(mHost);
     if (mPort != kDefaultPort) {
         request += ":" + std::to_string(mPort);
     }

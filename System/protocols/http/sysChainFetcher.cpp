@@ -1,19 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "System/protocols/http/sysChainFetcher.h"
 
+#include <cerrno>
 #include <chrono>
+#include <new>
 #include <thread>
 #include <utility>
 
+#include "System/protocols/http/failurenote.h"
 #include "System/protocols/http/httpconnection.h"
 #include "base/cancelguard.h"
+#include "base/lock.h"
 
 namespace {
 
 constexpr int kCapacity = 20480;
 constexpr int kAttempts = 4;
 
-/// Leaves the server, and whoever waits for the lock, some time.
+/// Gives the server, and threads that wait for the lock, some time.
 void pause() {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
@@ -37,7 +41,7 @@ sysChainFetcher::sysChainFetcher()
 sysChainFetcher::~sysChainFetcher() {
     if (mThread != 0) {
         {
-            const std::lock_guard<std::mutex> lock(mLock);
+            const base::Lock lock(mLock);
             mStop = true;
             mWake.notify_all();
         }
@@ -47,19 +51,19 @@ sysChainFetcher::~sysChainFetcher() {
 }
 
 void sysChainFetcher::setCallback(sysChainFetcherCallback callback, void* user) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const base::Lock lock(mLock);
     mpCallback = callback;
     mpUser = user;
 }
 
 void sysChainFetcher::pushUrl(unsigned int id, const char* url) {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const base::Lock lock(mLock);
     mQueue.push_back({id, url != nullptr ? url : ""});
     mWake.notify_one();
 }
 
 void sysChainFetcher::flush() {
-    const std::lock_guard<std::mutex> lock(mLock);
+    const base::Lock lock(mLock);
     mQueue.clear();
 }
 
@@ -69,26 +73,38 @@ void* sysChainFetcher::internal_run_static(void* self) {
 }
 
 void sysChainFetcher::internal_run() {
-    std::unique_lock<std::mutex> lock(mLock);
     HTTPConnection connection;
-    while (!mStop) {
-        if (mQueue.empty()) {
-            mWake.wait(lock);
-            continue;
-        }
-        const sysChainFetcherQEntry entry = std::move(mQueue.front());
-        mQueue.pop_front();
-        Delivery delivery;
-        fetch(connection, entry.mUrl, delivery);
-        connection.Close();
-        if (mpCallback != nullptr) {
-            mpCallback(delivery.mOk, entry.mId, delivery.mContentType.c_str(), mpBuffer.get(),
-                       delivery.mLength, mpUser);
-        }
-        lock.unlock();
+    while (serveNext(connection)) {
         pause();
-        lock.lock();
     }
+}
+
+/// Waits for an entry, fetches and delivers it. Returns false when the worker is to exit.
+bool sysChainFetcher::serveNext(HTTPConnection& connection) {
+    const base::Lock lock(mLock);
+    while (!mStop && mQueue.empty()) {
+        awaitWake();
+    }
+    if (mStop) {
+        return false;
+    }
+    const sysChainFetcherQEntry entry = std::move(mQueue.front());
+    mQueue.pop_front();
+    Delivery delivery;
+    fetch(connection, entry.mUrl, delivery);
+    connection.Close();
+    if (mpCallback != nullptr) {
+        mpCallback(delivery.mOk, entry.mId, delivery.mContentType.c_str(), mpBuffer.get(),
+                   delivery.mLength, mpUser);
+    }
+    return true;
+}
+
+/// Releases the lock until the condition is notified.
+void sysChainFetcher::awaitWake() {
+    std::unique_lock<std::mutex> held(mLock, std::adopt_lock);
+    mWake.wait(held);
+    (void)held.release();
 }
 
 void sysChainFetcher::fetch(HTTPConnection& connection, const std::string& url,
@@ -102,18 +118,24 @@ void sysChainFetcher::fetch(HTTPConnection& connection, const std::string& url,
     }
 }
 
-/// False when it is worth another attempt.
+/// False when it is worth another attempt, as when there was no memory: an exception would end the
+/// process, because a worker has no caller.
 bool sysChainFetcher::attempt(HTTPConnection& connection, const std::string& url,
                               Delivery& delivery) {
-    HTTPReplyHeader header;
-    if (!connection.Open(url.c_str(), header)) {
-        // A server that has answered would answer the same again.
-        return header.code() != 0;
+    try {
+        HTTPReplyHeader header;
+        if (!connection.Open(url.c_str(), header)) {
+            // A server that has answered would answer the same again.
+            return header.code() != 0;
+        }
+        // contentSize() ignores the case of the name, getValue() does not: callers rely on both.
+        const int size = header.contentSize();
+        delivery.mContentType = header.getValue("Content-Type");
+        return receive(connection, size, delivery);
+    } catch (const std::bad_alloc&) {
+        http::noteFailure(HTTPFailure::eConnect, ENOMEM);
+        return false;
     }
-    // Of the two look-ups only that of the length takes a name in any case. That is meant.
-    const int size = header.contentSize();
-    delivery.mContentType = header.getValue("Content-Type");
-    return receive(connection, size, delivery);
 }
 
 bool sysChainFetcher::receive(HTTPConnection& connection, int size, Delivery& delivery) {
@@ -131,9 +153,10 @@ bool sysChainFetcher::receive(HTTPConnection& connection, int size, Delivery& de
         count += n;
         // With no size the first read ends it, and a full buffer counts as failed: both are meant.
     } while (count < size && count < mCapacity);
-    if (count != size && size != 0) {
-        return false;
+    delivery.mOk = count < mCapacity && (count == size || size == 0);
+    if (!delivery.mOk) {
+        http::noteFailure(HTTPFailure::eLength);
     }
-    delivery.mOk = count < mCapacity;
-    return true;
+    // A body that fills the buffer and is as long as announced would do so again.
+    return count == size || size == 0;
 }

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "base/export.h"
+#include "base/threadsafety.h"
 
 class HTTPConnection;
 
@@ -47,6 +48,9 @@ struct sysChainFetcherQEntry {
 /// case), or with one of 0, only what the first read returned is taken, and counts as whole: also
 /// nothing, as when the request could not be sent.
 ///
+/// The callback runs in the worker: HTTPConnection::lastFailure() returns there why the last
+/// attempt failed, and eSend or eSendTimeOut when the request could not be sent.
+///
 /// Threads: any thread may call the operations. The worker holds the lock while it fetches and
 /// calls back, and gives it away for 10 ms after each entry: the operations block until then, for
 /// up to four attempts, each as long as an HTTPConnection takes. Logs nothing; the connection logs
@@ -79,21 +83,25 @@ private:
 
     KESTROVA_LOCAL static void* internal_run_static(void* self);
     KESTROVA_LOCAL void internal_run();
+    KESTROVA_LOCAL bool serveNext(HTTPConnection& connection) KESTROVA_EXCLUDES(mLock);
+    // Unchecked, because the condition variable takes the mutex in a form of its own.
+    KESTROVA_LOCAL void awaitWake() KESTROVA_REQUIRES(mLock) KESTROVA_UNCHECKED_LOCKING;
     KESTROVA_LOCAL void fetch(HTTPConnection& connection, const std::string& url,
-                              Delivery& delivery);
+                              Delivery& delivery) KESTROVA_REQUIRES(mLock);
     KESTROVA_LOCAL bool attempt(HTTPConnection& connection, const std::string& url,
-                                Delivery& delivery);
-    KESTROVA_LOCAL bool receive(HTTPConnection& connection, int size, Delivery& delivery);
+                                Delivery& delivery) KESTROVA_REQUIRES(mLock);
+    KESTROVA_LOCAL bool receive(HTTPConnection& connection, int size, Delivery& delivery)
+        KESTROVA_REQUIRES(mLock);
 
     pthread_t mThread = 0;
-    std::mutex mLock;
+    base::Mutex mLock;
     std::condition_variable mWake;
-    bool mStop = false;
-    std::deque<sysChainFetcherQEntry> mQueue;
-    sysChainFetcherCallback mpCallback = nullptr;
-    void* mpUser = nullptr;
-    std::unique_ptr<char[]> mpBuffer;
-    int mCapacity;
+    bool mStop KESTROVA_GUARDED_BY(mLock) = false;
+    std::deque<sysChainFetcherQEntry> mQueue KESTROVA_GUARDED_BY(mLock);
+    sysChainFetcherCallback mpCallback KESTROVA_GUARDED_BY(mLock) = nullptr;
+    void* mpUser KESTROVA_GUARDED_BY(mLock) = nullptr;
+    std::unique_ptr<char[]> mpBuffer KESTROVA_GUARDED_BY(mLock);
+    int mCapacity KESTROVA_GUARDED_BY(mLock);
 };
 
 #endif

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "System/protocols/http/sysUrlFetcher.h"
 
-#include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
+#include "System/protocols/http/failurenote.h"
 #include "System/protocols/http/httpconnection.h"
 #include "base/cancelguard.h"
-#include "base/text.h"
+#include "base/lock.h"
+#include "base/text/boundedtext.h"
 
 namespace {
 
@@ -57,12 +59,7 @@ sysUrlFetcher::~sysUrlFetcher() {
 void sysUrlFetcher::takeLock() {
     // sem_wait is a cancellation point. A worker must not end here: it would owe its code 2.
     const base::CancelGuard guard;
-    while (sem_wait(&mLock) != 0 && errno == EINTR) {
-    }
-}
-
-void sysUrlFetcher::releaseLock() {
-    (void)sem_post(&mLock);
+    base::lockSemaphore(mLock);
 }
 
 void sysUrlFetcher::join() {
@@ -97,7 +94,7 @@ void sysUrlFetcher::killThread() {
     }
     takeLock();
     (void)pthread_cancel(mThread);
-    releaseLock();
+    base::unlockSemaphore(mLock);
     join();
 }
 
@@ -120,15 +117,17 @@ void sysUrlFetcher::internal_run() {
     takeLock();
     (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
     const std::unique_ptr<char[]> url = std::move(mpUrl);
-    // That both ways out keep the lock is meant.
+    // Both early returns keep the lock on purpose: a fetcher without a callback or an address is
+    // misused, and killThread() blocks on it.
     if (mpCallback == nullptr) {
         return;
     }
     if (url == nullptr) {
+        http::noteFailure(HTTPFailure::eAddress);
         (void)report(eUrlFetchError);
         return;
     }
-    releaseLock();
+    base::unlockSemaphore(mLock);
     CleanUp cleanUp(*this);
     if (download(url.get())) {
         cleanUp.dismiss();
@@ -146,16 +145,31 @@ bool sysUrlFetcher::report(sysUrlFetcherCode code, int received, int total, char
     return mpCallback(code, data, length, received, total, mpUser);
 }
 
-/// True when the download has come to its own end, false when the clean-up is to tell of it.
+/// Opens the connection and finds the length of the body. False also without memory for the reply:
+/// an exception would end the process, because a worker has no caller.
+bool sysUrlFetcher::open(const char* url, int& total) {
+    try {
+        HTTPReplyHeader header;
+        if (!mpConnection->Open(url, header)) {
+            return false;
+        }
+        // Only the exact name counts here: a length under another spelling is ignored.
+        total = base::parseNumber(header.getValue("Content-Length").c_str());
+        return true;
+    } catch (const std::bad_alloc&) {
+        http::noteFailure(HTTPFailure::eConnect, ENOMEM);
+        return false;
+    }
+}
+
+/// Returns true when the download has finished, false when the clean-up has to report the end.
 bool sysUrlFetcher::download(const char* url) {
-    HTTPReplyHeader header;
-    if (!mpConnection->Open(url, header)) {
+    int total = 0;
+    if (!open(url, total)) {
         mpConnection->Close();
         (void)report(eUrlFetchOpenFailed);
         return false;
     }
-    // The exact name is meant: a length under another spelling does not count here.
-    const int total = base::parseNumber(header.getValue("Content-Length").c_str());
     if (!report(eUrlFetchHeader, 0, total)) {
         mpConnection->Close();
         return false;

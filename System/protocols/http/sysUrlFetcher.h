@@ -10,13 +10,15 @@
 #include <memory>
 
 #include "base/export.h"
+#include "base/threadsafety.h"
 
 class HTTPConnection;
 
 /// What a callback of a sysUrlFetcher is told. Lengths are in bytes.
 enum sysUrlFetcherCode {
     eUrlFetchError = 0,       ///< a read of the body failed, or there was no address to fetch
-    eUrlFetchOpenFailed = 1,  ///< HTTPConnection::Open() was false; eUrlFetchCancelled follows
+    eUrlFetchOpenFailed = 1,  ///< HTTPConnection::Open() was false, or there was no memory for the
+                              ///< reply; eUrlFetchCancelled follows
     eUrlFetchCancelled = 2,   ///< cancelled, stopped by the callback, or not opened; the last one
     eUrlFetchHeader = 3,      ///< HTTPConnection::Open() was true, nothing of the body read yet
     eUrlFetchData = 4,        ///< a piece of the body, at most 2048 bytes
@@ -47,7 +49,11 @@ using sysUrlFetcherCallback = bool (*)(sysUrlFetcherCode code, char* data, int l
 ///
 /// A download is whole when eUrlFetchDone came and, with a total, as many bytes were received.
 /// Without a total nobody can tell, and a request that could not be sent may look like an empty
-/// document.
+/// document, or like one that begins with a header.
+///
+/// The callback runs in the worker: HTTPConnection::lastFailure() returns there why the download
+/// failed, with eUrlFetchError and eUrlFetchOpenFailed, and with every code that the request could
+/// not be sent.
 class KESTROVA_EXPORT sysUrlFetcher {
 public:
     /// No callback, no worker.
@@ -65,9 +71,9 @@ public:
     /// Stops an earlier download, as killThread(), and starts to fetch an address.
     ///
     /// A worker that finds no callback ends without a sign, one that finds a null address after
-    /// eUrlFetchError; both keep the lock, so that killThread() and setUrl() block for good. The
+    /// eUrlFetchError; both keep the lock, so that killThread() and setUrl() block forever. The
     /// way out is waitTillDone() for the worker, and the destructor for the object: another
-    /// setUrl() would start a worker that waits for the lock for good, as would the destructor
+    /// setUrl() would start a worker that waits for the lock forever, as would the destructor
     /// then.
     /// @param url an "http://" address, as httpURL::parse() takes it; copied
     /// @return 0, or the error number of pthread_create(); there is no worker then
@@ -87,19 +93,20 @@ private:
     class CleanUp;
 
     KESTROVA_LOCAL static void* internal_run_static(void* self);
-    KESTROVA_LOCAL void internal_run();
+    // Unchecked, because it keeps the lock when it returns early.
+    KESTROVA_LOCAL void internal_run() KESTROVA_UNCHECKED_LOCKING;
     KESTROVA_LOCAL void internal_cleanup();
     KESTROVA_LOCAL bool download(const char* url);
+    KESTROVA_LOCAL bool open(const char* url, int& total);
     KESTROVA_LOCAL bool receive(int total);
     KESTROVA_LOCAL bool report(sysUrlFetcherCode code, int received = 0, int total = 0,
                                char* data = nullptr, int length = 0);
-    KESTROVA_LOCAL void takeLock();
-    KESTROVA_LOCAL void releaseLock();
+    KESTROVA_LOCAL void takeLock() KESTROVA_ACQUIRE(mLock);
     KESTROVA_LOCAL void join();
 
     pthread_t mThread = 0;
     // A worker may end and keep it, so that the destructor destroys it taken: no mutex may be.
-    sem_t mLock;
+    base::Semaphore mLock;
     // Handed over to the worker, which frees it when it ends.
     std::unique_ptr<char[]> mpUrl;
     sysUrlFetcherCallback mpCallback = nullptr;

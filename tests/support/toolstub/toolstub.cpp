@@ -59,16 +59,19 @@ std::string linkTarget(const std::string& path) {
 class Record {
 public:
     Record() {
-        for (int i = 0; i < kMostRuns && mFile < 0; ++i) {
-            mFile = ::open(("/stub/runs/" + std::to_string(i)).c_str(),
+        for (; mNumber < kMostRuns && mFile < 0; ++mNumber) {
+            mFile = ::open(("/stub/runs/" + std::to_string(mNumber)).c_str(),
                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         }
     }
+    /// Of this run, from 1.
+    int number() const { return mNumber; }
     void add(const std::string& key, const std::string& value) {
         writeWhole(mFile, key + '\0' + value + '\0');
     }
 
 private:
+    int mNumber = 0;
     int mFile = -1;
 };
 
@@ -222,6 +225,90 @@ void play(const Texts& role, char** arguments, Record& record) {
     }
 }
 
+/// How this run is to misbehave, "" for not at all. The file has the number of a run and a name.
+std::string faultOf(int run) {
+    const int file = ::open("/stub/fault", O_RDONLY | O_CLOEXEC);
+    const std::string text = file >= 0 ? readWhole(file) : "";
+    (void)::close(file);
+    const std::size_t blank = text.find(' ');
+    return blank != std::string::npos && std::atoi(text.c_str()) == run ? text.substr(blank + 1)
+                                                                        : "";
+}
+
+[[noreturn]] void die(int signal) {
+    sigset_t all;
+    (void)sigfillset(&all);
+    (void)::signal(signal, SIG_DFL);
+    (void)sigprocmask(SIG_UNBLOCK, &all, nullptr);
+    (void)std::raise(signal);
+    std::exit(kRefused);
+}
+
+/// Writes where the tool writes what is read while it runs.
+void writeOut(const std::string& text, char** arguments) {
+    const bool reports = arguments[1] != nullptr && std::strcmp(arguments[1], "-C") == 0;
+    writeWhole(reports ? std::atoi(arguments[2]) : STDOUT_FILENO, text);
+}
+
+void writeHalf(const Texts& role, char** arguments) {
+    for (const auto& [key, value] : role) {
+        if (key == "print" || key == "report") {
+            writeOut(value.substr(0, value.size() / 2), arguments);
+            return;
+        }
+    }
+}
+
+/// A child that keeps the pipe for a while after the tool has ended.
+void leaveGrandchild() {
+    constexpr useconds_t life = 30000;
+    if (::fork() == 0) {
+        (void)::usleep(life);
+        ::_exit(0);
+    }
+}
+
+/// Misbehaves; the number in the fault's name is a status or a signal. Returns the exit status.
+int misbehave(const std::string& fault, const Texts& role, char** arguments, Record& record) {
+    const std::size_t dash = fault.rfind('-');
+    const std::string kind = fault.substr(0, dash);
+    const int number = dash != std::string::npos ? std::atoi(fault.c_str() + dash + 1) : 0;
+    if (fault == "silent") {
+        return 0;
+    }
+    if (fault == "close-early") {
+        (void)::close(STDIN_FILENO);
+        (void)::close(STDOUT_FILENO);
+        return 0;
+    }
+    if (kind == "exit") {
+        return number;
+    }
+    if (kind == "half") {
+        writeHalf(role, arguments);
+    }
+    if (kind == "die" || kind == "half") {
+        die(number);
+    }
+    if (fault == "flood") {
+        for (int line = 0; line < 1000; ++line) {
+            writeOut("a line that no parser has ever seen, number " + std::to_string(line) + "\n",
+                     arguments);
+        }
+    }
+    if (fault == "endless-line") {
+        writeOut(std::string(100000, 'x') + '\n', arguments);
+    }
+    if (kind == "grandchild") {
+        leaveGrandchild();
+    }
+    play(role, arguments, record);
+    if (kind == "then-die") {
+        die(number);
+    }
+    return number;
+}
+
 }  // namespace
 
 int main(int /*count*/, char** arguments) {
@@ -232,6 +319,11 @@ int main(int /*count*/, char** arguments) {
     if (role.empty()) {
         record.add("refused", "not expected");
         return kRefused;
+    }
+    const std::string fault = faultOf(record.number());
+    if (!fault.empty()) {
+        record.add("fault", fault);
+        return misbehave(fault, role, arguments, record);
     }
     play(role, arguments, record);
     return 0;

@@ -2,9 +2,9 @@
 #
 # kestrova-system
 #
-# SPDX-License-Identifier: MIT
-#
 ################################################################################
+
+# SPDX-License-Identifier: MIT
 
 KESTROVA_SYSTEM_VERSION = 1.0.0
 # There is nothing to download: a local tree, by default the one around this file.
@@ -21,6 +21,37 @@ KESTROVA_SYSTEM_CONF_OPTS = \
 	-DKESTROVA_EXAMPLES=OFF \
 	-DKESTROVA_FUZZ=OFF \
 	-DKESTROVA_TESTS=OFF
+
+# The applets that the library runs. The remote system log needs "syslogd -C -R ADDRESS", which
+# busybox's default configuration refuses.
+define KESTROVA_SYSTEM_BUSYBOX_CONFIG_FIXUPS
+	$(call KCONFIG_ENABLE_OPT,CONFIG_GETTY)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_KILLALL)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_SYSLOGD)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_FEATURE_REMOTE_LOG)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_FEATURE_IPC_SYSLOG)
+	$(call KCONFIG_SET_OPT,CONFIG_FEATURE_IPC_SYSLOG_BUFFER_SIZE,16)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_LOGREAD)
+endef
+
+# For a kernel that is built with the image. The drivers of the disk controllers belong to the board.
+# System V IPC carries the log buffer of "syslogd -C".
+define KESTROVA_SYSTEM_LINUX_CONFIG_FIXUPS
+	$(call KCONFIG_ENABLE_OPT,CONFIG_BLK_DEV_SD)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_MSDOS_PARTITION)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_EXT4_FS)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_SYSVIPC)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_BINFMT_SCRIPT)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_XFS_FS)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_XFS_QUOTA)
+	$(call KCONFIG_ENABLE_OPT,CONFIG_XFS_SUPPORT_V4)
+endef
+
+# The library does not create its mount points.
+define KESTROVA_SYSTEM_INSTALL_MOUNT_POINTS
+	$(INSTALL) -d $(TARGET_DIR)/dvr $(TARGET_DIR)/boot-sw
+endef
+KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS += KESTROVA_SYSTEM_INSTALL_MOUNT_POINTS
 
 ifeq ($(BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE),y)
 

@@ -6,10 +6,10 @@ SECTION = "libs"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=73a1d08cbe9d372efdba26aec9e9a46a"
 
-inherit cmake pkgconfig externalsrc features_check
+inherit cmake bash-completion externalsrc features_check pkgconfig
 
 # There is nothing to download: a local tree, by default the one that this layer is a part of.
-KESTROVA_SYSTEM_SOURCE ?= "${THISDIR}/../../../.."
+KESTROVA_SYSTEM_SOURCE ?= "${@os.path.normpath('${THISDIR}/../../../..')}"
 EXTERNALSRC = "${KESTROVA_SYSTEM_SOURCE}"
 # No links to the build in the sources.
 EXTERNALSRC_SYMLINKS = ""
@@ -36,15 +36,17 @@ do_install:append() {
     install -m 0755 ${S}/box/tools/sfdisk ${D}${prefix}/lib/kestrova/box-tools/sfdisk
     install -m 0755 ${S}/box/tools/mkfs.xfs ${D}${prefix}/lib/kestrova/box-tools/mkfs.xfs
     install -m 0755 ${S}/packaging/kestrova-box-tools ${D}${sbindir}/kestrova-box-tools
+    install -d ${D}${mandir}/man8
+    install -m 0644 ${S}/packaging/kestrova-box-tools.8 ${D}${mandir}/man8/kestrova-box-tools.8
+    # The library does not create its mount points.
+    install -d ${D}/dvr ${D}/boot-sw
 }
 
 # The library stays in ${PN}; headers, pkg-config and CMake files and the manual go where they
 # always go, to ${PN}-dev and ${PN}-doc.
 PACKAGES =+ "${PN}-tools ${PN}-box-tools"
-FILES:${PN}-tools = "\
-    ${bindir}/kestrova \
-    ${datadir}/bash-completion/completions/kestrova \
-"
+FILES:${PN} += "/dvr /boot-sw"
+FILES:${PN}-tools = "${bindir}/kestrova"
 FILES:${PN}-box-tools = "\
     ${prefix}/lib/kestrova/box-tools \
     ${sbindir}/kestrova-box-tools \

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+#include "app/commands/drive/drivelook.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "app/commands/drive/toolrun.h"
+#include "app/ui/humantext.h"
+
+namespace app {
+
+namespace {
+
+/// Lists the partitions without the identification of sysHardDrive::init(), which opens the drive
+/// for writing: on a desktop that alone makes the device manager read the drive again.
+class DriveTable : public sysHardDrive {
+public:
+    DriveTable() {
+        mDevice = kDriveDevice;
+        scanPartitions();
+    }
+};
+
+PartitionLook lookAt(sysPartition& partition, int index, const std::vector<Mount>& mounts) {
+    PartitionLook look;
+    look.mIndex = index;
+    look.mPath = partition.path();
+    look.mCapacity = partition.capacity();
+    look.mType = partition.type();
+    look.mFileSystem = partition.fileSystemType();
+    look.mLabel = partition.label() != nullptr ? partition.label() : "";
+    look.mMountPoints = mountPointsOf(mounts, look.mPath);
+    look.mFileSystemSize = partition.fileSystemSize();
+    return look;
+}
+
+/// Why the partition table is not known; empty when it was read.
+std::string tableFailure(const sysHardDrive& drive) {
+    if (drive.tableState() == sysHardDrive::eTableRead) {
+        return {};
+    }
+    const std::string intro = "the partition table can't be read: ";
+    if (drive.tableState() == sysHardDrive::eTableToolMissing) {
+        return intro + "/sbin/sfdisk can't be run: " + rootErrorText(drive.tableToolError()) +
+               "; install it";
+    }
+    if (drive.tableState() == sysHardDrive::eTableUnread) {
+        return intro + "no process for /sbin/sfdisk: " + rootErrorText(drive.tableToolError());
+    }
+    // Once more, for what it writes to standard error.
+    const ToolRun run = runTool(std::string("/sbin/sfdisk -d ") + kDriveDevice);
+    return intro + run.reason("/sbin/sfdisk -d") +
+           "; if it is a tool of today, 'kestrova-box-tools enable' adapts it";
+}
+
+/// Of the two partitions that recordings need.
+std::string sizeProblem(const PartitionLook* partition) {
+    if (partition == nullptr || !partition->isTooSmall()) {
+        return {};
+    }
+    return printable(partition->mPath) + " holds a file system of " +
+           sizeText(partition->mFileSystemSize) + ", larger than the partition of " +
+           sizeText(partition->mCapacity) +
+           ": the partition table was changed after the format; write the old table back, or "
+           "format";
+}
+
+/// As the library recognises the two: a later match replaces an earlier one.
+void findRecordingPartitions(DriveLook& look) {
+    for (const PartitionLook& partition : look.mPartitions) {
+        if (partition.mFileSystem != sysPartition::eFsXfs) {
+            continue;
+        }
+        if (partition.mLabel == "DVRStorage") {
+            look.mStorage = partition.mIndex;
+        } else if (partition.mLabel == "DVRData") {
+            look.mData = partition.mIndex;
+        }
+    }
+}
+
+}  // namespace
+
+bool PartitionLook::isMountedOn(const char* directory) const {
+    return std::find(mMountPoints.begin(), mMountPoints.end(), directory) != mMountPoints.end();
+}
+
+const PartitionLook* DriveLook::partition(int index) const {
+    return index < 0 ? nullptr : &mPartitions[static_cast<std::size_t>(index)];
+}
+
+bool PartitionLook::isClaimed() const {
+    const int descriptor = ::open(mPath.c_str(), O_RDONLY | O_EXCL | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor >= 0) {
+        (void)::close(descriptor);
+    }
+    return descriptor < 0 && errno == EBUSY;
+}
+
+sysDVRDrive::Status DriveLook::status() const {
+    if (!mProblem.empty()) {
+        return sysDVRDrive::eStError;
+    }
+    if (storage() == nullptr) {
+        return sysDVRDrive::eStNotFormatted;
+    }
+    const bool started = storage()->isMountedOn(kStorageDirectory) &&
+                         (data() == nullptr || data()->isMountedOn(kDataDirectory));
+    return started ? sysDVRDrive::eStStarted : sysDVRDrive::eStReady;
+}
+
+bool identifyDrive(DriveIdentity& identity, std::string& failure) {
+    const std::string device = kDriveDevice;
+    const int descriptor = ::open(kDriveDevice, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        failure = "no recording drive: " + device + ": " + rootErrorText(errno);
+        return false;
+    }
+    char model[256];
+    char serial[256];
+    const bool known =
+        get_drive_model(descriptor, model, sizeof(model), serial, sizeof(serial)) == 0;
+    // The request's number holds the size of size_t, the answer is of 64 bits everywhere.
+    unsigned long long capacity = 0;
+    const bool sized = ::ioctl(descriptor, BLKGETSIZE64, &capacity) == 0 && capacity != 0;
+    (void)::close(descriptor);
+    if (!known || !sized) {
+        failure = "no recording drive: " + device + " does not report its " +
+                  (known ? "size" : "identity");
+        return false;
+    }
+    identity = {trimmed(*model != '\0' ? model : "Unknown Drive"), trimmed(serial), capacity};
+    return true;
+}
+
+DriveLook lookAtDrive(bool table) {
+    DriveLook look;
+    if (!identifyDrive(look.mIdentity, look.mFailure) || !table) {
+        return look;
+    }
+    DriveTable drive;
+    look.mTableFailure = tableFailure(drive);
+    const std::vector<Mount> mounts = readMounts();
+    for (int index = 0; index < drive.numPartitions(); ++index) {
+        look.mPartitions.push_back(lookAt(*drive.getPartition(index), index, mounts));
+    }
+    findRecordingPartitions(look);
+    look.mProblem = look.mTableFailure;
+    if (look.mProblem.empty()) {
+        look.mProblem = sizeProblem(look.storage());
+    }
+    if (look.mProblem.empty()) {
+        look.mProblem = sizeProblem(look.data());
+    }
+    return look;
+}
+
+DriveLook lookWhenQuiet() {
+    constexpr int tries = 100;
+    constexpr auto interval = std::chrono::milliseconds(100);
+    for (int attempt = 0;; ++attempt) {
+        DriveLook look = lookAtDrive();
+        const bool busy = std::any_of(
+            look.mPartitions.begin(), look.mPartitions.end(), [](const PartitionLook& partition) {
+                return partition.mMountPoints.empty() && partition.isClaimed();
+            });
+        if (!busy || attempt == tries) {
+            return look;
+        }
+        std::this_thread::sleep_for(interval);
+    }
+}
+
+}  // namespace app

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+//
+// The command that follows what happens to the drive, in this process or in another one.
+#include <algorithm>
+#include <iterator>
+
+#include "app/cli/commands.h"
+#include "app/cli/options.h"
+#include "app/commands/drive/drivedescription.h"
+#include "app/session.h"
+#include "app/ui/humantext.h"
+#include "app/ui/progressview.h"
+#include "base/outputlevel.h"
+
+namespace app {
+
+namespace {
+
+using Holder = sysResourceLock::Holder;
+
+/// States that pass by themselves, as kestrova publishes them.
+bool isWork(const std::string& state) {
+    static const char* const names[] = {"formatting", "starting", "stopping", "checking",
+                                        "partitioning"};
+    return std::any_of(std::begin(names), std::end(names),
+                       [&state](const char* name) { return state == name; });
+}
+
+Holder readHolder() {
+    Holder holder;
+    (void)sysResourceLock::holder(sysResourceLock::eResRecordingDrive, holder);
+    return holder;
+}
+
+/// The state of the drive, with every change that was seen.
+Result withState(const Session& session, Result result, const JsonArray& changes) {
+    const DriveState state = stateOfDrive(session);
+    if (!state.mLook.mFailure.empty()) {
+        return Result::failed(state.mLook.mFailure);
+    }
+    result.mText += statusText(state);
+    result.mData = statusData(state);
+    result.mData.add("changes", changes);
+    return result;
+}
+
+/// Follows another process until its work has ended. Reads nothing but the lock file meanwhile.
+Result followHolder(Session& session, const Holder& first) {
+    constexpr int interval = 20;  // milliseconds: the end is shown for a moment only
+    ProgressView view(session.streams(), "process " + std::to_string(first.mPid), session.quiet(),
+                      kestrova_debug_output_level > 0);
+    Holder holder = first;
+    std::string last;
+    bool interrupted = false;
+    while (holder.mPid == first.mPid && holder.mSince == first.mSince && !interrupted) {
+        last = holder.mState;
+        view.show({last, holder.mPercent});
+        if (!isWork(last)) {
+            break;
+        }
+        interrupted = session.interrupts().wait(interval);
+        holder = readHolder();
+    }
+    view.end();
+    Result result;
+    if (interrupted) {
+        result = Result::failed("interrupted; " + holderText(first) + " goes on", eCancelled);
+    } else if (isWork(last)) {
+        result = Result::failed(holderText(first) + " ended while it was " + last);
+    } else if (last == statusName(sysDVRDrive::eStError)) {
+        result = Result::failed(holderText(first) + " has failed");
+    }
+    return withState(session, result, view.changes());
+}
+
+}  // namespace
+
+Result runDriveWatch(Session& session, const Invocation& /*invocation*/) {
+    if (session.working()) {
+        return session.follow();
+    }
+    if (!session.claimsDrive()) {
+        const Holder holder = readHolder();
+        if (holder.mHeld && isWork(holder.mState)) {
+            return followHolder(session, holder);
+        }
+    }
+    return withState(session, {}, {});
+}
+
+}  // namespace app

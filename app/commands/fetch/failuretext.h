@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#ifndef KESTROVA_APP_COMMANDS_FETCH_FAILURETEXT_H
+#define KESTROVA_APP_COMMANDS_FETCH_FAILURETEXT_H
+
+#include <string>
+
+#include "System/protocols/http/httpfailure.h"
+
+namespace app {
+
+/// Why a document could not be fetched, in words: "404 Not Found", "connection refused", "unknown
+/// host", "no answer within 30 s". Safe to print; "" when nothing has failed.
+std::string failureText(const HTTPFailure& failure);
+
+}  // namespace app
+
+#endif

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+//
+// The command that runs a command.
+#include <cerrno>
+#include <cstring>
+
+#include "System/KestrovaPOpen.h"
+#include "app/cli/commands.h"
+#include "app/cli/options.h"
+#include "app/session.h"
+#include "app/ui/humantext.h"
+#include "app/ui/relay.h"
+
+namespace app {
+
+namespace {
+
+Result howItEnded(int pid) {
+    int status = 0;
+    int state = eCsWaitFailed;
+    do {
+        state = kestrova_pstatus(pid, status, true);
+    } while (state == eCsWaitFailed && errno == EINTR);
+    Result result;
+    if (state == eCsExited) {
+        result.mStatus = static_cast<ExitStatus>(status);
+        result.mData.add("exitCode", status);
+    } else if (state == eCsKilled) {
+        result.mStatus = static_cast<ExitStatus>(kSignalBase + status);
+        result.mData.add("signal", status);
+    } else {
+        return Result::failed(std::string("the command's end is not known: ") +
+                              std::strerror(errno));
+    }
+    return result;
+}
+
+}  // namespace
+
+bool checkRun(const Words& arguments, std::string& error) {
+    if (arguments.size() > 1) {
+        error = "unexpected argument " + quoted(arguments[1]) +
+                "; COMMAND is one argument: put it in quotes";
+    }
+    return error.empty();
+}
+
+Result runRun(Session& session, const Invocation& invocation) {
+    int in = -1;
+    int out = -1;
+    int err = -1;
+    int pid = -1;
+    {
+        const InterruptibleChildren scope;
+        pid = kestrova_popen3(invocation.mOptions.mIn ? &in : nullptr, &out, &err,
+                              invocation.mArguments[0].c_str());
+    }
+    if (pid < 0) {
+        return Result::failed(std::string("the shell could not be started: ") +
+                              std::strerror(errno));
+    }
+    {
+        Relay relay(session.streams(), in, out, err, session.quiet());
+        relay.run(session.interrupts(), pid);
+    }
+    return howItEnded(pid);
+}
+
+}  // namespace app

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "app/commands/vars/heldvariables.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "System/BlockdevCfg.fmp.h"
+#include "app/cli/commands.h"
+#include "app/cli/options.h"
+#include "app/commands/resourcelock.h"
+#include "app/commands/vars/environmentcheck.h"
+#include "app/session.h"
+#include "app/ui/deadline.h"
+#include "app/ui/humantext.h"
+
+namespace app {
+
+HeldVariables::~HeldVariables() {
+    if (mDevice >= 0) {
+        (void)::close(mDevice);
+    }
+}
+
+Result HeldVariables::take(Session& session, const Invocation& invocation) {
+    const VariablesLock kind = invocation.mCommand->mVariablesLock;
+    if (kind == VariablesLock::eNone) {
+        return {};
+    }
+    const bool reads = kind == VariablesLock::eReading;
+    mLock = std::make_unique<sysResourceLock>(sysResourceLock::eResBootVariables,
+                                              session.holderName(invocation).c_str());
+    Result result = takeLock(session, invocation, *mLock,
+                             reads ? sysResourceLock::eMoShared : sysResourceLock::eMoExclusive);
+    if (result.mStatus != eDone) {
+        return result;
+    }
+    const std::string missing = missingPartition();
+    if (!missing.empty()) {
+        return Result::failed(missing);
+    }
+    return reads ? takeDevice(session, invocation) : result;
+}
+
+/// Readers share the lock, but each of them mounts the software partition when it is not mounted,
+/// and unmounts it afterwards, perhaps before another one has read. So they take turns by a flock
+/// of the device, which is short: nobody is refused because of it.
+Result HeldVariables::takeDevice(Session& session, const Invocation& invocation) {
+    constexpr unsigned least = 10;  // seconds
+    constexpr int interval = 10;    // milliseconds
+    const char* const device = BlockdeviceConfig::GetInstance()->GetSoftwarePartitionMountDevice();
+    mDevice = ::open(device, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (mDevice < 0) {
+        return {};  // reading fails, and says why
+    }
+    const Deadline deadline(std::max(least, session.waitLimit(invocation)));
+    while (::flock(mDevice, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        if (deadline.passed()) {
+            return Result::failed(quoted(device) + " is locked by another process", eBusy);
+        }
+        if (session.interrupts().wait(interval)) {
+            return Result::failed("cancelled while " + quoted(device) + " was locked", eCancelled);
+        }
+    }
+    return {};
+}
+
+}  // namespace app

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "base/process/interruptsignals.h"
+
+#include <atomic>
+#include <cstdint>
+#include <initializer_list>
+
+namespace base {
+
+namespace {
+
+// One word, replaced as a whole: the bits that the first of the running commands found not ignored,
+// the number of commands that run, and how often the word has changed. Whoever reads the same word
+// before and after it looks at the signals knows that no command has begun or ended meanwhile.
+constexpr std::uint32_t kBits = 0x3;
+constexpr std::uint32_t kOneCommand = 0x4;
+constexpr std::uint32_t kCommands = 0xfffc;
+constexpr std::uint32_t kOneChange = 0x10000;
+
+std::atomic<std::uint32_t> commands{0};
+
+unsigned notIgnoredNow() {
+    unsigned bits = 0;
+    for (const int number : {SIGINT, SIGQUIT}) {
+        struct sigaction action = {};
+        if (::sigaction(number, nullptr, &action) != 0 || action.sa_handler != SIG_IGN) {
+            bits |= interruptBit(number);
+        }
+    }
+    return bits;
+}
+
+}  // namespace
+
+unsigned interruptsNotIgnored() {
+    std::uint32_t before = commands;
+    for (;;) {
+        const unsigned now = notIgnoredNow();
+        const std::uint32_t after = commands;
+        if (before == after) {
+            return (before & kCommands) != 0 ? now | (before & kBits) : now;
+        }
+        before = after;
+    }
+}
+
+InterruptsBorrowed::InterruptsBorrowed() {
+    std::uint32_t present = commands;
+    std::uint32_t next = 0;
+    do {
+        const std::uint32_t counted = present + kOneCommand + kOneChange;
+        next = (present & kCommands) != 0 ? counted : (counted & ~kBits) | notIgnoredNow();
+    } while (!commands.compare_exchange_weak(present, next));
+}
+
+InterruptsBorrowed::~InterruptsBorrowed() {
+    commands += kOneChange - kOneCommand;
+}
+
+}  // namespace base

@@ -1,0 +1,3 @@
+// SPDX-License-Identifier: MIT
+//
+// Empty: its target holds the precompiled header that the test programs share.
