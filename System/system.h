@@ -60,7 +60,8 @@ KESTROVA_EXPORT void SystemMinimalInit();
 /// application that started the drive stops it first.
 KESTROVA_EXPORT void SystemTerm();
 
-/// The way to everything that the library owns. Does not block.
+/// The way to everything that the library owns. Does not block. Any thread may call it while the
+/// system is up.
 /// @return the system object; null before the start and after the end; owned by the library
 KESTROVA_EXPORT sysInterface* getSystem();
 

@@ -16,6 +16,10 @@ extern "C" {
 /// of the partition table. Set it before the system starts, or while no other thread is inside the
 /// library.
 ///
+/// Writing a message blocks while another thread writes one and while standard output accepts no
+/// data. It raises SIGPIPE if standard output is a pipe without a reader, so an application ignores
+/// that signal in this case.
+///
 /// Some output bypasses the log and is written at every level: perror() messages and the report
 /// that the boot variables do not fit (standard error), "Hmm" of HTTPReplyHeader and "GetSize" of
 /// get_blk_capacity() (standard output), and the output of the box's tools.

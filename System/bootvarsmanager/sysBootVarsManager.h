@@ -13,8 +13,9 @@
 ///
 /// Nothing is cached: every operation reads the boot environment file on the software partition,
 /// which it mounts as needed and leaves as it found it. A failure to restore the mount is reported
-/// with perror() only. Each operation blocks for as long as that takes; a setting operation returns
-/// when all is on the disk.
+/// with perror() only. Restoring the mount writes everything that is buffered for any file system
+/// of the box (sync(2)). Each operation blocks for as long as that takes; a setting operation
+/// returns when all is on the disk.
 ///
 /// Threads: no lock. Any thread of any process may call, one at a time: of two writers that overlap
 /// one update can be lost, and a reader that overlaps another caller can unmount the partition

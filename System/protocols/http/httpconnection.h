@@ -23,6 +23,8 @@
 /// moment: the socket is then still closed by Close(), by the next Open() or by the destructor. A
 /// host that is not only digits and dots is resolved by one of at most 8 threads of the process; a
 /// caller waits for a free one, and a thread runs on until the resolver has answered or given up.
+/// If no such thread can be created for a second, the caller asks the resolver itself and cannot be
+/// cancelled until it returns.
 /// Failures are logged at level 1, why a header was refused at level 2; only allocation failure is
 /// thrown.
 class KESTROVA_EXPORT HTTPConnection {
