@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
 """Every link between the documents leads somewhere."""
 
+import re
+
 import pytest
 
 import documents
@@ -22,6 +24,22 @@ def test_links_lead_to_what_is_there(name):
         elif anchor and (path.suffix != ".md"
                          or anchor not in documents.anchors(path.read_text())):
             lost.append(target)
+    assert not lost
+
+
+PATH = re.compile(r"(app|base|bench|box|cmake|completion|docs|examples|fuzz|man|packaging|script|System"
+                  r"|tests)(/[\w.*+-]+)+/?")
+
+
+@pytest.mark.parametrize("name", [name for name in documents.markdown_files()
+                                  if name != "CHANGELOG.md"])     # which has a past
+def test_paths_in_the_text_are_there(name):
+    """A span of code that is a path of this tree, perhaps followed by arguments, names a file, a
+    folder, or by a pattern several. A message names its source without the ending."""
+    named = {match[0].rstrip("/") for span in documents.code_spans(documents.read(name))
+             if (match := PATH.fullmatch(span.split()[0]))}
+    lost = {path for path in named
+            if not [*documents.ROOT.glob(path), *documents.ROOT.glob(f"{path}.cpp")]}
     assert not lost
 
 
