@@ -226,26 +226,3 @@ def test_every_folder_of_tests_is_named():
                if not any(f"`{folder[:end]}`" in text for end in
                           [len(folder)] + [at.start() for at in re.finditer("/", folder)])}
     assert not missing
-
-
-def test_every_test_of_the_box_is_named():
-    named = set(re.findall(r"`(tests/box/test_\w+\.py)`", documents.read(TESTING)))
-    there = {str(path.relative_to(documents.ROOT))
-             for path in (documents.ROOT / "tests" / "box").glob("test_*.py")}
-    assert named == there
-
-
-def test_every_test_that_is_named_is_there():
-    lost = []
-    for cells in documents.rows(documents.read(TESTING)):
-        folder = "tests"
-        for span in documents.code_spans(" ".join(cells)):
-            if re.match(r"(tests|fuzz)(/[\w.*/]+)?$", span):
-                folder = span.rpartition("/")[0] if span.endswith((".cpp", ".py", ".h")) else span
-            elif re.fullmatch(r"[\w*.]+\.(cpp|h)", span):
-                span = f"{folder}/{span}" if folder != "tests" else f"tests/**/{span}"
-            else:
-                continue
-            if not list(documents.ROOT.glob(span)):
-                lost.append(span)
-    assert not lost
