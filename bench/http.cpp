@@ -143,7 +143,7 @@ private:
 };
 
 void compareRead(bench::Report& report, const bench::DocumentServer& server, const char* library) {
-    constexpr int rounds = 21;
+    constexpr int rounds = 61;
     const std::string path = std::to_string(kLargeDocument);
     const std::string url = server.url(path);
     std::vector<char> buffer(kLargePiece);
@@ -167,7 +167,7 @@ void compareRead(bench::Report& report, const bench::DocumentServer& server, con
 }
 
 void compareFetcher(bench::Report& report, const bench::DocumentServer& server) {
-    constexpr int rounds = 21;
+    constexpr int rounds = 61;
     constexpr std::size_t piece = 2048;
     const std::string path = std::to_string(kLargeDocument);
     const std::string url = server.url(path);

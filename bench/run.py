@@ -22,6 +22,7 @@ sys.path.insert(0, str(ROOT))
 
 # The modules' path is set before on purpose.
 import bootvars  # noqa: E402
+import plot  # noqa: E402
 from box import image, packages  # noqa: E402
 from box.agent import BoxError  # noqa: E402
 from box.hardware import MIB, Disk  # noqa: E402
@@ -222,26 +223,49 @@ def in_box(build):
         return memory(box) | drive(box)
 
 
-def measure(i686, native):
-    """All ratios by name; what could not be measured is told and left out."""
+def groups(i686, native):
+    """What can be measured on its own: functions that return ratios, by the group's name."""
     zlib = image.BUILD / "root/lib/i386-linux-gnu/libz.so.1"  # one of the box's packages
-    ratios = {}
-    for part in (lambda: library_size(i686), lambda: in_box(i686),
-                 lambda: services(i686, zlib, ""),
-                 lambda: services(native, "libz.so.1", "-native"),
-                 lambda: start(i686), lambda: start(native, "-native"),
-                 lambda: spawn(i686, ""), lambda: spawn(native, "-native"),
-                 lambda: bootvars.measure(i686, parse),
+    return {
+        "size": [lambda: library_size(i686)],
+        "box": [lambda: in_box(i686)],
+        "services": [lambda: services(i686, zlib, ""),
+                     lambda: services(native, "libz.so.1", "-native")],
+        "start": [lambda: start(i686), lambda: start(native, "-native")],
+        "spawn": [lambda: spawn(i686, ""), lambda: spawn(native, "-native")],
+        "boot": [lambda: bootvars.measure(i686, parse),
                  lambda: bootvars.measure(native, parse, "-native"),
-                 lambda: bootvars.list_calls(i686),
-                 lambda: http(i686, ""),
-                 lambda: http(native, "-native", "libcurl.so.4"),
-                 lambda: fetch_process(i686, ""), lambda: fetch_process(native, "-native")):
+                 lambda: bootvars.list_calls(i686)],
+        "http": [lambda: http(i686, ""), lambda: http(native, "-native", "libcurl.so.4")],
+        "fetch": [lambda: fetch_process(i686, ""), lambda: fetch_process(native, "-native")],
+    }
+
+
+def measure(parts):
+    """All ratios by name; what could not be measured is reported and left out."""
+    ratios = {}
+    for part in parts:
         try:
             ratios |= part()
         except FAILURES as error:
             print(f"script/bench: {error}", file=sys.stderr)
     return ratios
+
+
+def print_rows(ratios):
+    for name in BOUNDS:
+        if name in ratios:
+            print(name, f"{ratios[name]:.3f}", *verdict(name, ratios[name]), sep="\t", flush=True)
+
+
+def print_summary(runs):
+    """Comments: each figure that has a bound, in all runs."""
+    for name, bound in BOUNDS.items():
+        found = [ratios[name] for ratios in runs if name in ratios]
+        if bound is not None and found:
+            held = sum(verdict(name, ratio)[1] == "held" for ratio in found)
+            listed = " ".join(f"{ratio:.3f}" for ratio in found)
+            print(f"# {name}: held in {held} of {len(runs)} runs: {listed}")
 
 
 def processor():
@@ -255,16 +279,32 @@ def main():
     parser = argparse.ArgumentParser(prog="script/bench", description=__doc__.splitlines()[0])
     parser.add_argument("i686", type=pathlib.Path, help="folder of the 32-bit release build")
     parser.add_argument("native", type=pathlib.Path, help="folder of this machine's one")
+    parser.add_argument("groups", nargs="*", metavar="GROUP",
+                        help="size, box, services, start, spawn, boot, http or fetch; without one "
+                        "all of them")
+    parser.add_argument("--runs", type=int, default=1, metavar="N", help="measure N times")
+    parser.add_argument("--plot", type=pathlib.Path, metavar="FILE",
+                        help="draw the last run's figures against their bounds, as SVG")
     options = parser.parse_args()
+    known = groups(options.i686, options.native)
+    unknown = [name for name in options.groups if name not in known]
+    if unknown:
+        parser.error(f"no group {unknown[0]}; there are {', '.join(known)}")
+    parts = [part for name in options.groups or known for part in known[name]]
     print(f"# {datetime.date.today()}, {processor()}, Linux {platform.release()}", flush=True)
-    ratios = measure(options.i686, options.native)
-    for name in BOUNDS:
-        if name in ratios:
-            print(name, f"{ratios[name]:.3f}", *verdict(name, ratios[name]), sep="\t")
-    missing = [name for name in BOUNDS if name not in ratios]
-    if missing:
+    runs = []
+    for _ in range(options.runs):
+        runs.append(measure(parts))
+        print_rows(runs[-1])
+    if options.runs > 1:
+        print_summary(runs)
+    if options.plot:
+        options.plot.write_text(plot.draw(runs[-1], BOUNDS), encoding="utf-8")
+    missing = [name for name in BOUNDS if any(name not in ratios for ratios in runs)]
+    if missing and not options.groups:
         print("script/bench: not measured:", ", ".join(missing), file=sys.stderr)
-    return 1 if missing else 0
+        return 1
+    return 0
 
 
 if __name__ == "__main__":

@@ -18,6 +18,7 @@ import xml.etree.ElementTree
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 RESULTS = ROOT / "build" / "test-results"
 PYTHON = "/usr/bin/python3"
+TEST_SECONDS = 1800  # ends a test that hangs; the longest one builds all packages
 
 
 @dataclasses.dataclass
@@ -111,6 +112,7 @@ def python(name, folder, workers=waiting_jobs, **environment):
     report = RESULTS / f"{name}.xml"
     # A file's tests share a box, so a file stays with one worker.
     return reported(name, [PYTHON, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
+                           f"--timeout={TEST_SECONDS}",
                            "--numprocesses", workers(), "--dist", "loadfile",
                            f"--junitxml={report}", folder], report,
                     env={**os.environ, **environment})

@@ -90,9 +90,9 @@ Descriptor openDescriptorAt(int folder, const char* path, int flags, mode_t mode
 }
 
 Descriptor openSocket(int family, int type) {
-    // Nothing here blocks, and a cancellation in between could leak a descriptor.
+    // Not cancellable: moving the socket closes its first number. No placeholders: for that moment
+    // a write to a missing standard stream could at most fail, because the socket has no peer yet.
     const CancelGuard guard;
-    const Placeholders placeholders;
     return aboveStandard(::socket(family, type | SOCK_CLOEXEC, 0));
 }
 

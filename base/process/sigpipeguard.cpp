@@ -37,7 +37,7 @@ SigpipeGuard::SigpipeGuard() : mMask() {
 SigpipeGuard::~SigpipeGuard() {
     const ErrnoKeeper keeper;
     const CancelGuard guard;
-    if (!mWasPending && !mNoneRaised) {
+    if (!mWasPending) {
         const sigset_t sigpipe = onlySigpipe();
         const timespec now = {0, 0};
         while (sigtimedwait(&sigpipe, nullptr, &now) < 0 && errno == EINTR) {

@@ -17,13 +17,8 @@ public:
     SigpipeGuard(const SigpipeGuard&) = delete;
     SigpipeGuard& operator=(const SigpipeGuard&) = delete;
 
-    /// Says that nothing in the scope has failed with EPIPE, so that there is no signal to take
-    /// back: saves a system call.
-    void noneRaised() { mNoneRaised = true; }
-
 private:
     sigset_t mMask;
-    bool mNoneRaised = false;
     bool mWasPending = false;
 };
 

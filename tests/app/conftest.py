@@ -15,6 +15,7 @@ maintain        runs the command there, among stand-ins for the daemons of servi
 
 import os
 import pathlib
+import signal
 import subprocess
 
 import pytest
@@ -31,6 +32,11 @@ TIMEOUT = 60
 # A cancelled thread unwinds without the address sanitizer's notice. What it has poisoned of that
 # thread's stack would stay so, and be reported as an overflow, if the frames were on it.
 os.environ.setdefault("ASAN_OPTIONS", "detect_stack_use_after_return=1")
+
+# A job in the background of a script ignores SIGINT, and one under nohup ignores SIGHUP. The command
+# would inherit that, and tests that interrupt it would wait forever.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+signal.signal(signal.SIGHUP, signal.SIG_DFL)
 
 
 @pytest.fixture(scope="session")

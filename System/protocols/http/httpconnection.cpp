@@ -16,7 +16,6 @@
 #include "base/cancelguard.h"
 #include "base/io/descriptor.h"
 #include "base/log/log.h"
-#include "base/process/sigpipeguard.h"
 
 namespace {
 
@@ -67,12 +66,10 @@ void setTimeOut(int socket, int option) {
     }
 }
 
-/// One send; true when it took the whole text. A peer that is gone fails it and raises nothing.
+/// Sends once. Returns true if the kernel took the whole text. A closed peer raises no SIGPIPE.
 bool sendText(int socket, const std::string& text) {
-    base::SigpipeGuard guard;
-    const ssize_t sent = ::send(socket, text.data(), text.size(), 0);
+    const ssize_t sent = ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
     if (sent == static_cast<ssize_t>(text.size())) {
-        guard.noneRaised();
         return true;
     }
     // The kernel takes a part of a text when the time is up before it has room for the rest.
