@@ -111,11 +111,6 @@ def test_the_drawing_has_every_status_and_every_arrow_of_the_table():
     assert sorted(arrows) == sorted({f"{source}-{target}" for source, target, _, _ in transitions()})
 
 
-def test_the_drawing_as_text_has_every_status():
-    drawing = documents.code_blocks(documents.read(STATES))[0][1]
-    assert set(re.findall(r"eSt\w+", drawing)) == set(drive_statuses())
-
-
 ARCHITECTURE = "docs/architecture.md"
 OBJECTS = documents.ROOT / "build" / "i686" / "CMakeFiles" / "kestrova-objects.dir"
 LOCK = re.compile(r"^\s*(?:mutable )?(?:std::(?:\w*mutex|condition_variable\w*)|sem_t"
