@@ -285,7 +285,7 @@ def main():
     parser.add_argument("--runs", type=int, default=1, metavar="N", help="measure N times")
     parser.add_argument("--plot", type=pathlib.Path, metavar="FILE",
                         help="draw the last run's figures against their bounds, as SVG")
-    options = parser.parse_args()
+    options = parser.parse_intermixed_args()
     known = groups(options.i686, options.native)
     unknown = [name for name in options.groups if name not in known]
     if unknown:
