@@ -3,19 +3,18 @@
 
 import argparse
 import concurrent.futures
-import email.utils
+import datetime
 import filecmp
 import os
 import pathlib
-import re
 import shutil
 import subprocess
 import sys
 
+import project
 from chroot import ROOT, Chroot, ChrootError, archive, build_kind, only_one
 
 ARCHITECTURES = ("i386", "amd64")
-DEBIAN = ROOT / "packaging" / "debian"
 PACKAGES = ROOT / "build" / "packages"
 AGAIN = ROOT / "build" / "packages-again"
 # What must not show in a package: a second build differs in all of it.
@@ -28,9 +27,10 @@ class BuildError(Exception):
 
 
 def changelog_time():
-    """Seconds of the newest entry: the only time that the packages know."""
-    signature = re.search(r"^ -- .*>  (.*)$", (DEBIAN / "changelog").read_text(), re.MULTILINE)
-    return int(email.utils.parsedate_to_datetime(signature.group(1)).timestamp())
+    """Seconds of the newest release: the only time that the packages know."""
+    day = datetime.datetime.combine(project.releases()[0].date, datetime.time(),
+                                    datetime.timezone.utc)
+    return int(day.timestamp())
 
 
 def export_tree(target):
@@ -45,13 +45,14 @@ def export_tree(target):
                           cwd=ROOT, input=listed.stdout, stdout=subprocess.PIPE, check=True)
     subprocess.run(["tar", "-x", "-C", target], input=pack.stdout, check=True)
     shutil.copytree(target / "packaging" / "debian", target / "debian")
+    (target / "debian" / "changelog").write_text(project.debian_changelog())
 
 
 def build(architecture, and_all, jobs, where, output):
     """Builds one architecture's packages, and those for all when asked, into output."""
     folder, environment = where
     kinds = "any,all" if and_all else "any"
-    with Chroot(build_kind(architecture)) as system:
+    with Chroot(build_kind(architecture, and_all)) as system:
         place = system.path / folder.lstrip("/")
         export_tree(place / "kestrova-system")
         built = system.run(
@@ -71,7 +72,7 @@ def build_all(architectures, where, output):
     shutil.rmtree(output, ignore_errors=True)
     output.mkdir(parents=True)
     for architecture in architectures:
-        archive(build_kind(architecture))
+        archive(build_kind(architecture, architecture == architectures[0]))
     jobs = max(1, (os.cpu_count() or 1) // len(architectures))
     with concurrent.futures.ThreadPoolExecutor() as pool:
         running = [pool.submit(build, architecture, architecture == architectures[0], jobs, where,
@@ -119,7 +120,7 @@ def main():
         # a build empties the folder that another one fills or compares
         with only_one(ROOT / "build" / "package.lock"):
             work(architectures, options.check)
-    except (BuildError, ChrootError) as error:
+    except (BuildError, ChrootError, project.ProjectError) as error:
         sys.exit(f"script/package: {error}")
 
 

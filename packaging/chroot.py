@@ -20,6 +20,7 @@ CACHE = ROOT / "build" / "chroots"
 sys.path.insert(0, str(ROOT))
 
 # The module's name is set after the path on purpose.
+import project  # noqa: E402
 from box.workspace import Workspace  # noqa: E402
 
 SUITE = "bookworm"
@@ -46,10 +47,14 @@ class Kind:
                 *(f"--dpkgopt=path-exclude={path}" for path in self.excluded)]
 
 
-def build_kind(architecture):
-    """Debian's usual place to build in, and what the packages need there."""
-    return Kind(f"build-{architecture}", "buildd", (architecture,),
-                ("cmake", "debhelper", "libedit-dev", "ninja-build", "pkg-config"),
+def build_kind(architecture, and_all=False):
+    """Debian's usual place to build in, with what the packages need there (with and_all also those
+    for all architectures), and pkg-config for their clients."""
+    needed = project.control_names("Build-Depends") + ["pkg-config"]
+    if and_all:
+        needed += project.control_names("Build-Depends-Indep")
+    return Kind(f"build-{architecture}{'-all' if and_all else ''}", "buildd", (architecture,),
+                tuple(needed),
                 # never used there, and half of it: every build unpacks the rest
                 ("/usr/share/doc/*", "/usr/share/info/*", "/usr/share/locale/*",
                  "/usr/share/man/*", "/usr/lib/*/gconv/*", "/usr/lib/*/lib*san.*",

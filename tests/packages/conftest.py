@@ -16,9 +16,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "packaging"))
 
 # The module's name is set after the path on purpose.
+import project  # noqa: E402
 from chroot import Chroot, build_kind, desktop_kind, missing_rights, only_one  # noqa: E402
-
-VERSION = "1.0.0-1"
 
 
 class Packages:
@@ -28,7 +27,7 @@ class Packages:
         self.folder = folder
 
     def deb(self, name, architecture):
-        return self.folder / f"{name}_{VERSION}_{architecture}.deb"
+        return self.folder / f"{name}_{project.version()}-1_{architecture}.deb"
 
     def all(self):
         return sorted(path.name for path in self.folder.glob("*.deb"))

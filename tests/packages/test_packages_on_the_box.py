@@ -7,7 +7,8 @@ import subprocess
 
 import pytest
 
-# The tests' conftest has put the project's folder on the path.
+# The tests' conftest has put the project's folders on the path.
+import project
 from box import image
 from box.hardware import MIB, Disk
 from box.machine import Box
@@ -33,7 +34,7 @@ def box(packages, tmp_path_factory):
 
 
 def test_the_command_finds_the_library_and_tells_what_it_can(box):
-    assert box.check("kestrova --version") == "kestrova 1.0.0"
+    assert box.check("kestrova --version") == f"kestrova {project.version()}"
     assert "drive format" in box.check("kestrova --help")
     loaded = box.check("LD_TRACE_LOADED_OBJECTS=1 kestrova")
     assert "/usr/lib/i386-linux-gnu/libkestrova-system.so.1 " in loaded

@@ -1,0 +1,30 @@
+# SPDX-License-Identifier: MIT
+"""Debian's own way to try packages: debian/tests of the tree, in a clean system."""
+
+import pathlib
+import shutil
+import subprocess
+
+import pytest
+
+# The tests' conftest has put the packaging folder on the path.
+import build
+
+
+def test_the_installed_packages_pass_their_own_test(packages, builder, tmp_path):
+    if shutil.which("autopkgtest") is None:
+        pytest.skip("autopkgtest is not installed")
+    source = tmp_path / "source"
+    build.export_tree(source)
+    debs = [packages.deb(name, builder.architecture) for name in
+            ("libkestrova-system1", "libkestrova-system-dev", "kestrova-tools")]
+    debs += [packages.deb(name, "all") for name in ("libkestrova-system-doc", "kestrova-box-tools")]
+    # Namespaces of its own: without a network, and with mounts that end with it.
+    tried = subprocess.run(
+        ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "sh", "-c",
+         'mount -t proc proc "$0/proc" && exec "$@"', builder.path,
+         "autopkgtest", "--no-built-binaries", f"--output-dir={tmp_path / 'output'}",
+         *debs, f"{source}/", "--", "chroot", builder.path],
+        stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+    assert tried.returncode == 0, tried.stdout + tried.stderr
+    assert pathlib.Path(tmp_path, "output", "summary").read_text().split() == ["examples", "PASS"]
