@@ -20,6 +20,8 @@ from box.errors import BoxError
 
 HERE = pathlib.Path(__file__).resolve().parent
 BUILD = HERE.parent / "build" / "box"
+# The same file that the packages for images install.
+BY_PATH = HERE.parent / "packaging" / "start" / "by-path"
 
 # The code that decides what the image holds.
 BUILDERS = [HERE / name for name in ("image.py", "cpio.py", "packages.py")]
@@ -149,8 +151,8 @@ def _add_own_files(archive):
     archive.directory("tmp", 0o1777)
     archive.character_device("/dev/console", 5, 1)
     archive.host(HERE / "guest" / "init", "/init")
-    for name in ("agent", "by-path"):
-        archive.host(HERE / "guest" / name, f"/usr/lib/box/{name}")
+    for path in (HERE / "guest" / "agent", BY_PATH):
+        archive.host(path, f"/usr/lib/box/{path.name}")
     archive.link("/etc/mtab", "/proc/self/mounts")
     for name, text in {
             "passwd": "root::0:0:root:/root:/bin/sh\nnobody:*:65534:65534:nobody:/:/bin/false\n",
@@ -164,7 +166,7 @@ def _add_own_files(archive):
 def _inputs_key():
     """Changes whenever the image has to be built anew."""
     digest = hashlib.sha256()
-    for path in sorted([*BUILDERS, packages.LIST, *(HERE / "guest").iterdir(),
+    for path in sorted([*BUILDERS, packages.LIST, BY_PATH, *(HERE / "guest").iterdir(),
                         *(HERE / "tools").iterdir()]):
         digest.update(str(path).encode() + path.read_bytes())
     return digest.hexdigest()

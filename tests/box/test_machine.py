@@ -181,6 +181,22 @@ def test_names_follow_the_partition_table(boot):
     box.check(wait.format(f"{base}1"), timeout=20)
 
 
+def test_a_software_disk_elsewhere_gets_the_names(boot):
+    """At start, and for an event as udev and mdev describe it."""
+    box = boot(disks=[Disk()])
+    box.check("printf ',10\\n' | sfdisk -q -L -uM /dev/sda")
+    assert box.run(f"test -e {DEVICE}").status == 1
+    box.check("mkdir -p /etc/default && echo SOFTWARE_DISK=sda >/etc/default/kestrova")
+    box.check("/usr/lib/box/by-path")
+    assert box.check(f"realpath {DEVICE} {DEVICE}-part1").splitlines() == ["/dev/sda", "/dev/sda1"]
+    event = "DEVPATH=$(readlink -f /sys/block/sda/sda1) DEVNAME={} PARTN=1 /usr/lib/box/by-path"
+    box.check("ACTION=remove " + event.format("/dev/sda1"))
+    assert box.run(f"test -L {DEVICE}-part1").status == 1
+    for node in ("/dev/sda1", "sda1"):
+        box.check("ACTION=add " + event.format(node))
+        assert box.check(f"realpath {DEVICE}-part1") == "/dev/sda1"
+
+
 def test_software_disk_is_as_new_in_every_box(box):
     image = software_disk().path
     before = hashlib.sha256(image.read_bytes()).digest()

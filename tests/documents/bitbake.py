@@ -1,13 +1,14 @@
 # SPDX-License-Identifier: MIT
-"""A small reader of bitbake's files: assignments, inherit, shell functions, and nothing else."""
+"""A small reader of bitbake's files: assignments, inherit, functions, and nothing else."""
 
 import re
 
-ASSIGNMENT = re.compile(r"(?P<name>[A-Za-z_][\w${}:.-]*)(?:\[\w+\])?\s*"
+ASSIGNMENT = re.compile(r"(?P<name>[A-Za-z_][\w${}:.-]*(?:\[[\w-]+\])?)\s*"
                         r"(?P<how>\?\?=|\?=|:=|\+=|=\+|\.=|=\.|=)\s*(?P<quote>[\"'])(?P<value>.*)"
                         r"(?P=quote)", re.S)
-FUNCTION = re.compile(r"(?P<name>[a-z_][\w:-]*)\(\) \{")
-INHERIT = re.compile(r"inherit (?P<classes>[\w -]+)")
+FUNCTION = re.compile(r"(?P<name>[a-z_][\w:-]*|python )\(\) \{")
+PYTHON = re.compile(r"def \w+\(\w+\):")
+INHERIT = re.compile(r"inherit (?P<classes>[\w .-]+)")
 
 
 class Recipe:
@@ -15,6 +16,7 @@ class Recipe:
 
     def __init__(self, path):
         self.variables, self.functions, self.inherited = {}, {}, []
+        self.python = ""    # the functions that begin with def
         self._lines = path.read_text().splitlines()
         self._number = 0
         while self._number < len(self._lines):
@@ -34,7 +36,11 @@ class Recipe:
             body = []
             while (inner := self._next()) != "}":
                 body.append(inner)
-            self.functions[match["name"]] = "\n".join(body) + "\n"
+            self.functions[match["name"].strip()] = "\n".join(body) + "\n"
+        elif PYTHON.fullmatch(line):
+            self.python += line + "\n"
+            while self._number < len(self._lines) and self._lines[self._number].startswith(" "):
+                self.python += self._next() + "\n"
         elif match := INHERIT.fullmatch(line):
             self.inherited += match["classes"].split()
         elif (match := ASSIGNMENT.fullmatch(line)) and match["quote"] not in match["value"]:

@@ -28,10 +28,13 @@ TARGET_DIR = {target}
 BR2_EXTERNAL_KESTROVA_PATH = {external}
 KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS =
 KESTROVA_SYSTEM_ROOTFS_PRE_CMD_HOOKS =
+KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS =
 include $(BR2_EXTERNAL_KESTROVA_PATH)/external.mk
 print-%: ; @printf '%s' '$($*)'
 {root}/.installed: FORCE ; $(foreach hook,$(KESTROVA_SYSTEM_POST_INSTALL_TARGET_HOOKS),$(call $(hook))$(sep))
 rootfs: ; $(foreach hook,$(KESTROVA_SYSTEM_ROOTFS_PRE_CMD_HOOKS),$(call $(hook))$(sep))
+finalize: ; $(foreach hook,$(KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS),$(call $(hook))$(sep))
+{root}/.init: FORCE ; $(call KESTROVA_SYSTEM_INSTALL_INIT_$(INIT))
 FORCE:
 """
 
@@ -56,12 +59,14 @@ def make(tmp_path, image):
     makefile.write_text(STUBS.replace("{root}", str(recipes.ROOT)).replace("{target}", str(image))
                         .replace("{external}", str(BUILDROOT)))
 
-    def run(*arguments):
+    def run(*arguments, fails=False):
         done = subprocess.run(["make", "-f", makefile, "--warn-undefined-variables", *arguments],
                               cwd=tmp_path, capture_output=True, text=True, check=False)
-        assert done.returncode == 0, done.stderr
+        assert (done.returncode != 0) == fails, done.stderr
+        if fails:
+            return done.stderr
         undefined = set(re.findall(r"undefined variable '(\w+)'", done.stderr))
-        assert all(name.startswith("BR2_PACKAGE_KESTROVA_SYSTEM") for name in undefined), undefined
+        assert all(name.startswith("BR2_") for name in undefined - {"KESTROVA_SYSTEM_SITE_METHOD"})
         return done.stdout
 
     return run
@@ -78,6 +83,31 @@ def test_make_reads_the_buildroot_package(make):
 def test_the_buildroot_sources_can_be_elsewhere(make):
     site = make("print-KESTROVA_SYSTEM_SITE", 'BR2_PACKAGE_KESTROVA_SYSTEM_SOURCE="/src/here"')
     assert site == "/src/here"
+
+
+def test_the_buildroot_sources_can_be_a_release(make):
+    release = 'BR2_PACKAGE_KESTROVA_SYSTEM_RELEASE="file:///srv/releases"'
+    variable = {name: make(f"print-KESTROVA_SYSTEM_{name}", release)
+                for name in ("SITE", "SITE_METHOD", "SOURCE")}
+    assert variable == {"SITE": "file:///srv/releases", "SITE_METHOD": "",
+                        "SOURCE": f"kestrova-system-{recipes.project_version()}.tar.xz"}
+
+
+def test_missing_sources_are_said(make, tmp_path):
+    done = make("print-KESTROVA_SYSTEM_SITE", "BR2_PACKAGE_KESTROVA_SYSTEM=y",
+                f'BR2_PACKAGE_KESTROVA_SYSTEM_SOURCE="{tmp_path}"', fails=True)
+    assert f"{tmp_path} has no sources: set BR2_PACKAGE_KESTROVA_SYSTEM_RELEASE or" in done
+
+
+def test_mdev_makes_the_names_by_path(make, tmp_path):
+    target = tmp_path / "target"
+    (target / "etc").mkdir(parents=True)
+    configuration = target / "etc" / "mdev.conf"
+    configuration.write_text("sd[a-z][0-9]* root:disk 660\n")
+    for _ in range(2):  # each image is finished anew
+        make("finalize", "BR2_ROOTFS_DEVICE_CREATION_DYNAMIC_MDEV=y", f"TARGET_DIR={target}")
+    rule = (recipes.ROOT / "packaging" / "start" / "mdev.conf").read_text()
+    assert configuration.read_text() == rule + "sd[a-z][0-9]* root:disk 660\n"
 
 
 @pytest.mark.parametrize("command", ["y", ""])
@@ -106,8 +136,17 @@ def test_the_buildroot_hooks_add_only_the_mount_points_without_a_drive(make, ima
     before = set(image.rglob("*"))
     make(str(recipes.ROOT / ".installed"))
     make("rootfs")
-    assert set(image.rglob("*")) - before == {image / "dvr", image / "boot-sw"}
+    assert set(image.rglob("*")) - before == {image / "dvr", image / "boot-sw",
+                                              image / "usr/lib/kestrova",
+                                              image / "usr/lib/kestrova/by-path"}
     assert (image / "dvr").is_dir() and (image / "boot-sw").is_dir()
+
+
+@pytest.mark.parametrize("init, path", [
+    ("SYSV", "etc/init.d/S45kestrova"), ("SYSTEMD", "usr/lib/systemd/system/kestrova.service")])
+def test_the_start_is_installed(make, image, init, path):
+    make(str(recipes.ROOT / ".init"), f"INIT={init}")
+    assert (image / path).is_file()
 
 
 KCONFIG_MACROS = r'''

@@ -6,6 +6,7 @@ import hashlib
 import os
 import re
 import subprocess
+import types
 
 import pytest
 
@@ -19,7 +20,7 @@ BUILD = recipes.ROOT / "build" / "i686"
 @pytest.fixture(scope="module", name="recipe")
 def the_recipe():
     found = list((YOCTO / "recipes-kestrova" / "kestrova-system").glob("*.bb"))
-    assert [path.name for path in found] == [f"kestrova-system_{recipes.project_version()}.bb"]
+    assert [path.name for path in found] == ["kestrova-system.bb"]
     return bitbake.Recipe(found[0])
 
 
@@ -28,8 +29,11 @@ def test_the_layer_finds_the_recipe(recipe):
     name = layer["BBFILE_COLLECTIONS"].strip()
     for variable in ("BBFILE_PATTERN", "BBFILE_PRIORITY", "LAYERDEPENDS", "LAYERSERIES_COMPAT"):
         assert layer[f"{variable}_{name}"]
-    pattern = layer["BBFILES"].strip().removeprefix("${LAYERDIR}/")
-    assert len(list(YOCTO.glob(pattern))) == 1 and recipe.inherited[0] == "cmake"
+    found = {str(path.relative_to(YOCTO)) for pattern in layer["BBFILES"].split()
+             for path in YOCTO.glob(pattern.removeprefix("${LAYERDIR}/"))}
+    assert found == {str(path.relative_to(YOCTO)) for path in YOCTO.rglob("*.bb*")
+                     if path.suffix in (".bb", ".bbappend")}
+    assert len(found) == 4 and recipe.inherited[0] == "cmake"
 
 
 def test_the_recipe_has_the_licence_of_the_project(recipe):
@@ -38,13 +42,68 @@ def test_the_recipe_has_the_licence_of_the_project(recipe):
     assert checksum == "md5=" + hashlib.md5((recipes.ROOT / file).read_bytes()).hexdigest()
 
 
+class Data(dict):
+    """What a recipe's Python functions see of bitbake."""
+
+    def __init__(self, **variables):
+        super().__init__(variables)
+        self.flags = {}
+        self.parse = types.SimpleNamespace(SkipRecipe=RuntimeError, mark_dependency=self.depend)
+
+    getVar = dict.get
+
+    def setVarFlag(self, name, flag, value):
+        self.flags[name, flag] = value
+
+    def depend(self, _, path):
+        self["depends"] = path
+
+    def expand(self, recipe, text):
+        """The value of an inline Python expression."""
+        (code,) = re.fullmatch(r"\$\{@(.*)\}", text).groups()
+        names = {"d": self, "os": os, "bb": self}
+        exec(recipe.python, names)  # pylint: disable=exec-used
+        return eval(code, names)    # pylint: disable=eval-used
+
+
 def test_the_recipe_takes_the_tree_around_it(recipe):
-    assert recipe.variables["EXTERNALSRC"] == "${KESTROVA_SYSTEM_SOURCE}"
     here = YOCTO / "recipes-kestrova" / "kestrova-system"
     source = recipe.variables["KESTROVA_SYSTEM_SOURCE"].replace("${THISDIR}", str(here))
-    python = re.fullmatch(r"\$\{@os\.path\.normpath\('([^']+)'\)\}", source)
-    assert os.path.normpath(python[1]) == str(recipes.ROOT)
+    data = Data(KESTROVA_SYSTEM_RELEASE="")
+    data["KESTROVA_SYSTEM_SOURCE"] = data.expand(recipe, source)
+    assert data["KESTROVA_SYSTEM_SOURCE"] == str(recipes.ROOT)
+    assert data.expand(recipe, recipe.variables["EXTERNALSRC"]) == str(recipes.ROOT)
+    assert data.expand(recipe, recipe.variables["SRC_URI"]) == ""
+    assert data.expand(recipe, recipe.variables["PV"]) == recipes.project_version()
+    assert data["depends"] == str(recipes.ROOT / "CMakeLists.txt")
     assert "externalsrc" in recipe.inherited
+
+
+def test_the_recipe_takes_a_release(recipe):
+    data = Data(KESTROVA_SYSTEM_RELEASE="https://example.com", KESTROVA_SYSTEM_SOURCE="/nowhere")
+    assert data.expand(recipe, recipe.variables["EXTERNALSRC"]) == ""
+    assert data.expand(recipe, recipe.variables["SRC_URI"]) == \
+        "${KESTROVA_SYSTEM_RELEASE}/${BPN}-${PV}.tar.xz"
+
+
+def test_the_recipe_says_when_there_are_no_sources(recipe):
+    with pytest.raises(RuntimeError, match="/nowhere has no sources: set KESTROVA_SYSTEM_RELEASE"):
+        Data(KESTROVA_SYSTEM_SOURCE="/nowhere").expand(recipe, recipe.variables["PV"])
+
+
+def test_the_recipe_watches_the_sources_without_a_file_in_git(recipe):
+    """The class externalsrc itself would write below .git for it."""
+    data = Data(EXTERNALSRC=str(recipes.ROOT), WATCHED=recipe.variables["WATCHED"])
+    exec("def run(d):\n" + recipe.functions["python"] + "\nrun(d)", {"d": data})  # pylint: disable=exec-used
+    assert set(data.flags) == {(task, "file-checksums") for task in ("do_configure", "do_compile")}
+    for watched in data.flags.values():
+        assert all(os.path.exists(word.removesuffix(":True")) for word in watched.split())
+    watched = {word.partition("/")[0] for word in recipe.words("WATCHED")}
+    listed = subprocess.run([recipes.ROOT / "script" / "sources"], capture_output=True, text=True,
+                            check=True).stdout.splitlines()
+    built = {name.partition("/")[0] for name in listed
+             if name.endswith(("CMakeLists.txt", ".cpp", ".in"))}
+    assert built - watched == {"bench", "fuzz", "tests"}    # turned off by the recipe
 
 
 def test_the_recipe_s_options_are_those_of_the_project(recipe, tmp_path):
@@ -62,7 +121,7 @@ def test_the_reader_of_recipes_refuses_bad_ones(tmp_path, text):
         bitbake.Recipe(bad)
 
 
-FOLDERS = {"prefix": "/usr", "bindir": "/usr/bin", "sbindir": "/usr/sbin", "libdir": "/usr/lib",
+FOLDERS = {"prefix": "/usr", "sysconfdir": "/etc", "bindir": "/usr/bin", "sbindir": "/usr/sbin", "libdir": "/usr/lib",
            "includedir": "/usr/include", "datadir": "/usr/share", "mandir": "/usr/share/man",
            "PN": "kestrova-system"}
 
@@ -89,8 +148,10 @@ def installed(recipe, tmp_path):
         for path in libraries.iterdir():
             path.rename(tree / "usr" / "lib" / path.name)
         libraries.rmdir()
-    done = run_function(recipe.functions["do_install:append"], D=str(tree), S=str(recipes.ROOT))
-    assert done.returncode == 0, done.stderr
+    for name in ("do_install:append", "do_install_ptest"):
+        done = run_function(recipe.functions[name], D=str(tree), S=str(recipes.ROOT), B=str(BUILD),
+                            PTEST_PATH="/usr/lib/kestrova-system/ptest")
+        assert done.returncode == 0, done.stderr
     described = tree / "usr" / "lib" / "pkgconfig" / "kestrova-system.pc"
     assert described.read_text().splitlines().count("prefix=/usr") == 1
     return tree
@@ -102,6 +163,7 @@ def packages(recipe):
     own = [expanded(name) for name in recipe.words("PACKAGES")]
     usual = {"kestrova-system-dev": ["/usr/include", "/usr/lib/lib*.so", "/usr/lib/pkgconfig"],
              "kestrova-system-doc": ["/usr/share/man", "/usr/share/doc"],
+             "kestrova-system-ptest": ["/usr/lib/kestrova-system/ptest"],
              # of the class bash-completion
              "kestrova-system-bash-completion": ["/usr/share/bash-completion"],
              "kestrova-system": ["/usr/bin/*", "/usr/sbin/*", "/usr/lib/lib*.so.*"]}

@@ -7,4 +7,4 @@ IMAGE_INSTALL:append = " kestrova-system-box-tools"
 kestrova_enable_adapters() {
     ${IMAGE_ROOTFS}${sbindir}/kestrova-box-tools enable --root ${IMAGE_ROOTFS}
 }
-ROOTFS_POSTPROCESS_COMMAND += "kestrova_enable_adapters;"
+ROOTFS_POSTPROCESS_COMMAND += "kestrova_enable_adapters"

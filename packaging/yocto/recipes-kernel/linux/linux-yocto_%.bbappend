@@ -1,0 +1,3 @@
+# SPDX-License-Identifier: MIT
+FILESEXTRAPATHS:prepend := "${THISDIR}/files:"
+SRC_URI:append = "${@bb.utils.contains('DISTRO_FEATURES', 'kestrova', ' file://kestrova.cfg', '', d)}"
