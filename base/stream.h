@@ -117,8 +117,11 @@ private:
     KESTROVA_LOCAL KestrovaOstream& textPiece(const char* text, std::size_t length);
     KESTROVA_LOCAL KestrovaOstream& finishPiece();
 
+    /// @cond
+    // The reference describes it as a function: doxygen's links to a friend lead nowhere.
     friend KESTROVA_EXPORT KestrovaOstream& operator<<(KestrovaOstream& stream,
                                                        const std::string& text);
+    /// @endcond
 
     PrintfOutput* mpSink;
     PrintfOutput::ConvertionFlags mConversion;

@@ -61,6 +61,15 @@ def build_kind(architecture, and_all=False):
                  "/usr/lib/gcc/*/lib*san*", "/usr/lib/gcc/*/lto1", "/usr/bin/*lto-dump*"))
 
 
+def trial_kind(architecture):
+    """What autopkgtest asks for, and the needs of debian/tests and of the packages: no network can
+    bring more."""
+    return Kind(f"trial-{architecture}", "minbase", (architecture,),
+                ("apt-utils", "cmake", "dpkg-dev", "g++", "make"),
+                ("/usr/share/locale/*", "/usr/share/man/*", "/usr/lib/*/gconv/*",
+                 "/usr/lib/gcc/*/lto1", "/usr/bin/*lto-dump*"))
+
+
 def desktop_kind():
     """A small amd64 system that also takes i386 packages, with the tools behind the adapters."""
     return Kind("desktop", "essential", ("amd64", "i386"),
