@@ -81,6 +81,8 @@ Descriptor openDescriptor(const char* path, int flags, mode_t mode) {
 }
 
 Descriptor openDescriptorAt(int folder, const char* path, int flags, mode_t mode) {
+    // See openDescriptor().
+    const CancelGuard guard;
     const Placeholders placeholders;
     int descriptor = -1;
     do {

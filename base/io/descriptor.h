@@ -42,8 +42,9 @@ Descriptor openDescriptor(const char* path, int flags, mode_t mode = 0);
 /// Opens a path that begins at an open folder (openat(2)); otherwise like openDescriptor().
 Descriptor openDescriptorAt(int folder, const char* path, int flags, mode_t mode = 0);
 
-/// Makes a socket (socket(2), protocol 0) close-on-exec and above 2, as openDescriptor(); not valid
-/// on failure, errno tells why.
+/// Makes a socket (socket(2), protocol 0) close-on-exec; not valid on failure, errno tells why. The
+/// descriptor is above 2: one that took the place of a missing standard stream is moved. Not a
+/// cancellation point.
 Descriptor openSocket(int family, int type);
 
 /// Both ends of a pipe.

@@ -21,7 +21,7 @@ struct TableResults {
 TableResults tableResults(const sysHardDrive* drive);
 /// Stores the results of a drive. Any thread may call. Throws allocation failure only for a drive
 /// without results.
-void storeTableResults(const sysHardDrive* drive, const TableResults& results);
+void storeTableResults(const sysHardDrive* drive, const TableResults& last);
 /// Frees the results of a drive, which is deleted. Any thread may call; fails never.
 void dropTableResults(const sysHardDrive* drive);
 
