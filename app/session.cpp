@@ -7,6 +7,7 @@
 
 #include "System/drivemanager/drivemanager.h"
 #include "System/system.h"
+#include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
 #include "app/commands/vars/heldvariables.h"
 #include "app/ui/humantext.h"
@@ -15,23 +16,28 @@
 
 namespace app {
 
-System::System() {
+RunningSystem::RunningSystem() {
     SystemMinimalInit();
 }
 
 // SystemTerm() does not free a drive that was added to a minimal system.
-System::~System() {
+RunningSystem::~RunningSystem() {
     getSystem()->termDVR();
     SystemTerm();
 }
 
-void System::bringUpDrive() {
+void RunningSystem::bringUpDrive() {
     getSystem()->initDVR();
 }
 
-Session::Session(StandardStreams& streams, const Setup& setup)
-    : mStreams(streams), mSetup(setup), mReader(streams.input()) {
-    if (setup.mInteractive && streams.canRedrawError()) {
+Session::Session(StandardStreams& streams, const Invocation& first)
+    : mStreams(streams),
+      mOptions(first.mOptions),
+      mShell(first.mCommand->has(eRunsCommands)),
+      mReadsCommands(mShell && !first.mOptions.mScript),
+      mInteractive(mReadsCommands && streams.canAsk()),
+      mReader(streams.input()) {
+    if (mInteractive && streams.canRedrawError()) {
         mEditor = LineEditor::create(streams.input(), mInterrupts);
     }
 }
@@ -41,96 +47,87 @@ sysDVRDrive* Session::drive() const {
     return manager != nullptr ? manager->getDVRDrive() : nullptr;
 }
 
-sysDVRDrive* Session::useDrive(const Invocation& invocation, Result& refusal) {
-    refusal = claimDrive(invocation);
-    if (refusal.mStatus != eDone) {
-        return nullptr;
+Result Session::useDrive(const Invocation& invocation, sysDVRDrive*& drive) {
+    Result result = claimDrive(invocation);
+    if (result.good() && this->drive() == nullptr) {
+        DriveIdentity identity;
+        result = identifyDrive(identity);
+        if (result.good()) {
+            getSystem()->termDVR();  // of an earlier attempt that found no drive
+            mSystem.bringUpDrive();
+            result = this->drive() != nullptr ? Result() : Result::failed(noDriveReason());
+        }
     }
-    if (drive() != nullptr) {
-        return drive();
+    if (result.good()) {
+        drive = this->drive();
     }
-    DriveIdentity identity;
-    std::string failure;
-    if (!identifyDrive(identity, failure)) {
-        refusal = Result::failed(failure);
-        return nullptr;
-    }
-    getSystem()->termDVR();  // of an earlier attempt that found no drive
-    mSystem.bringUpDrive();
-    if (drive() == nullptr) {
-        refusal = Result::failed(noDriveReason());
-    }
-    return drive();
+    return result;
 }
 
 std::string Session::holderName(const Invocation& invocation) const {
-    return std::string("kestrova ") + (mSetup.mShell ? "shell" : invocation.mCommand->mName);
+    return std::string("kestrova ") + (mShell ? "shell" : invocation.mCommand->mName);
 }
 
 unsigned Session::waitLimit(const Invocation& invocation) const {
-    return invocation.mOptions.mHasWait ? invocation.mOptions.mWait : mSetup.mWait;
+    return invocation.mOptions.mWait.value_or(mOptions.mWait.value_or(0));
 }
 
 ExitStatus Session::run(const Invocation& invocation) {
-    mQuiet = mSetup.mJson || invocation.mOptions.mJson;
+    mQuiet = mOptions.mJson || invocation.mOptions.mJson;
     const Result result = perform(invocation);
     print(invocation, result);
     return result.mStatus;
 }
 
 int Session::inputForChildren() const {
-    const bool readsCommands = mSetup.mReadsCommands && !mSetup.mInteractive;
+    const bool readsCommands = mReadsCommands && !mInteractive;
     return readsCommands ? STDIN_FILENO : mStreams.input();
 }
 
 ExitStatus Session::close() {
     ExitStatus status = eDone;
     if (mWork != nullptr) {
-        mSetup.mInteractive = false;
-        status = runNamed("watch");
+        mInteractive = false;
+        status = runNow(kDriveWatchCommand);
     }
     // A single 'drive start' leaves the drive started, for whatever follows it.
     const bool started = drive() != nullptr && statusOf(*drive()) == sysDVRDrive::eStStarted;
-    if (mSetup.mShell && started) {
+    if (mShell && started) {
         complain("the drive is still started at the end of the shell: stopping it");
-        const ExitStatus stopped = runNamed("stop");
+        const ExitStatus stopped = runNow(kDriveStopCommand);
         status = status != eDone ? status : stopped;
     }
     return status;
 }
 
 /// Runs a command of the drive that nobody has typed.
-ExitStatus Session::runNamed(const char* name) {
+ExitStatus Session::runNow(const Command& command) {
     Invocation invocation;
-    std::size_t used = 0;
-    invocation.mCommand = findCommand({"drive", name}, used);
+    invocation.mCommand = &command;
     return run(invocation);
 }
 
 Result Session::perform(const Invocation& invocation) {
     const Command& command = *invocation.mCommand;
-    if (mWork != nullptr && !command.mRunsBesideWork) {
+    if (mWork != nullptr && !command.has(eRunsBesideWork)) {
         if (!mWork->ended()) {
             return Result::failed(std::string("the drive is busy: the ") + mWork->name() +
                                   " goes on; 'drive watch' follows it");
         }
         reportEndedWork();
     }
-    if (command.mNeedsDrive && mSetup.mMinimal) {
+    if (command.has(eNeedsDrive) && mOptions.mMinimal) {
         return Result::failed("--minimal leaves the drive out; start without it");
     }
-    Result result = performHeld(invocation);
+    HeldVariables variables;
+    Result result = variables.take(*this, invocation);
+    if (result.good()) {
+        result = command.mRun(*this, invocation);
+    }
     if (mWork == nullptr && drive() != nullptr) {
         publish({statusName(statusOf(*drive())), 100});
     }
     return result;
-}
-
-Result Session::performHeld(const Invocation& invocation) {
-    const Command& command = *invocation.mCommand;
-    HeldVariables variables;
-    Result locked = variables.take(*this, invocation);
-    return locked.mStatus == eDone ? command.mRun(*this, invocation) : locked;
 }
 
 /// Work that nobody watched has ended before the next command: tells how, apart from that command.
@@ -138,7 +135,7 @@ void Session::reportEndedWork() {
     const std::unique_ptr<Work> work = std::move(mWork);
     const Result result = work->finish();
     complain(std::string("the ") + work->name() +
-             " has ended: " + (result.mStatus == eDone ? "done" : result.mError));
+             " has ended: " + (result.good() ? "done" : result.mError));
 }
 
 void Session::print(const Invocation& invocation, const Result& result) {
@@ -150,7 +147,7 @@ void Session::print(const Invocation& invocation, const Result& result) {
         mStreams.write(result.mText);
         return;
     }
-    JsonObject document;
+    Json document;
     document.add("command", name);
     if (!result.mError.empty()) {
         document.add("error", result.mError);
@@ -158,30 +155,30 @@ void Session::print(const Invocation& invocation, const Result& result) {
     mStreams.write(document.add(result.mData).text() + "\n");
 }
 
-LineReader::Outcome Session::readLine(std::string& line) {
+LineInput::Outcome Session::readLine(std::string& line) {
     return mReader.read(mInterrupts, line);
 }
 
-LineReader::Outcome Session::readCommand(const char* prompt, std::string& line) {
+LineInput::Outcome Session::readCommand(const char* prompt, std::string& line) {
     if (mEditor == nullptr) {
         writeError(prompt);
         return readLine(line);
     }
     switch (mEditor->read(prompt, line)) {
         case LineEditor::eInterrupted:
-            return LineReader::eInterrupted;
+            return LineInput::eInterrupted;
         case LineEditor::eEnd:
-            return LineReader::eEnd;
+            return LineInput::eEnd;
         default:
-            return line.size() > LineReader::kLongest ? LineReader::eTooLong : LineReader::eLine;
+            return line.size() > LineInput::kLongest ? LineInput::eTooLong : LineInput::eLine;
     }
 }
 
 bool Session::confirm(const std::string& question) {
     writeError(question + " [y/N] ");
     std::string answer;
-    const LineReader::Outcome outcome = readLine(answer);
-    if (outcome != LineReader::eLine) {
+    const LineInput::Outcome outcome = readLine(answer);
+    if (outcome != LineInput::eLine) {
         writeError("\n");
         return false;
     }
@@ -191,7 +188,7 @@ bool Session::confirm(const std::string& question) {
 
 bool Session::interrupted() {
     // At a terminal what is pending belongs to the prompt.
-    mInterrupted = mInterrupted || (!mSetup.mInteractive && mInterrupts.take());
+    mInterrupted = mInterrupted || (!mInteractive && mInterrupts.take());
     return mInterrupted || mInterrupts.ending() != 0;
 }
 
@@ -217,7 +214,7 @@ Result Session::follow() {
             continue;
         }
         view.end();
-        if (mSetup.mInteractive && mInterrupts.ending() == 0) {
+        if (mInteractive && mInterrupts.ending() == 0) {
             return Result::failed("the " + name + " goes on; 'drive watch' follows it");
         }
         mInterrupted = true;
@@ -234,7 +231,7 @@ Result Session::follow() {
 void printMisuse(StandardStreams& streams, bool json, const std::string& error) {
     printError(error, json);
     if (json) {
-        streams.write(JsonObject().add("error", error).text() + "\n");
+        streams.write(Json().add("error", error).text() + "\n");
     }
 }
 

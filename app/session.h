@@ -9,25 +9,25 @@
 #include <utility>
 
 #include "System/drivemanager/dvrdrive.h"
-#include "app/cli/line.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
 #include "app/cli/result.h"
 #include "app/commands/drive/driveclaim.h"
 #include "app/ui/interrupts.h"
 #include "app/ui/lineeditor.h"
+#include "app/ui/lineinput.h"
 #include "app/ui/standardstreams.h"
 #include "app/work.h"
 
 namespace app {
 
 /// Brings the system up without drive handling, adds that on request, and takes all of it down.
-class System {
+class RunningSystem {
 public:
-    System();
+    RunningSystem();
     /// Waits for a worker of the drive. Mounted file systems stay mounted.
-    ~System();
-    System(const System&) = delete;
-    System& operator=(const System&) = delete;
+    ~RunningSystem();
+    RunningSystem(const RunningSystem&) = delete;
+    RunningSystem& operator=(const RunningSystem&) = delete;
 
     /// Detects the recording drive, which unmounts its file systems. Call it once.
     void bringUpDrive();
@@ -37,17 +37,9 @@ public:
 /// it.
 class Session {
 public:
-    /// Options of the whole session.
-    struct Setup {
-        bool mMinimal;  ///< refuse every command of the drive
-        bool mJson;
-        bool mInteractive;    ///< a shell at a terminal
-        bool mShell;          ///< runs several commands
-        bool mReadsCommands;  ///< from standard input
-        unsigned mWait;       ///< seconds that each command waits for a lock
-    };
-
-    Session(StandardStreams& streams, const Setup& setup);
+    /// `first` is the command that the process was started with, and must outlive the session. The
+    /// shell makes it a session of several commands.
+    Session(StandardStreams& streams, const Invocation& first);
 
     /// Runs a parsed command and prints its result.
     ExitStatus run(const Invocation& invocation);
@@ -57,9 +49,9 @@ public:
     ExitStatus close();
 
     /// Reads a line of the input; the answer to a question comes from where the commands come from.
-    LineReader::Outcome readLine(std::string& line);
+    LineInput::Outcome readLine(std::string& line);
     /// The same for the shell, with a prompt; with line editing and history where that can be had.
-    LineReader::Outcome readCommand(const char* prompt, std::string& line);
+    LineInput::Outcome readCommand(const char* prompt, std::string& line);
     /// Asks a question that is answered with yes or no.
     bool confirm(const std::string& question);
 
@@ -76,9 +68,8 @@ public:
     /// Shows other processes what happens to the drive, while this session holds its lock.
     void publish(const Progress& progress) { mClaim.publish(progress); }
     /// Takes the drive's lock and brings the recording drive up, unless that has been done. Blocks
-    /// for its detection, which unmounts its file systems. Returns null, with the reason in
-    /// `refusal`, if that fails.
-    sysDVRDrive* useDrive(const Invocation& invocation, Result& refusal);
+    /// for its detection, which unmounts its file systems. `drive` is set on success only.
+    Result useDrive(const Invocation& invocation, sysDVRDrive*& drive);
 
     /// Work whose progress other processes see while it runs.
     std::unique_ptr<Work> published(std::unique_ptr<Work> work) {
@@ -101,8 +92,12 @@ public:
     /// Seconds that a command waits for a lock: its own --wait, or the shell's.
     unsigned waitLimit(const Invocation& invocation) const;
 
+    /// The whole session prints JSON.
+    bool json() const { return mOptions.mJson; }
     /// The running command prints JSON.
     bool quiet() const { return mQuiet; }
+    /// A shell at a terminal.
+    bool interactive() const { return mInteractive; }
 
     /// True when what was to follow is not wanted: Ctrl-C came while work was waited for, or
     /// between two commands of a script, or the process is to end.
@@ -110,18 +105,20 @@ public:
 
 private:
     Result perform(const Invocation& invocation);
-    Result performHeld(const Invocation& invocation);
-    ExitStatus runNamed(const char* name);
+    ExitStatus runNow(const Command& command);
     void reportEndedWork();
     void print(const Invocation& invocation, const Result& result);
 
     StandardStreams& mStreams;
-    Setup mSetup;
+    const Options& mOptions;  // of the whole session
+    bool mShell;              // runs several commands
+    bool mReadsCommands;      // from standard input
+    bool mInteractive;
     DriveClaim mClaim;  // released after the system is down
-    System mSystem;
+    RunningSystem mSystem;
     // After the system is up, whose start may be broken off, and before any thread.
     Interrupts mInterrupts;
-    LineReader mReader;
+    LineInput mReader;
     std::unique_ptr<LineEditor> mEditor;  // null where lines cannot be edited
     std::unique_ptr<Work> mWork;          // goes first: it uses the drive
     bool mQuiet = false;                  // the running command prints JSON

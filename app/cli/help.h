@@ -1,23 +1,26 @@
 // SPDX-License-Identifier: MIT
+//
+// The help pages, but for their lists of options, which parse.cpp has.
 #ifndef KESTROVA_APP_CLI_HELP_H
 #define KESTROVA_APP_CLI_HELP_H
 
+#include <cstddef>
 #include <string>
 
-#include "app/cli/line.h"
+#include "app/cli/command.h"
 
 namespace app {
 
-struct Command;
+/// Column where the explanation of an option begins.
+constexpr std::size_t kHelpColumn = 25;
 
-/// Help for the whole (no words), for a group ("drive") or for a command (its name).
-std::string helpText(const Words& topic);
+/// The page for a command, a group ("drive"), or all of kestrova (""), up to its options.
+std::string helpBeforeOptions(const std::string& name);
+/// The rest of the page: exit statuses and examples.
+std::string helpAfterOptions(const std::string& name);
 
-/// "vars set NAME VALUE"
+/// "vars set [OPTION...] NAME VALUE"; the options are those of the command alone.
 std::string synopsis(const Command& command);
-
-/// The same with the options of the command: "vars set [--wait SECONDS] NAME VALUE".
-std::string usageText(const Command& command);
 
 }  // namespace app
 

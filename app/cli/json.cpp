@@ -1,64 +1,84 @@
 // SPDX-License-Identifier: MIT
 #include "app/cli/json.h"
 
-#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
 
 #include "app/ui/humantext.h"
 
 namespace app {
 
+struct Json::Value {
+    nlohmann::ordered_json mTree;
+};
+
 namespace {
 
-void appendMember(std::string& body, std::string_view member) {
-    if (!body.empty()) {
-        body += ",";
-    }
-    body += member;
-}
-
-void appendEscaped(std::string& result, unsigned char byte) {
-    char escape[8];
-    (void)std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned>(byte));
-    result += escape;
-}
-
-}  // namespace
-
-std::string jsonString(std::string_view text) {
-    std::string result = "\"";
+std::string wellFormed(std::string_view text) {
+    std::string result;
     while (!text.empty()) {
-        const auto first = static_cast<unsigned char>(text.front());
         std::size_t length = characterLength(text);
-        if (length == 0 || first < 0x20 || first == 0x7f) {
-            appendEscaped(result, first);
+        if (length == 0) {
+            const auto byte = static_cast<unsigned char>(text.front());
+            result += static_cast<char>(0xc0U | byte >> 6U);
+            result += static_cast<char>(0x80U | (byte & 0x3fU));
             length = 1;
         } else {
-            if (first == '"' || first == '\\') {
-                result += '\\';
-            }
             result += text.substr(0, length);
         }
         text.remove_prefix(length);
     }
-    return result + "\"";
+    return result;
 }
 
-void JsonArray::addJson(std::string_view json) {
-    appendMember(mBody, json);
+}  // namespace
+
+Json::Json() : mValue(std::make_unique<Value>()) {}
+Json::Json(std::nullptr_t) : Json() {}
+Json::Json(bool value) : mValue(std::make_unique<Value>(Value{value})) {}
+Json::Json(long long value) : mValue(std::make_unique<Value>(Value{value})) {}
+Json::Json(unsigned long long value) : mValue(std::make_unique<Value>(Value{value})) {}
+Json::Json(const std::string& text) : mValue(std::make_unique<Value>(Value{wellFormed(text)})) {}
+Json::Json(const char* text) : Json() {
+    if (text != nullptr) {
+        mValue->mTree = wellFormed(text);
+    }
+}
+Json::Json(const Json& other) : mValue(std::make_unique<Value>(*other.mValue)) {}
+Json::Json(Json&& other) noexcept = default;
+Json::~Json() = default;
+
+Json& Json::operator=(Json other) noexcept {
+    mValue.swap(other.mValue);
+    return *this;
 }
 
-JsonObject& JsonObject::add(const JsonObject& other) {
-    if (!other.mBody.empty()) {
-        appendMember(mBody, other.mBody);
+Json Json::array() {
+    Json result;
+    result.mValue->mTree = nlohmann::ordered_json::array();
+    return result;
+}
+
+Json& Json::add(const char* name, const Json& value) {
+    mValue->mTree[name] = value.mValue->mTree;
+    return *this;
+}
+
+Json& Json::add(const Json& other) {
+    if (!other.mValue->mTree.is_null()) {
+        mValue->mTree.update(other.mValue->mTree);
     }
     return *this;
 }
 
-JsonObject& JsonObject::addJson(std::string_view key, std::string_view json) {
-    appendMember(mBody, jsonString(key));
-    mBody += ":";
-    mBody += json;
+Json& Json::append(const Json& value) {
+    mValue->mTree.push_back(value.mValue->mTree);
     return *this;
+}
+
+std::string Json::text() const {
+    return mValue->mTree.is_null() ? "{}" : mValue->mTree.dump();
 }
 
 }  // namespace app

@@ -1,65 +1,57 @@
 // SPDX-License-Identifier: MIT
 //
-// The little of JSON that the command writes: objects and arrays, on one line.
+// The JSON documents that the command prints.
 #ifndef KESTROVA_APP_CLI_JSON_H
 #define KESTROVA_APP_CLI_JSON_H
 
 #include <cstddef>
+#include <memory>
 #include <string>
-#include <string_view>
 #include <type_traits>
 
 namespace app {
 
-/// A text as a JSON string. Control characters are escaped; a byte that is no UTF-8 becomes the
-/// character of the same number (\u00NN), which keeps the document well-formed and shows the byte.
-std::string jsonString(std::string_view text);
-
-/// An array under construction.
-class JsonArray {
+/// A JSON value: null until something is added. Only json.cpp includes the library behind it, which
+/// takes long to compile.
+class Json {
 public:
-    /// Appends a value that is JSON text already.
-    void addJson(std::string_view json);
-    std::string text() const { return "[" + mBody + "]"; }
-
-private:
-    std::string mBody;
-};
-
-/// An object under construction; keys appear in the order in which they are added.
-class JsonObject {
-public:
-    JsonObject& add(std::string_view key, std::string_view value) {
-        return addJson(key, jsonString(value));
-    }
-    JsonObject& add(std::string_view key, std::nullptr_t /*value*/) { return addJson(key, "null"); }
-    JsonObject& add(std::string_view key, const char* value) {
-        return value == nullptr ? addJson(key, "null") : add(key, std::string_view(value));
-    }
+    Json();
+    Json(std::nullptr_t /*null*/);
+    Json(bool value);
+    Json(long long value);
+    Json(unsigned long long value);
+    /// A byte that is not UTF-8 becomes the character with the byte's number, so that the document
+    /// is well-formed and still shows the byte.
+    Json(const std::string& text);
+    /// The same; a null pointer is a JSON null.
+    Json(const char* text);
     template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
-    JsonObject& add(std::string_view key, Number value) {
-        if constexpr (std::is_same_v<Number, bool>) {
-            return addJson(key, value ? "true" : "false");
-        } else {
-            return addJson(key, std::to_string(value));
-        }
-    }
-    JsonObject& add(std::string_view key, const JsonArray& value) {
-        return addJson(key, value.text());
-    }
-    JsonObject& add(std::string_view key, const JsonObject& value) {
-        return addJson(key, value.text());
-    }
-    /// Appends what another object holds.
-    JsonObject& add(const JsonObject& other);
+    Json(Number value)
+        : Json(static_cast<
+               std::conditional_t<std::is_signed_v<Number>, long long, unsigned long long>>(
+              value)) {}
+    /// An array, which can stay empty.
+    static Json array();
 
-    /// Appends a member whose value is JSON text already.
-    JsonObject& addJson(std::string_view key, std::string_view json);
+    Json(const Json& other);
+    Json(Json&& other) noexcept;
+    Json& operator=(Json other) noexcept;
+    ~Json();
 
-    std::string text() const { return "{" + mBody + "}"; }
+    /// Adds a member to an object. Members keep their order.
+    Json& add(const char* name, const Json& value);
+    /// Adds all members of another object; a null has none.
+    Json& add(const Json& other);
+    /// Adds an element to an array.
+    Json& append(const Json& value);
+
+    /// The value on one line. An object without members is "{}", also while it is still null.
+    std::string text() const;
 
 private:
-    std::string mBody;
+    struct Value;
+
+    std::unique_ptr<Value> mValue;
 };
 
 }  // namespace app

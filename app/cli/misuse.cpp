@@ -6,9 +6,8 @@
 #include <sstream>
 #include <vector>
 
-#include "app/cli/commands.h"
 #include "app/cli/help.h"
-#include "app/cli/options.h"
+#include "app/commands/commands.h"
 #include "app/ui/humantext.h"
 
 namespace app {
@@ -19,7 +18,7 @@ std::string called(const std::string& words, bool inShell) {
     return inShell ? "'" + words + "'" : "'kestrova " + words + "'";
 }
 
-/// How many letters have to be put in, left out, replaced or exchanged with their neighbour.
+/// How many letters have to be inserted, deleted, replaced or swapped with their neighbour.
 std::size_t distance(const std::string& one, const std::string& other) {
     std::vector<std::size_t> before;
     std::vector<std::size_t> last;
@@ -49,7 +48,7 @@ public:
     void offer(const std::string& typed, const std::string& word, const std::string& name) {
         const bool begun = word.compare(0, typed.size(), typed) == 0 && word != typed;
         const std::size_t length = begun ? 1 : distance(typed, word);
-        // Two or three letters resemble too much.
+        // One or two letters are too short to suggest a match.
         const bool alike = begun ? typed.size() > 2 : length <= typed.size() / 4;
         if (!alike || length > mLength) {
             return;
@@ -63,13 +62,13 @@ public:
         }
     }
 
-    /// "; do you mean 'vars set' or 'syslog set'?", or "".
-    std::string question() const {
+    /// "; do you mean 'vars set' or 'syslog set'?", or another text when nothing comes near.
+    std::string questionOr(const std::string& other) const {
         std::string text;
         for (const std::string& name : mNames) {
             text += (text.empty() ? "; do you mean '" : " or '") + name + "'";
         }
-        return text.empty() ? text : text + "?";
+        return text.empty() ? other : text + "?";
     }
 
 private:
@@ -77,110 +76,86 @@ private:
     std::vector<std::string> mNames;
 };
 
-std::vector<std::string> synopsisWords(const Command& command) {
+/// The names of the command's arguments.
+Words argumentNames(const Command& command) {
     std::istringstream text(command.mArguments);
-    std::vector<std::string> words;
-    for (std::string word; text >> word;) {
-        if (word != "--") {
-            words.push_back(word);
+    Words names;
+    for (std::string name; text >> name;) {
+        if (name != "--") {
+            names.push_back(name);
         }
     }
-    return words;
+    return names;
 }
 
-bool repeats(const std::string& word) {
-    return word.find("...") != std::string::npos;
-}
-
-std::string usage(const Command& command) {
-    return "; usage: " + usageText(command);
+std::string commandsHint(const std::string& group, bool inShell) {
+    const std::string page = group.empty() ? "--help" : group + " --help";
+    return "; " + called(inShell && group.empty() ? "help" : page, inShell) + " lists the commands";
 }
 
 }  // namespace
 
-std::string commandsHint(bool inShell) {
-    return "; " + (inShell ? std::string("'help'") : called("--help", false)) +
-           " lists the commands";
-}
-
-std::string optionsHint(const std::string& command, bool inShell) {
-    return "; " + called(command + " --help", inShell) + " lists its options";
-}
-
-std::string valueHint(const OptionSpec& option) {
-    return std::string("; it takes ") + option.mValue + ": " + option.mHelp;
+std::string optionsHint(const std::string& name, bool inShell) {
+    return "; " + called(name.empty() ? "--help" : name + " --help", inShell) +
+           " lists the options";
 }
 
 std::string unknownCommand(const Words& words, bool inShell) {
     const std::string& first = words[0];
-    const bool group = isCommandGroup(first);
-    const std::string groupHint = "; " + called(first + " --help", inShell) + " lists the commands";
-    if (group && words.size() == 1) {
-        return first + ": a command is missing" + groupHint;
-    }
-    const bool single = words.size() == 1;
-    const std::string two = single ? first : first + " " + words[1];
+    const bool inGroup = isCommandGroup(first);
+    const std::string both = words.size() == 1 ? first : first + " " + words[1];
     Nearest nearest;
     nearest.offer(first, "help", "help");
-    for (const Command& command : commands()) {
-        const std::string name = command.mName;
+    for (const Command* const command : commands()) {
+        const std::string name = command->mName;
         const std::size_t blank = name.find(' ');
         if (blank == std::string::npos) {
             nearest.offer(first, name, name);
             continue;
         }
-        // Half a name may be the group; all the commands of it would be no suggestion.
-        const std::string wanted = single ? name.substr(0, blank) : name;
-        nearest.offer(two, wanted, wanted);
-        if (!group) {
+        // A single word may be a misspelt group; suggesting all its commands would not help.
+        const std::string wanted = words.size() == 1 ? name.substr(0, blank) : name;
+        nearest.offer(both, wanted, wanted);
+        if (!inGroup) {
             nearest.offer(first, name.substr(blank + 1), name);
         }
     }
-    const std::string question = nearest.question();
-    if (!question.empty()) {
-        return "unknown command " + quoted(group ? two : first) + question;
-    }
-    return group ? "unknown command " + quoted(two) + groupHint
-                 : "unknown command " + quoted(first) + commandsHint(inShell);
+    return "unknown command " + quoted(inGroup ? both : first) +
+           nearest.questionOr(commandsHint(inGroup ? first : "", inShell));
 }
 
-std::string unknownOption(const std::string& word, bool inShell) {
-    const bool oneDash = word[1] != '-';
+std::string missingCommand(const std::string& group, bool inShell) {
+    return (group.empty() ? "" : group + ": ") + "a command is missing" +
+           commandsHint(group, inShell);
+}
+
+std::string unknownOption(const std::string& word, const Words& known, const std::string& name,
+                          bool inShell) {
+    const std::string option = word.substr(0, word.find('='));
+    const bool oneDash = option[1] != '-';
     Nearest nearest;
-    for (const OptionSpec& spec : optionSpecs()) {
-        if (spec.mLong != nullptr) {
-            nearest.offer(oneDash && word.size() > 2 ? "-" + word : word, spec.mLong, spec.mLong);
-        }
+    for (const std::string& candidate : known) {
+        nearest.offer(oneDash && option.size() > 2 ? "-" + option : option, candidate, candidate);
     }
-    const std::string question = nearest.question();
-    if (!question.empty()) {
-        return "unknown option " + quoted(word) + question;
-    }
-    if (oneDash) {
-        return "unknown option " + quoted(word) +
-               "; an argument that begins with '-' needs '--' in front";
-    }
-    return "unknown option " + quoted(word) + "; " + called("--help", inShell) +
-           " lists the options";
+    return "unknown option " + quoted(option) +
+           nearest.questionOr(oneDash ? "; an argument that begins with '-' needs '--' in front"
+                                      : optionsHint(name, inShell));
 }
 
-std::string missingArgument(const Command& command, const Words& arguments) {
-    std::size_t given = arguments.size();
-    for (const std::string& word : synopsisWords(command)) {
-        if (given == 0 && word[0] != '[') {
-            return "argument " + word.substr(0, word.find("...")) + " is missing" + usage(command);
-        }
-        given -= given == 0 ? 0 : 1;
+Result checkArguments(const Command& command, const Words& arguments) {
+    const Words names = argumentNames(command);
+    const std::string usage = "; usage: " + synopsis(command);
+    const std::size_t given = arguments.size();
+    if (given < names.size() && names[given][0] != '[') {
+        const std::string name = names[given].substr(0, names[given].find("..."));
+        return Result::misused("argument " + name + " is missing" + usage);
     }
-    return {};
-}
-
-std::string unexpectedArgument(const Command& command, const Words& arguments) {
-    const std::vector<std::string> words = synopsisWords(command);
-    if ((!words.empty() && repeats(words.back())) || arguments.size() <= words.size()) {
-        return {};
+    Result result = command.mCheck != nullptr ? command.mCheck(arguments) : Result();
+    const bool repeats = !names.empty() && names.back().find("...") != std::string::npos;
+    if (result.good() && !repeats && given > names.size()) {
+        return Result::misused("unexpected argument " + quoted(arguments[names.size()]) + usage);
     }
-    return "unexpected argument " + quoted(arguments[words.size()]) + usage(command);
+    return result;
 }
 
 }  // namespace app

@@ -1,35 +1,32 @@
 // SPDX-License-Identifier: MIT
 //
-// Why words can't be run, and what to do about it. A hint names the command as it is called from
-// where the words came from: inside of a shell without "kestrova".
+// What to say about words that cannot be run, and the next step. A hint names the command as it is
+// called from where the words come from: within a shell without "kestrova".
 #ifndef KESTROVA_APP_CLI_MISUSE_H
 #define KESTROVA_APP_CLI_MISUSE_H
 
 #include <string>
 
-#include "app/cli/line.h"
+#include "app/cli/command.h"
 
 namespace app {
 
-struct Command;
-struct OptionSpec;
+/// "; 'kestrova vars get --help' lists the options"
+std::string optionsHint(const std::string& name, bool inShell);
 
-/// "; 'kestrova --help' lists the commands"
-std::string commandsHint(bool inShell);
-/// "; 'kestrova vars get --help' lists its options"
-std::string optionsHint(const std::string& command, bool inShell);
-
-/// "; it takes N: verbosity of the library: 0 (silent), 1, 2 ..."
-std::string valueHint(const OptionSpec& option);
-
-/// Words that name no command; with the commands that are spelt much like them.
+/// For one or two words that name no command. Suggests the commands that are spelt like them.
 std::string unknownCommand(const Words& words, bool inShell);
-/// A word that names no option; with the option that is spelt much like it.
-std::string unknownOption(const std::string& word, bool inShell);
 
-// The arguments against the synopsis of their command; empty when there is nothing to say.
-std::string missingArgument(const Command& command, const Words& arguments);
-std::string unexpectedArgument(const Command& command, const Words& arguments);
+/// For a group, or nothing, without a command.
+std::string missingCommand(const std::string& group, bool inShell);
+
+/// For a word that names no option of a command, or of any if `name` is empty. Suggests the one of
+/// the known long options that is spelt like it.
+std::string unknownOption(const std::string& word, const Words& known, const std::string& name,
+                          bool inShell);
+
+/// Compares the number of arguments with the command's row, and runs the row's check.
+Result checkArguments(const Command& command, const Words& arguments);
 
 }  // namespace app
 

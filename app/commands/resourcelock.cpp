@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "app/commands/resourcelock.h"
 
-#include "app/cli/options.h"
+#include "app/cli/command.h"
 #include "app/session.h"
 #include "app/ui/deadline.h"
 #include "app/ui/humantext.h"
@@ -21,12 +21,12 @@ Result notLocked(const sysResourceLock& lock) {
 
 }  // namespace
 
-JsonObject holderData(const sysResourceLock::Holder& holder) {
-    JsonObject data;
+Json holderData(const sysResourceLock::Holder& holder) {
+    Json data;
     if (!holder.mHeld || holder.mPid == 0) {
         return data.add("holder", nullptr);
     }
-    JsonObject fields;
+    Json fields;
     fields.add("pid", holder.mPid).add("command", holder.mCommand).add("since", holder.mSince);
     fields.add("state", holder.mState).add("progress", holder.mPercent);
     return data.add("holder", fields);

@@ -15,7 +15,7 @@ struct Invocation;
 
 /// A holder as the JSON documents show it: {"pid", "command", "since", "state", "progress"}; "null"
 /// when nobody is known to hold the resource.
-JsonObject holderData(const sysResourceLock::Holder& holder);
+Json holderData(const sysResourceLock::Holder& holder);
 
 /// Takes a lock for a command. When it is taken, waits as long as --wait allows, or until Ctrl-C.
 /// Done, or a failure before which nothing was touched:

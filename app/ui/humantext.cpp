@@ -139,7 +139,7 @@ std::string rootErrorText(int error) {
     return std::strerror(error) + rootHint(error);
 }
 
-bool parseNumber(std::string_view text, unsigned long maximum, unsigned long& value) {
+bool readDecimal(std::string_view text, unsigned long maximum, unsigned long& value) {
     if (text.empty()) {
         return false;
     }

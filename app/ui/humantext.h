@@ -39,8 +39,9 @@ std::string rootHint(int error);
 /// What an errno means, with rootHint().
 std::string rootErrorText(int error);
 
-/// Reads a decimal number from 0 to `maximum`: digits only, the whole text. False otherwise.
-bool parseNumber(std::string_view text, unsigned long maximum, unsigned long& value);
+/// Reads a decimal number from 0 to `maximum`: digits only, the whole text. Otherwise returns
+/// false.
+bool readDecimal(std::string_view text, unsigned long maximum, unsigned long& value);
 
 }  // namespace app
 

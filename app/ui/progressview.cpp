@@ -16,9 +16,9 @@ void ProgressView::show(const Progress& progress) {
     mShown = true;
     mLast = progress;
     if (changed) {
-        JsonObject change;
+        Json change;
         change.add("status", progress.mState).add("progress", progress.mPercent);
-        mChanges.addJson(change.text());
+        mChanges.append(change);
     }
     if (mQuiet) {
         return;

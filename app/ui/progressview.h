@@ -24,7 +24,7 @@ public:
     void end();
 
     /// Everything shown, each change once.
-    const JsonArray& changes() const { return mChanges; }
+    const Json& changes() const { return mChanges; }
 
 private:
     void redraw();
@@ -38,7 +38,7 @@ private:
     bool mOpenLine = false;
     Progress mLast;
     std::chrono::seconds mLastTime{-1};  // of the bar
-    JsonArray mChanges;
+    Json mChanges = Json::array();
 };
 
 }  // namespace app

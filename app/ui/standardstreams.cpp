@@ -35,7 +35,7 @@ bool waitWritable(int descriptor) {
 }
 
 /// Returns 0, or the errno of the failure.
-int writeAll(int descriptor, std::string_view text) {
+int writeWhole(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
         if (written >= 0) {
@@ -99,14 +99,14 @@ bool StandardStreams::canRedrawError() const {
 }
 
 void StandardStreams::write(std::string_view text) {
-    const int error = writeAll(mOutput, text);
+    const int error = writeWhole(mOutput, text);
     if (mOutputError == 0) {
         mOutputError = error;
     }
 }
 
 void writeError(std::string_view text) {
-    (void)writeAll(STDERR_FILENO, text);
+    (void)writeWhole(STDERR_FILENO, text);
 }
 
 void complain(std::string_view message) {

@@ -13,9 +13,12 @@ def section(text, title):
     return found[1].splitlines() if found else []
 
 
-def usage(text):
-    """The usage, on one line."""
-    return re.sub(r"\n +", " ", text.split("\n\n", 1)[0])
+def arguments(text):
+    """The names of the arguments and of the own options' values, and whether one is repeated."""
+    usage = text.split("\n\n", 1)[0].replace("[OPTION...]", "")
+    values = re.findall(r"^  [-\w,]+ ([A-Z]+)  ", "\n".join(section(text, "Options of this command")),
+                        re.M)
+    return re.findall(r"[A-Z]{3,}", usage) + values, "..." in usage
 
 
 def commands(text):
@@ -28,8 +31,8 @@ def options(text, title="Options"):
     """The options of a section: all names of each, and whether a value follows."""
     found = {}
     for line in section(text, title):
-        names, value = re.match(r" +((?:-\w, )?--?[\w-]+)( [A-Z]+)?  ", line).groups()
-        found.update({name: bool(value) for name in names.split(", ")})
+        names, value = re.match(r" +((?:-\w,)?--?[\w-]+)( [A-Z]+)?  ", line).groups()
+        found.update({name: bool(value) for name in names.split(",")})
     return found
 
 

@@ -25,7 +25,7 @@ def test_help_lists_every_command_and_no_other(kestrova):
 def test_help_of_each_command(kestrova, name):
     first = kestrova(*name.split(), "--help")
     assert first.returncode == 0
-    assert first.stdout.startswith(f"Usage: kestrova [OPTION...] {name}")
+    assert first.stdout.startswith(f"Usage: kestrova {name}")
     assert kestrova("help", *name.split()).stdout == first.stdout
     assert kestrova("-h", *name.split()).stdout == first.stdout
 
@@ -35,8 +35,8 @@ def test_each_page_has_the_same_form(kestrova, name):
     """Usage, purpose, perhaps details and own options, options, exit statuses, example."""
     text = kestrova(*name.split(), "--help").stdout
     usage, purpose, rest = text.split("\n\n", 2)
-    assert re.fullmatch(rf"Usage: kestrova \[OPTION\.\.\.\] ?{name}"
-                        r"( \[--?[\w-]+( [A-Z]+)?\])*( --)?( [][A-Z.]+)*", helppages.usage(usage))
+    assert re.fullmatch(rf"Usage: kestrova ?{name}( --| [][A-Z.]+)*", usage)
+    assert ("[OPTION...]" in usage) == (name not in COMMANDS or bool(helppages.own_options(text)))
     assert re.match(r"[A-Z].*\.$", purpose, re.S)
     titles = re.findall(r"^(\w.*):$", rest, re.M)
     assert [title for title in titles if title not in ["Commands", "Options of this command"]] == [
@@ -79,18 +79,6 @@ def test_start_says_what_happens_to_the_mounts(kestrova):
 def test_options_of_a_command_are_in_its_help_only(kestrova):
     assert "--yes" in kestrova("drive", "format", "--help").stdout
     assert "--yes" not in kestrova("drive", "stop", "--help").stdout.split("Options")[1]
-
-
-@pytest.mark.parametrize("name", COMMANDS)
-def test_usage_shows_the_options_of_the_command(kestrova, name):
-    text = kestrova(*name.split(), "--help").stdout
-    shown = re.findall(r"\[(--?[\w-]+)( [A-Z]+)?\]", helppages.usage(text))
-    own = helppages.own_options(text)
-    assert {option: bool(value) for option, value in shown}.items() <= own.items()
-    # One name of each, the long one if there is one.
-    listed = helppages.section(text, "Options of this command")
-    assert len(shown) == len(listed)
-    assert sum(option.startswith("--") for option, _ in shown) == sum("--" in line[:10] for line in listed)
 
 
 def test_version(kestrova):

@@ -53,7 +53,7 @@ def test_options_of_a_single_command(kestrova):
     run = kestrova("--minimal", "shell", input="table --json\nhelp drive\n")
     lines = run.stdout.splitlines()
     assert run.returncode == 0 and json.loads(lines[0])["command"] == "table"
-    assert lines[1].startswith("Usage: kestrova [OPTION...] drive ")
+    assert lines[1].startswith("Usage: kestrova drive ")
 
 
 def test_no_prompt_without_a_terminal(kestrova):

@@ -7,8 +7,8 @@
 #include <memory>
 #include <utility>
 
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
 #include "app/commands/drive/toolrun.h"
 #include "app/session.h"
@@ -148,7 +148,7 @@ private:
 /// The partition that a PARTITION argument means, or null.
 const PartitionLook* findPartition(const DriveLook& look, const std::string& argument) {
     unsigned long number = 0;
-    const bool byNumber = parseNumber(argument, INT32_MAX, number);
+    const bool byNumber = readDecimal(argument, INT32_MAX, number);
     for (const PartitionLook& partition : look.mPartitions) {
         if (byNumber ? static_cast<unsigned long>(partition.mIndex) == number
                      : argument == partition.mPath) {
@@ -158,29 +158,26 @@ const PartitionLook* findPartition(const DriveLook& look, const std::string& arg
     return nullptr;
 }
 
-}  // namespace
-
-bool checkPartition(const Words& arguments, std::string& error) {
+Result checkPartition(const Words& arguments) {
     unsigned long number = 0;
-    if (parseNumber(arguments[0], INT32_MAX, number) || arguments[0].rfind("/dev/", 0) == 0) {
-        return true;
+    if (readDecimal(arguments[0], INT32_MAX, number) || arguments[0].rfind("/dev/", 0) == 0) {
+        return {};
     }
-    error = "bad partition " + quoted(arguments[0]) +
-            ": an index from 0, or a device node such as /dev/sda1";
-    return false;
+    return Result::misused("bad partition " + quoted(arguments[0]) +
+                           ": an index from 0, or a device node such as /dev/sda1");
 }
 
 Result runDriveCheck(Session& session, const Invocation& invocation) {
-    Result claimed = session.claimDrive(invocation);
-    if (claimed.mStatus != eDone) {
-        return claimed;
+    Result result = session.claimDrive(invocation);
+    DriveLook look;
+    if (result.good()) {
+        result = lookWhenQuiet(look);
     }
-    const DriveLook look = lookWhenQuiet();
-    if (!look.mFailure.empty()) {
-        return Result::failed(look.mFailure);
+    if (result.good() && !look.mTableFailure.empty()) {
+        result = Result::failed(look.mTableFailure);
     }
-    if (!look.mTableFailure.empty()) {
-        return Result::failed(look.mTableFailure);
+    if (!result.good()) {
+        return result;
     }
     const std::string& argument = invocation.mArguments[0];
     const PartitionLook* const partition = findPartition(look, argument);
@@ -200,5 +197,25 @@ Result runDriveCheck(Session& session, const Invocation& invocation) {
     }
     return session.keep(std::make_unique<ExtCheck>(*partition), invocation);
 }
+
+}  // namespace
+
+constexpr char kDriveCheckHelp[] = R"(Check a partition's file system.
+
+PARTITION is an index from 0 or a device node, as 'drive info' shows them. A
+mounted one is not checked. An ext2/ext3 file system is checked and repaired at
+once. An XFS file system is only checked, and repaired with --repair. A check
+that runs is not stopped by Ctrl-C.
+
+Exit status:
+  1  not checked, or it had errors, even if all are corrected now
+
+Example:
+  kestrova drive check --repair 1
+  kestrova drive check /dev/sda2
+)";
+const Command kDriveCheckCommand = {
+    "drive check", "PARTITION",   kDriveCheckHelp, eOptionRepair | eOptionWait,
+    eNeedsDrive,   runDriveCheck, checkPartition};
 
 }  // namespace app

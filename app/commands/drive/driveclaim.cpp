@@ -78,7 +78,7 @@ Result DriveClaim::take(Session& session, const Invocation& invocation) {
     auto lock = std::make_unique<sysResourceLock>(sysResourceLock::eResRecordingDrive,
                                                   session.holderName(invocation).c_str());
     Result result = takeLock(session, invocation, *lock, sysResourceLock::eMoExclusive);
-    if (result.mStatus == eDone) {
+    if (result.good()) {
         mLock = std::move(lock);
     }
     return result;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // The commands of the drive that are done when they return.
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
 #include "app/session.h"
 #include "app/ui/humantext.h"
@@ -45,26 +45,23 @@ public:
 };
 
 Result spin(Session& session, const Invocation& invocation, Result (*operate)(sysHardDrive&)) {
-    Result claimed = session.claimDrive(invocation);
-    if (claimed.mStatus != eDone) {
-        return claimed;
-    }
+    Result result = session.claimDrive(invocation);
     DriveIdentity identity;
-    std::string failure;
-    if (!identifyDrive(identity, failure)) {
-        return Result::failed(failure);
+    if (result.good()) {
+        result = identifyDrive(identity);
+    }
+    if (!result.good()) {
+        return result;
     }
     DriveNode drive;
     return operate(drive);
 }
 
-}  // namespace
-
 Result runDriveInfo(Session& session, const Invocation& /*invocation*/) {
     const DriveState state = stateOfDrive(session);
     const DriveLook& look = state.mLook;
-    if (!look.mFailure.empty()) {
-        return Result::failed(look.mFailure);
+    if (!state.mFound.good()) {
+        return state.mFound;
     }
     const DriveIdentity& identity = look.mIdentity;
     const std::string capacity = std::to_string(identity.mCapacity);
@@ -82,8 +79,8 @@ Result runDriveInfo(Session& session, const Invocation& /*invocation*/) {
 
 Result runDriveStatus(Session& session, const Invocation& /*invocation*/) {
     const DriveState state = stateOfDrive(session);
-    if (!state.mLook.mFailure.empty()) {
-        return Result::failed(state.mLook.mFailure);
+    if (!state.mFound.good()) {
+        return state.mFound;
     }
     Result result;
     result.mText = statusText(state);
@@ -92,24 +89,21 @@ Result runDriveStatus(Session& session, const Invocation& /*invocation*/) {
 }
 
 Result runDriveStop(Session& session, const Invocation& invocation) {
-    Result refusal = session.claimDrive(invocation);
-    if (refusal.mStatus != eDone) {
-        return refusal;
-    }
+    Result result = session.claimDrive(invocation);
     const bool startedHere = session.drive() != nullptr;
-    if (!startedHere) {
-        const DriveLook look = lookAtDrive();
-        if (!look.mFailure.empty()) {
-            return Result::failed(look.mFailure);
-        }
-        if (!isMounted(look)) {
-            return Result::failed("the drive is not started");
+    if (result.good() && !startedHere) {
+        DriveLook look;
+        result = lookAtDrive(look);
+        if (result.good() && !isMounted(look)) {
+            result = Result::failed("the drive is not started");
         }
     }
-    sysDVRDrive* const drive =
-        session.useDrive(invocation, refusal);  // also unmounts what it finds mounted
-    if (drive == nullptr) {
-        return refusal;
+    sysDVRDrive* drive = nullptr;
+    if (result.good()) {
+        result = session.useDrive(invocation, drive);  // also unmounts what it finds mounted
+    }
+    if (!result.good()) {
+        return result;
     }
     session.publish({"stopping", 0});
     if (startedHere && statusOf(*drive) != sysDVRDrive::eStStarted) {
@@ -119,7 +113,6 @@ Result runDriveStop(Session& session, const Invocation& invocation) {
         return Result::failed("the drive could not be stopped: " + failureReason(*drive) +
                               "; end what uses it and stop again");
     }
-    Result result;
     result.mText = "The drive is stopped.\n";
     result.mData = statusData(stateOfDrive(session));
     return result;
@@ -138,5 +131,79 @@ Result runDriveSpinUp(Session& session, const Invocation& invocation) {
                     "the drive can't be opened; -v shows more");
     });
 }
+
+}  // namespace
+
+constexpr char kDriveInfoHelp[] = R"(Show the recording drive and its partitions.
+
+Device, model, serial number, capacity, status and partitions. Changes nothing;
+the drive is opened for reading only, and what is mounted stays mounted.
+
+Exit status:
+  1  there is no recording drive, or it can't be read
+
+Example:
+  kestrova drive info
+  kestrova --json drive info
+)";
+const Command kDriveInfoCommand = {
+    "drive info", "", kDriveInfoHelp, 0, eNeedsDrive | eRunsBesideWork, runDriveInfo};
+
+constexpr char kDriveStatusHelp[] = R"(Show the drive's status, and its space.
+
+The status is none, error, not-formatted, formatting, ready, starting or
+started. Size and free space are shown of both file systems; recordings belong
+into the data partition, or without one into the storage partition. Changes
+nothing, as 'drive info'.
+
+Exit status:
+  1  there is no recording drive, or it can't be read
+
+Example:
+  kestrova drive status
+  kestrova shell -e 'drive start; drive status; drive stop'
+)";
+const Command kDriveStatusCommand = {
+    "drive status", "", kDriveStatusHelp, 0, eNeedsDrive | eRunsBesideWork, runDriveStatus};
+
+constexpr char kDriveStopHelp[] = R"(Unmount what 'drive start' has mounted.
+
+Unmounts both file systems of the recording drive, also after a 'drive start' of
+another process that has ended.
+
+Exit status:
+  1  not started, or a file system is in use
+
+Example:
+  kestrova shell -e 'drive start; drive status; drive stop'
+)";
+const Command kDriveStopCommand = {"drive stop", "",          kDriveStopHelp,
+                                   eOptionWait,  eNeedsDrive, runDriveStop};
+
+constexpr char kDriveSpinDownHelp[] = R"(Standby now, and whenever idle for 120 s.
+
+Any access wakes the drive.
+
+Exit status:
+  1  the drive did not take the commands
+
+Example:
+  kestrova drive spin-down
+)";
+const Command kDriveSpinDownCommand = {"drive spin-down", "",          kDriveSpinDownHelp,
+                                       eOptionWait,       eNeedsDrive, runDriveSpinDown};
+
+constexpr char kDriveSpinUpHelp[] = R"(Wake the drive, and switch its timer off.
+
+It does not fall asleep again until 'drive spin-down'.
+
+Exit status:
+  1  the drive can't be opened
+
+Example:
+  kestrova drive spin-up
+)";
+const Command kDriveSpinUpCommand = {"drive spin-up", "",          kDriveSpinUpHelp,
+                                     eOptionWait,     eNeedsDrive, runDriveSpinUp};
 
 }  // namespace app

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "app/commands/drive/failuretext.h"
+#include "app/commands/drive/drivefailure.h"
 #include "app/commands/resourcelock.h"
 #include "app/session.h"
 #include "app/ui/colour.h"
@@ -67,11 +67,11 @@ std::string spaceText(const char* title, const PartitionLook* partition) {
            mebibytesText(space.mTotal) + "\n";
 }
 
-std::string spaceJson(const PartitionLook* partition) {
+Json spaceData(const PartitionLook* partition) {
+    Json data;
     if (partition == nullptr) {
-        return "null";
+        return data;
     }
-    JsonObject data;
     data.add("device", partition->mPath);
     if (partition->mMountPoints.empty()) {
         data.add("mountpoint", nullptr).add("size", partition->mCapacity).add("free", nullptr);
@@ -80,7 +80,7 @@ std::string spaceJson(const PartitionLook* partition) {
         const Space space = measureSpace(directory);
         data.add("mountpoint", directory).add("size", space.mTotal).add("free", space.mFree);
     }
-    return data.text();
+    return data;
 }
 
 /// Of the file system that sysDVRDrive::freeMB() measures.
@@ -135,7 +135,7 @@ DriveState stateOfDrive(const Session& session) {
     if (!session.claimsDrive()) {
         (void)sysResourceLock::holder(sysResourceLock::eResRecordingDrive, state.mHolder);
     }
-    state.mLook = lookAtDrive(state.mHolder.mState != "partitioning");
+    state.mFound = lookAtDrive(state.mLook, state.mHolder.mState != "partitioning");
     state.mStatus = statusName(state.mLook.status());
     if (session.drive() != nullptr) {
         sysDVRDrive::Status status = sysDVRDrive::eStNone;
@@ -195,14 +195,14 @@ std::string statusText(const DriveState& state) {
     return text;
 }
 
-JsonObject statusData(const DriveState& state) {
+Json statusData(const DriveState& state) {
     const DriveLook& look = state.mLook;
     const Space space = recordingSpace(look);
-    JsonObject data;
+    Json data;
     data.add("status", state.mStatus).add("progress", state.mProgress);
     data.add("totalMiB", space.mTotal >> 20U).add("freeMiB", space.mFree >> 20U);
     data.add("blockSize", space.mBlockSize);
-    data.addJson("storage", spaceJson(look.storage())).addJson("data", spaceJson(look.data()));
+    data.add("storage", spaceData(look.storage())).add("data", spaceData(look.data()));
     data.add("recordings", look.storage() != nullptr ? look.recordingDirectory() : nullptr);
     data.add("problem", look.mProblem.empty() ? nullptr : look.mProblem.c_str());
     return data.add(holderData(state.mHolder));
@@ -234,10 +234,10 @@ std::string partitionsText(const DriveLook& look) {
     return text;
 }
 
-JsonArray partitionsData(const DriveLook& look) {
-    JsonArray partitions;
+Json partitionsData(const DriveLook& look) {
+    Json partitions = Json::array();
     for (const PartitionLook& partition : look.mPartitions) {
-        JsonObject data;
+        Json data;
         data.add("index", partition.mIndex).add("path", partition.mPath);
         data.add("capacity", partition.mCapacity).add("type", partition.mType);
         data.add("filesystem", fileSystemName(partition.mFileSystem));
@@ -245,7 +245,7 @@ JsonArray partitionsData(const DriveLook& look) {
         data.add("filesystemSize", partition.mFileSystemSize);
         data.add("mountpoint",
                  partition.mMountPoints.empty() ? nullptr : partition.mMountPoints.front().c_str());
-        partitions.addJson(data.text());
+        partitions.append(data);
     }
     return partitions;
 }
@@ -257,14 +257,14 @@ std::string noDriveReason() {
     }
     sysPartition::Failure failure;
     if (sysPartition::lastFailure(&failure) && failure.mStep == sysPartition::eFailUnmount) {
-        return "the drive is in use: " + failureText(failure) + "; end what uses it";
+        return "the drive is in use: " + driveFailureText(failure) + "; end what uses it";
     }
     return "the drive can't be used: " + device + " does not report its identity or size";
 }
 
 std::string failureReason(const sysDVRDrive& drive) {
     sysPartition::Failure failure;
-    return drive.lastFailure(&failure) ? failureText(failure) : std::string();
+    return drive.lastFailure(&failure) ? driveFailureText(failure) : std::string();
 }
 
 }  // namespace app

@@ -22,6 +22,7 @@ sysDVRDrive::Status statusOf(sysDVRDrive& drive);
 
 /// The drive at one moment: what there is to see of it, and what happens to it.
 struct DriveState {
+    Result mFound;  ///< failed when there is no recording drive
     DriveLook mLook;
     sysResourceLock::Holder mHolder;  ///< another process that holds the drive's lock
     std::string mStatus;              ///< a statusName()
@@ -38,11 +39,11 @@ std::string driveName(const DriveIdentity& identity);
 
 /// Status and space, as lines of text and as members.
 std::string statusText(const DriveState& state);
-JsonObject statusData(const DriveState& state);
+Json statusData(const DriveState& state);
 
 /// The partitions, a line or an object each.
 std::string partitionsText(const DriveLook& look);
-JsonArray partitionsData(const DriveLook& look);
+Json partitionsData(const DriveLook& look);
 
 /// "process 812 (kestrova drive format) since 02:16:24", for a holder that is known.
 std::string holderText(const sysResourceLock::Holder& holder);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <thread>
 
+#include "System/drivemanager/tools/toolcommands.h"
 #include "app/commands/drive/toolrun.h"
 #include "app/ui/humantext.h"
 
@@ -28,7 +30,7 @@ public:
     }
 };
 
-PartitionLook lookAt(sysPartition& partition, int index, const std::vector<Mount>& mounts) {
+PartitionLook lookAt(sysPartition& partition, int index) {
     PartitionLook look;
     look.mIndex = index;
     look.mPath = partition.path();
@@ -36,7 +38,7 @@ PartitionLook lookAt(sysPartition& partition, int index, const std::vector<Mount
     look.mType = partition.type();
     look.mFileSystem = partition.fileSystemType();
     look.mLabel = partition.label() != nullptr ? partition.label() : "";
-    look.mMountPoints = mountPointsOf(mounts, look.mPath);
+    (void)sysPartition::listMounts(partition.path(), &look.mMountPoints);
     look.mFileSystemSize = partition.fileSystemSize();
     return look;
 }
@@ -55,7 +57,7 @@ std::string tableFailure(const sysHardDrive& drive) {
         return intro + "no process for /sbin/sfdisk: " + rootErrorText(drive.tableToolError());
     }
     // Once more, for what it writes to standard error.
-    const ToolRun run = runTool(std::string("/sbin/sfdisk -d ") + kDriveDevice);
+    const ToolRun run = runTool(commandLine(drivemanager::listPartitionTable(kDriveDevice)));
     return intro + run.reason("/sbin/sfdisk -d") +
            "; if it is a tool of today, 'kestrova-box-tools enable' adapts it";
 }
@@ -116,12 +118,11 @@ sysDVRDrive::Status DriveLook::status() const {
     return started ? sysDVRDrive::eStStarted : sysDVRDrive::eStReady;
 }
 
-bool identifyDrive(DriveIdentity& identity, std::string& failure) {
+Result identifyDrive(DriveIdentity& identity) {
     const std::string device = kDriveDevice;
     const int descriptor = ::open(kDriveDevice, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) {
-        failure = "no recording drive: " + device + ": " + rootErrorText(errno);
-        return false;
+        return Result::failed("no recording drive: " + device + ": " + rootErrorText(errno));
     }
     char model[256];
     char serial[256];
@@ -132,47 +133,57 @@ bool identifyDrive(DriveIdentity& identity, std::string& failure) {
     const bool sized = ::ioctl(descriptor, BLKGETSIZE64, &capacity) == 0 && capacity != 0;
     (void)::close(descriptor);
     if (!known || !sized) {
-        failure = "no recording drive: " + device + " does not report its " +
-                  (known ? "size" : "identity");
-        return false;
+        return Result::failed("no recording drive: " + device + " does not report its " +
+                              (known ? "size" : "identity"));
     }
     identity = {trimmed(*model != '\0' ? model : "Unknown Drive"), trimmed(serial), capacity};
-    return true;
+    return {};
 }
 
-DriveLook lookAtDrive(bool table) {
-    DriveLook look;
-    if (!identifyDrive(look.mIdentity, look.mFailure) || !table) {
-        return look;
+Space measureSpace(const std::string& directory) {
+    struct statfs status = {};
+    Space space;
+    if (::statfs(directory.c_str(), &status) == 0) {
+        const auto blockSize = static_cast<unsigned long long>(status.f_bsize);
+        space.mTotal = blockSize * status.f_blocks;
+        space.mFree = blockSize * status.f_bfree;
+        space.mBlockSize = static_cast<unsigned>(blockSize);
+    }
+    return space;
+}
+
+Result lookAtDrive(DriveLook& look, bool table) {
+    look = {};
+    Result result = identifyDrive(look.mIdentity);
+    if (!result.good() || !table) {
+        return result;
     }
     DriveTable drive;
     look.mTableFailure = tableFailure(drive);
-    const std::vector<Mount> mounts = readMounts();
     for (int index = 0; index < drive.numPartitions(); ++index) {
-        look.mPartitions.push_back(lookAt(*drive.getPartition(index), index, mounts));
+        look.mPartitions.push_back(lookAt(*drive.getPartition(index), index));
     }
     findRecordingPartitions(look);
     look.mProblem = look.mTableFailure;
-    if (look.mProblem.empty()) {
-        look.mProblem = sizeProblem(look.storage());
+    for (const PartitionLook* const partition : {look.storage(), look.data()}) {
+        if (look.mProblem.empty()) {
+            look.mProblem = sizeProblem(partition);
+        }
     }
-    if (look.mProblem.empty()) {
-        look.mProblem = sizeProblem(look.data());
-    }
-    return look;
+    return result;
 }
 
-DriveLook lookWhenQuiet() {
+Result lookWhenQuiet(DriveLook& look) {
     constexpr int tries = 100;
     constexpr auto interval = std::chrono::milliseconds(100);
     for (int attempt = 0;; ++attempt) {
-        DriveLook look = lookAtDrive();
+        Result result = lookAtDrive(look);
         const bool busy = std::any_of(
             look.mPartitions.begin(), look.mPartitions.end(), [](const PartitionLook& partition) {
                 return partition.mMountPoints.empty() && partition.isClaimed();
             });
         if (!busy || attempt == tries) {
-            return look;
+            return result;
         }
         std::this_thread::sleep_for(interval);
     }

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "System/drivemanager/dvrdrive.h"
-#include "app/commands/drive/mounts.h"
+#include "app/cli/result.h"
 
 namespace app {
 
@@ -33,9 +33,9 @@ struct PartitionLook {
     unsigned long long mCapacity = 0;  ///< bytes
     int mType = 0;                     ///< the partition table's type byte
     sysPartition::FSType mFileSystem = sysPartition::eFsUnknown;
-    std::string mLabel;                      ///< empty for none
-    std::vector<std::string> mMountPoints;   ///< empty when it is not mounted
-    unsigned long long mFileSystemSize = 0;  ///< bytes, by the superblock; 0 when not known
+    std::string mLabel;                        ///< empty for none
+    KestrovaVector<std::string> mMountPoints;  ///< empty when it is not mounted
+    unsigned long long mFileSystemSize = 0;    ///< bytes, by the superblock; 0 when not known
 
     bool isMountedOn(const char* directory) const;
     /// The partition has become smaller since the format, and the kernel refuses to mount it.
@@ -48,7 +48,6 @@ struct PartitionLook {
 
 /// What there is to see of the drive at one moment.
 struct DriveLook {
-    std::string mFailure;  ///< why there is no recording drive; empty when there is one
     DriveIdentity mIdentity;
     std::string mTableFailure;  ///< why the partition table could not be read; empty when it was
     std::string mProblem;  ///< why the drive can't be used as it is; empty when nothing is wrong
@@ -70,17 +69,26 @@ private:
     const PartitionLook* partition(int index) const;
 };
 
-/// Looks at the drive. Blocks for "/sbin/sfdisk -d" and, when the disk is in standby, until it has
-/// spun up. Without `table` runs no tool and reads no partition: a partition that is open makes
-/// another process's attempt to write a new table fail.
-DriveLook lookAtDrive(bool table = true);
+/// Size of a mounted file system. All 0 when it cannot be measured.
+struct Space {
+    unsigned long long mTotal = 0;  ///< bytes
+    unsigned long long mFree = 0;   ///< bytes, including those reserved for root
+    unsigned mBlockSize = 0;        ///< bytes
+};
+
+Space measureSpace(const std::string& directory);
+
+/// Looks at the drive. Fails when there is no recording drive. Blocks for "/sbin/sfdisk -d" and,
+/// when the disk is in standby, until it has spun up. Without `table` runs no tool and reads no
+/// partition: a partition that is open makes another process's attempt to write a new table fail.
+Result lookAtDrive(DriveLook& look, bool table = true);
 
 /// As lookAtDrive(), for the holder of the drive's lock: waits up to 10 s for a formatter, checker
 /// or mount that an earlier holder has left behind, when it was killed.
-DriveLook lookWhenQuiet();
+Result lookWhenQuiet(DriveLook& look);
 
-/// Only identity and size, or why there is no drive; runs no tool.
-bool identifyDrive(DriveIdentity& identity, std::string& failure);
+/// Reads identity and size only; runs no tool. Fails when there is no recording drive.
+Result identifyDrive(DriveIdentity& identity);
 
 }  // namespace app
 

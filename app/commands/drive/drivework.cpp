@@ -7,11 +7,13 @@
 #include <future>
 #include <memory>
 
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "System/drivemanager/tools/toolcommands.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
 #include "app/commands/drive/drivework.h"
 #include "app/commands/drive/losses.h"
+#include "app/commands/drive/toolrun.h"
 #include "app/session.h"
 #include "app/ui/humantext.h"
 #include "app/work.h"
@@ -150,9 +152,9 @@ std::vector<std::string> formatCommands(const DriveLook& look) {
     std::vector<std::string> commands;
     for (const PartitionLook& partition : look.mPartitions) {
         if (partition.mIndex <= kDataPosition) {
-            const std::string label = partition.mIndex == kDataPosition ? "DVRData" : "DVRStorage";
-            commands.insert(commands.begin(), "/sbin/mkfs.xfs -L " + label +
-                                                  " -f -l lazy-count=0 " + partition.mPath);
+            const char* const label = partition.mIndex == kDataPosition ? "DVRData" : "DVRStorage";
+            commands.insert(commands.begin(),
+                            commandLine(drivemanager::makeXfs(partition.mPath, label)));
         }
     }
     return commands;
@@ -162,49 +164,46 @@ Result dryFormat(const DriveLook& look, const std::vector<Loss>& losses) {
     Result result;
     result.mText = "ALL DATA on these partitions of " + driveName(look.mIdentity) +
                    " would be lost:\n" + lossesText(losses) + "They would be formatted by\n";
-    JsonArray commands;
+    Json commands = Json::array();
     for (const std::string& command : formatCommands(look)) {
         result.mText += "  " + printable(command) + "\n";
-        commands.addJson(jsonString(command));
+        commands.append(command);
     }
     result.mData.add("losses", lossesData(losses)).add("wouldRun", commands);
     return result;
 }
 
-}  // namespace
-
 Result runDriveFormat(Session& session, const Invocation& invocation) {
-    if (!invocation.mOptions.mDryRun) {
-        Result claimed = session.claimDrive(invocation);
-        if (claimed.mStatus != eDone) {
-            return claimed;
-        }
+    const Options& options = invocation.mOptions;
+    Result result = options.mDryRun ? Result() : session.claimDrive(invocation);
+    DriveLook look;
+    if (result.good()) {
+        result = options.mDryRun ? lookAtDrive(look) : lookWhenQuiet(look);
     }
-    const DriveLook look = invocation.mOptions.mDryRun ? lookAtDrive() : lookWhenQuiet();
-    if (!look.mFailure.empty()) {
-        return Result::failed(look.mFailure);
+    if (result.good() && look.mPartitions.empty() && look.mTableFailure.empty()) {
+        result = Result::failed("the drive has no partitions: 'drive partition' comes first");
     }
-    if (look.mPartitions.empty() && look.mTableFailure.empty()) {
-        return Result::failed("the drive has no partitions: 'drive partition' comes first");
+    std::vector<Loss> losses;
+    if (result.good()) {
+        losses = findLosses(look);
+        result = checkDestruction(look, losses, options.mForce);
+        losses = formatLosses(losses);
     }
-    const std::vector<Loss> held = findLosses(look);
-    const std::string reason = destructionRefusal(look, held, invocation.mOptions.mForce);
-    if (!reason.empty()) {
-        return Result::failed(reason);
+    if (!result.good()) {
+        return result;
     }
-    const std::vector<Loss> losses = formatLosses(held);
-    if (invocation.mOptions.mDryRun) {
+    if (options.mDryRun) {
         return dryFormat(look, losses);
     }
-    if (!invocation.mOptions.mYes &&
+    if (!options.mYes &&
         !session.confirm("ALL DATA on these partitions of " + driveName(look.mIdentity) +
                          " will be lost:\n" + lossesText(losses) + "Format?")) {
         return Result::failed("not confirmed, nothing was changed");
     }
-    Result refusal;
-    sysDVRDrive* const drive = session.useDrive(invocation, refusal);
-    if (drive == nullptr) {
-        return refusal;
+    sysDVRDrive* drive = nullptr;
+    result = session.useDrive(invocation, drive);
+    if (!result.good()) {
+        return result;
     }
     if (!drive->initialize()) {
         return Result::failed(std::string("the drive refuses to be formatted (status ") +
@@ -213,41 +212,95 @@ Result runDriveFormat(Session& session, const Invocation& invocation) {
     return session.keep(std::make_unique<FormatWork>(session, *drive), invocation);
 }
 
-sysDVRDrive* startDrive(Session& session, const Invocation& invocation, Result& refusal) {
-    refusal = session.claimDrive(invocation);
-    if (refusal.mStatus != eDone) {
-        return nullptr;
+Result runDriveStart(Session& session, const Invocation& invocation) {
+    sysDVRDrive* drive = nullptr;
+    Result started = startDrive(session, invocation, drive);
+    return started.good() ? session.keep(startWork(session, *drive), invocation) : started;
+}
+
+}  // namespace
+
+Result startDrive(Session& session, const Invocation& invocation, sysDVRDrive*& drive) {
+    Result result = session.claimDrive(invocation);
+    DriveLook look;
+    if (result.good()) {
+        result = lookWhenQuiet(look);
     }
-    const DriveLook look = lookWhenQuiet();
-    const std::string& reason = look.mFailure.empty() ? look.mProblem : look.mFailure;
-    if (!reason.empty()) {
-        refusal = Result::failed(reason);
-        return nullptr;
+    if (result.good() && !look.mProblem.empty()) {
+        result = Result::failed(look.mProblem);
     }
-    sysDVRDrive* const drive = session.useDrive(invocation, refusal);
-    if (drive == nullptr) {
-        return nullptr;
+    sysDVRDrive* found = nullptr;
+    if (result.good()) {
+        result = session.useDrive(invocation, found);
     }
-    const sysDVRDrive::Status status = statusOf(*drive);
+    if (!result.good()) {
+        return result;
+    }
+    const sysDVRDrive::Status status = statusOf(*found);
     if (status == sysDVRDrive::eStNotFormatted) {
-        refusal = Result::failed("the drive is not formatted: 'drive format' comes first");
-    } else if (status == sysDVRDrive::eStStarted) {
-        refusal = Result::failed("the drive is started already");
-    } else if (!drive->start()) {
-        refusal = Result::failed(std::string("the drive can't be started (status ") +
-                                 statusName(status) + ")");
+        return Result::failed("the drive is not formatted: 'drive format' comes first");
     }
-    return refusal.mStatus == eDone ? drive : nullptr;
+    if (status == sysDVRDrive::eStStarted) {
+        return Result::failed("the drive is started already");
+    }
+    if (!found->start()) {
+        return Result::failed(std::string("the drive can't be started (status ") +
+                              statusName(status) + ")");
+    }
+    drive = found;
+    return {};
 }
 
 std::unique_ptr<Work> startWork(Session& session, sysDVRDrive& drive) {
     return std::make_unique<StartWork>(session, drive);
 }
 
-Result runDriveStart(Session& session, const Invocation& invocation) {
-    Result refusal;
-    sysDVRDrive* const drive = startDrive(session, invocation, refusal);
-    return drive == nullptr ? refusal : session.keep(startWork(session, *drive), invocation);
-}
+constexpr char kDriveFormatHelp[] = R"(Make the file systems; all their data are lost.
+
+Makes the file systems of the recording drive: 'DVRData' on partition 1, then
+'DVRStorage' on partition 0. Names the drive and asks first, unless --yes; where
+nobody can be asked it is refused with exit status 2. Refused as well as 'drive
+partition' is.
+
+A format that runs can't be stopped. Ctrl-C in a shell at a terminal returns to
+the prompt, and 'drive watch' follows it again; anywhere else the command waits
+for its end all the same.
+A drive with a single partition becomes ready, too: it has no separate data
+partition. 'drive start' comes next.
+
+Exit status:
+  1  refused, not confirmed, not partitioned, or not formatted
+
+Example:
+  kestrova drive format
+  kestrova drive format --yes
+)";
+const Command kDriveFormatCommand = {
+    "drive format",
+    "",
+    kDriveFormatHelp,
+    eOptionYes | eOptionNoWait | eOptionForce | eOptionDryRun | eOptionWait,
+    eNeedsDrive | eDestroysData,
+    runDriveFormat};
+
+constexpr char kDriveStartHelp[] = R"(Mount the file systems for recording.
+
+Mounts the storage partition on /dvr, with project quotas, and the data
+partition on /dvr/data. The status must be 'ready'.
+
+A shell that has started the drive stops it when it ends, whatever happens.
+'drive start' alone leaves the file systems mounted when it exits, until 'drive
+stop' or the next full start of the system unmounts them.
+Ctrl-C does not stop a mount; in a shell at a terminal it only stops waiting for
+it.
+
+Exit status:
+  1  not formatted, started already, or not mounted
+
+Example:
+  kestrova shell -e 'drive start; drive status; drive stop'
+)";
+const Command kDriveStartCommand = {
+    "drive start", "", kDriveStartHelp, eOptionNoWait | eOptionWait, eNeedsDrive, runDriveStart};
 
 }  // namespace app

@@ -13,9 +13,9 @@ namespace app {
 class Session;
 struct Invocation;
 
-/// Takes the drive's lock, brings the drive up and begins to mount it, after a look at what speaks
-/// against that. Null, with the reason in `refusal`, if it cannot be started.
-sysDVRDrive* startDrive(Session& session, const Invocation& invocation, Result& refusal);
+/// Takes the drive's lock, checks the drive, brings it up and begins to mount it. `drive` is set on
+/// success only.
+Result startDrive(Session& session, const Invocation& invocation, sysDVRDrive*& drive);
 
 /// The mounting that startDrive() has begun.
 std::unique_ptr<Work> startWork(Session& session, sysDVRDrive& drive);

@@ -80,26 +80,28 @@ std::vector<Loss> findLosses(const DriveLook& look) {
     return losses;
 }
 
-std::string destructionRefusal(const DriveLook& look, const std::vector<Loss>& losses, bool force) {
+Result checkDestruction(const DriveLook& look, const std::vector<Loss>& losses, bool force) {
     if (!look.mTableFailure.empty()) {
-        return look.mTableFailure;
+        return Result::failed(look.mTableFailure);
     }
     for (const PartitionLook& partition : look.mPartitions) {
+        const std::string path = printable(partition.mPath);
         if (!partition.mMountPoints.empty()) {
-            return printable(partition.mPath) + " is mounted on " +
-                   printable(partition.mMountPoints.front()) +
-                   ": 'drive stop' or umount comes first";
+            return Result::failed(path + " is mounted on " +
+                                  printable(partition.mMountPoints.front()) +
+                                  ": 'drive stop' or umount comes first");
         }
         if (partition.isClaimed()) {
-            return printable(partition.mPath) + " is in use by another program";
+            return Result::failed(path + " is in use by another program");
         }
     }
     for (const Loss& loss : losses) {
         if (loss.isForeign() && !force) {
-            return printable(loss.mPath) + " holds what is not the recording drive's own (" +
-                   printable(loss.mContent) +
-                   (loss.mLabel.empty() ? "" : ", label " + quoted(loss.mLabel)) +
-                   "); --force destroys it all the same";
+            return Result::failed(printable(loss.mPath) +
+                                  " holds what is not the recording drive's own (" +
+                                  printable(loss.mContent) +
+                                  (loss.mLabel.empty() ? "" : ", label " + quoted(loss.mLabel)) +
+                                  "); --force destroys it all the same");
         }
     }
     return {};
@@ -116,15 +118,15 @@ std::string lossesText(const std::vector<Loss>& losses) {
     return text;
 }
 
-JsonArray lossesData(const std::vector<Loss>& losses) {
-    JsonArray array;
+Json lossesData(const std::vector<Loss>& losses) {
+    Json array = Json::array();
     for (const Loss& loss : losses) {
-        JsonObject data;
+        Json data;
         data.add("path", loss.mPath).add("capacity", loss.mCapacity);
         data.add("content", loss.mContent.empty() ? nullptr : loss.mContent.c_str());
         data.add("label", loss.mLabel.empty() ? nullptr : loss.mLabel.c_str());
         data.add("own", loss.mOwn);
-        array.addJson(data.text());
+        array.append(data);
     }
     return array;
 }

@@ -27,14 +27,14 @@ struct Loss {
 /// the content; where it knows none, the box's "/sbin/blkid" is asked, if there is one.
 std::vector<Loss> findLosses(const DriveLook& look);
 
-/// Why the drive must not be partitioned or formatted: its table could not be read, one of its
-/// partitions is mounted, or it holds what is not the recording drive's own. Only the last one is
-/// ignored with `force`. Empty when nothing speaks against it.
-std::string destructionRefusal(const DriveLook& look, const std::vector<Loss>& losses, bool force);
+/// Fails when the drive must not be partitioned or formatted: its table could not be read, one of
+/// its partitions is mounted or in use, or it holds what is not the recording drive's own. `force`
+/// allows the last one.
+Result checkDestruction(const DriveLook& look, const std::vector<Loss>& losses, bool force);
 
 /// One line each: node, size, content and label.
 std::string lossesText(const std::vector<Loss>& losses);
-JsonArray lossesData(const std::vector<Loss>& losses);
+Json lossesData(const std::vector<Loss>& losses);
 
 }  // namespace app
 

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 //
 // The command that writes a partition table.
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "System/drivemanager/tools/toolcommands.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
 #include "app/commands/drive/losses.h"
 #include "app/commands/drive/sizes.h"
 #include "app/commands/drive/tablebackup.h"
+#include "app/commands/drive/toolrun.h"
 #include "app/session.h"
 #include "app/ui/humantext.h"
 
 namespace app {
 
 namespace {
-
-constexpr char kTool[] = "/sbin/sfdisk -q -L -uM /dev/sda";
 
 /// What is going to happen, after all that speaks against it has been looked at.
 struct Plan {
@@ -23,32 +23,33 @@ struct Plan {
     PartitionSizes mSizes;
 };
 
-/// Why the drive can't be partitioned as wanted; empty when it can.
-std::string makePlan(const Invocation& invocation, Plan& plan) {
-    plan.mLook = invocation.mOptions.mDryRun ? lookAtDrive() : lookWhenQuiet();
-    if (!plan.mLook.mFailure.empty()) {
-        return plan.mLook.mFailure;
-    }
+/// Fails when the drive cannot be partitioned as wanted.
+Result makePlan(const Invocation& invocation, Plan& plan) {
+    Result result =
+        invocation.mOptions.mDryRun ? lookAtDrive(plan.mLook) : lookWhenQuiet(plan.mLook);
     const unsigned long long capacity = plan.mLook.mIdentity.mCapacity;
-    std::string error;
-    if (!parseSizes(invocation.mArguments, capacity, plan.mSizes, error)) {
-        return error;
+    if (result.good()) {
+        result = parseSizes(invocation.mArguments, capacity, plan.mSizes);
+    }
+    if (!result.good()) {
+        return result;
     }
     if (totalSize(plan.mSizes) > capacity) {
-        return "the drive has " + std::to_string(capacity >> 20U) +
-               " MiB, fewer than the sizes need; 'rest' is what is left";
+        return Result::failed("the drive has " + std::to_string(capacity >> 20U) +
+                              " MiB, fewer than the sizes need; 'rest' is what is left");
     }
     plan.mLosses = findLosses(plan.mLook);
-    return destructionRefusal(plan.mLook, plan.mLosses, invocation.mOptions.mForce);
+    return checkDestruction(plan.mLook, plan.mLosses, invocation.mOptions.mForce);
 }
 
 Result dryRun(const Plan& plan) {
+    const std::string tool = commandLine(drivemanager::writePartitionTable(kDriveDevice));
     Result result;
     result.mText = "ALL DATA on " + driveName(plan.mLook.mIdentity) + " would be lost:\n" +
                    lossesText(plan.mLosses) + "It would be partitioned as " +
-                   sizesText(plan.mSizes) + " by\n  " + kTool + "\n";
-    JsonArray commands;
-    commands.addJson(jsonString(kTool));
+                   sizesText(plan.mSizes) + " by\n  " + tool + "\n";
+    Json commands = Json::array();
+    commands.append(tool);
     result.mData.add("losses", lossesData(plan.mLosses)).add("wouldRun", commands);
     return result;
 }
@@ -87,46 +88,72 @@ Result writeTable(Session& session, sysDVRDrive& drive, Plan& plan) {
     return result;
 }
 
-}  // namespace
-
 Result runDrivePartition(Session& session, const Invocation& invocation) {
-    if (!invocation.mOptions.mDryRun) {
-        Result claimed = session.claimDrive(invocation);
-        if (claimed.mStatus != eDone) {
-            return claimed;
-        }
-    }
+    const Options& options = invocation.mOptions;
+    Result result = options.mDryRun ? Result() : session.claimDrive(invocation);
     Plan plan;
-    const std::string refusal = makePlan(invocation, plan);
-    if (!refusal.empty()) {
-        return Result::failed(refusal);
+    if (result.good()) {
+        result = makePlan(invocation, plan);
     }
-    if (invocation.mOptions.mDryRun) {
+    if (!result.good()) {
+        return result;
+    }
+    if (options.mDryRun) {
         return dryRun(plan);
     }
-    if (!invocation.mOptions.mYes &&
-        !session.confirm("ALL DATA on " + driveName(plan.mLook.mIdentity) + " will be lost:\n" +
-                         lossesText(plan.mLosses) + "Partition it as " + sizesText(plan.mSizes) +
-                         "?")) {
+    if (!options.mYes && !session.confirm("ALL DATA on " + driveName(plan.mLook.mIdentity) +
+                                          " will be lost:\n" + lossesText(plan.mLosses) +
+                                          "Partition it as " + sizesText(plan.mSizes) + "?")) {
         return Result::failed("not confirmed, nothing was changed");
     }
     TableBackup backup;
-    std::string error;
     const bool save = hasTable(plan);
-    if (save && !saveTable(invocation.mOptions.mSaveTable, backup, error)) {
-        return Result::failed("the old partition table could not be saved, nothing was changed: " +
-                              error);
+    if (save) {
+        result = saveTable(options.mSaveTable, backup);
     }
-    Result failure;
-    sysDVRDrive* const drive = session.useDrive(invocation, failure);
-    if (drive == nullptr) {
-        return failure;
+    sysDVRDrive* drive = nullptr;
+    if (result.good()) {
+        result = session.useDrive(invocation, drive);
     }
-    Result result = writeTable(session, *drive, plan);
+    if (!result.good()) {
+        return result;
+    }
+    result = writeTable(session, *drive, plan);
     if (save) {
         describeBackup(backup, result);
     }
     return result;
 }
+
+}  // namespace
+
+constexpr char kDrivePartitionHelp[] = R"(Write a partition table; all data are lost.
+
+Writes a table of one to four partitions. SIZE is a number of MiB (1500 or
+1500M), of GiB (6G) or TiB (1T), a share of the drive (50%), or 'rest' for all
+that is left, which can be the last one only. Names the drive and asks first,
+unless --yes; where nobody can be asked it is refused with exit status 2.
+
+All data of the drive are lost. Refused while a partition of the drive is
+mounted and, without --force, when the drive holds a file system that is not the
+recording drive's own. The old table is saved first, in a new file below
+/var/lib/kestrova or, if that can't be written, /run/kestrova. 'drive format'
+comes next.
+
+Exit status:
+  1  refused, not confirmed, too large for the drive, or not written
+
+Example:
+  kestrova drive partition --dry-run 40G rest
+  kestrova drive partition 40G rest
+)";
+const Command kDrivePartitionCommand = {
+    "drive partition",
+    "SIZE...",
+    kDrivePartitionHelp,
+    eOptionYes | eOptionForce | eOptionDryRun | eOptionSaveTable | eOptionWait,
+    eNeedsDrive | eDestroysData,
+    runDrivePartition,
+    checkSizes};
 
 }  // namespace app

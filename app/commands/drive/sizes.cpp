@@ -3,7 +3,6 @@
 
 #include <climits>
 
-#include "app/cli/commands.h"
 #include "app/ui/humantext.h"
 
 namespace app {
@@ -28,7 +27,7 @@ unsigned long unitOf(char letter) {
 
 bool parseShare(const std::string& number, unsigned long long capacity, int& size) {
     unsigned long percent = 0;
-    if (!parseNumber(number, 100, percent) || percent == 0) {
+    if (!readDecimal(number, 100, percent) || percent == 0) {
         return false;
     }
     const unsigned long long share = (capacity >> 20U) * percent / 100;
@@ -47,7 +46,7 @@ bool parseSize(const std::string& argument, unsigned long long capacity, int& si
     }
     const unsigned long unit = unitOf(argument.back());
     unsigned long count = 0;
-    if (!parseNumber(unit != 0 ? number : argument, INT_MAX / (unit != 0 ? unit : 1), count) ||
+    if (!readDecimal(unit != 0 ? number : argument, INT_MAX / (unit != 0 ? unit : 1), count) ||
         count == 0) {
         return false;
     }
@@ -57,31 +56,29 @@ bool parseSize(const std::string& argument, unsigned long long capacity, int& si
 
 }  // namespace
 
-bool parseSizes(const Words& arguments, unsigned long long capacity, PartitionSizes& sizes,
-                std::string& error) {
+Result parseSizes(const Words& arguments, unsigned long long capacity, PartitionSizes& sizes) {
     if (arguments.size() > 4) {
-        error = "more than four sizes: " + quoted(arguments[4]);
-        return false;
+        return Result::misused("more than four sizes: " + quoted(arguments[4]));
     }
     int* next = sizes;
     for (const std::string& argument : arguments) {
         if (argument == "rest" && &argument == &arguments.back()) {
             *next = kRest;
         } else if (argument == "rest") {
-            error = "'rest' can be the last size only";
-            return false;
+            return Result::misused("'rest' can be the last size only");
         } else if (!parseSize(argument, capacity, *next)) {
-            error = "bad size " + quoted(argument) +
+            return Result::failed(
+                "bad size " + quoted(argument) +
                     ": a number of MiB from 1, such as 1500, 1500M or 6G, a share such as 50%, or "
-                    "'rest'";
-            return false;
+                    "'rest'",
+                capacity == 0 ? eMisused : eFailed);
         }
         ++next;
     }
     while (next != sizes + 4) {
         *next++ = 0;
     }
-    return true;
+    return {};
 }
 
 unsigned long long totalSize(const PartitionSizes& sizes) {
@@ -103,9 +100,9 @@ std::string sizesText(const PartitionSizes& sizes) {
     return text;
 }
 
-bool checkSizes(const Words& arguments, std::string& error) {
+Result checkSizes(const Words& arguments) {
     PartitionSizes sizes;
-    return parseSizes(arguments, 0, sizes, error);
+    return parseSizes(arguments, 0, sizes);
 }
 
 }  // namespace app

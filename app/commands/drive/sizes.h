@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "app/cli/line.h"
+#include "app/cli/command.h"
 
 namespace app {
 
@@ -15,11 +15,13 @@ namespace app {
 using PartitionSizes = int[4];
 
 /// Converts one to four SIZE arguments: a number of MiB ("1500"), a number with a unit ("1500M",
-/// "6G", "1T"; MiB, GiB and TiB), a share of the drive ("50%"), or, as the last one, "rest". False
+/// "6G", "1T"; MiB, GiB and TiB), a share of the drive ("50%"), or, as the last one, "rest". Fails
 /// with a message that names the bad argument. Shares are of `capacity` bytes, rounded down to MiB;
 /// a capacity of 0 stands for a drive that has not been looked at yet.
-bool parseSizes(const Words& arguments, unsigned long long capacity, PartitionSizes& sizes,
-                std::string& error);
+Result parseSizes(const Words& arguments, unsigned long long capacity, PartitionSizes& sizes);
+
+/// The same, for a drive that has not been looked at.
+Result checkSizes(const Words& arguments);
 
 /// How many bytes the sizes need, without the rest.
 unsigned long long totalSize(const PartitionSizes& sizes);

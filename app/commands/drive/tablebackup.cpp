@@ -29,11 +29,6 @@ std::string tableTool() {
     return ::access(adapted.c_str(), X_OK) == 0 ? adapted : "/sbin/sfdisk";
 }
 
-std::string failureText(const std::string& path, int error) {
-    return printable(path) + ": " + rootErrorText(error);
-}
-
-/// Returns 0, or the errno of the failure.
 int writeAndSync(int descriptor, const std::string& text) {
     std::size_t done = 0;
     while (done < text.size()) {
@@ -47,19 +42,21 @@ int writeAndSync(int descriptor, const std::string& text) {
     return ::fsync(descriptor) == 0 || errno == EINVAL ? 0 : errno;
 }
 
-/// Returns 0, or the errno of the failure: nothing is left behind then.
-int writeNew(const std::string& path, const std::string& text) {
+/// Leaves no file behind when it fails; its status is eBusy when the name is taken.
+Result writeNew(const std::string& path, const std::string& text) {
     const int descriptor =
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (descriptor < 0) {
-        return errno;
+    int failure = descriptor < 0 ? errno : 0;
+    if (descriptor >= 0) {
+        failure = writeAndSync(descriptor, text);
+        (void)::close(descriptor);
     }
-    const int failure = writeAndSync(descriptor, text);
-    (void)::close(descriptor);
-    if (failure != 0) {
+    if (descriptor >= 0 && failure != 0) {
         (void)::unlink(path.c_str());
     }
-    return failure;
+    return failure == 0 ? Result()
+                        : Result::failed(printable(path) + ": " + rootErrorText(failure),
+                                         failure == EEXIST ? eBusy : eFailed);
 }
 
 /// The file is found after a power cut only when its folder is on the disk, too.
@@ -80,60 +77,56 @@ std::string newName() {
     return text;
 }
 
-bool writeInFolder(const std::string& folder, const std::string& text, std::string& file,
-                   std::string& error) {
+Result writeInFolder(const std::string& folder, const std::string& text, std::string& file) {
     constexpr int mostNumbers = 9;
     if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-        error = failureText(folder, errno);
-        return false;
+        return Result::failed(printable(folder) + ": " + rootErrorText(errno));
     }
     // A second table within a second gets a number.
     const std::string name = folder + "/" + newName();
     file = name;
-    int failure = writeNew(file, text);
-    for (int number = 2; failure == EEXIST && number <= mostNumbers; ++number) {
+    Result result = writeNew(file, text);
+    for (int number = 2; result.mStatus == eBusy && number <= mostNumbers; ++number) {
         file = name + "." + std::to_string(number);
-        failure = writeNew(file, text);
+        result = writeNew(file, text);
     }
-    if (failure != 0) {
-        error = failureText(file, failure);
-        return false;
+    if (result.good()) {
+        syncFolder(folder);
     }
-    syncFolder(folder);
-    return true;
+    return result;
 }
 
-bool writeSomewhere(const std::string& file, const std::string& text, TableBackup& backup,
-                    std::string& error) {
+Result writeSomewhere(const std::string& file, const std::string& text, TableBackup& backup) {
     if (!file.empty()) {
         backup.mFile = file;
-        const int failure = writeNew(file, text);
-        error = failure != 0 ? failureText(file, failure) : std::string();
-        return failure == 0;
+        return writeNew(file, text);
     }
-    if (writeInFolder(kLastingFolder, text, backup.mFile, error)) {
-        return true;
+    Result result = writeInFolder(kLastingFolder, text, backup.mFile);
+    if (!result.good() && writeInFolder(kPassingFolder, text, backup.mFile).good()) {
+        backup.mLasting = false;
+        return {};
     }
-    backup.mLasting = false;
-    std::string ignored;
-    return writeInFolder(kPassingFolder, text, backup.mFile, ignored);
+    return result;
 }
 
 }  // namespace
 
-bool saveTable(const std::string& file, TableBackup& backup, std::string& error) {
+Result saveTable(const std::string& file, TableBackup& backup) {
     const std::string tool = tableTool();
     const ToolRun run = runTool(tool + " -d " + kDriveDevice);
-    if (!run.good()) {
-        error = run.reason((tool + " -d").c_str());
-        return false;
+    std::string reason;
+    if (run.good()) {
+        const Result written = writeSomewhere(file, run.mOutput, backup);
+        reason = written.good() ? "" : written.mError + "; --save-table FILE saves it elsewhere";
+    } else {
+        reason = run.reason((tool + " -d").c_str());
     }
-    if (!writeSomewhere(file, run.mOutput, backup, error)) {
-        error += "; --save-table FILE saves it elsewhere";
-        return false;
+    if (!reason.empty()) {
+        return Result::failed("the old partition table could not be saved, nothing was changed: " +
+                              reason);
     }
     backup.mRestore = tool + " " + kDriveDevice + " <" + backup.mFile;
-    return true;
+    return {};
 }
 
 }  // namespace app

@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "app/cli/result.h"
+
 namespace app {
 
 /// A partition table that was saved.
@@ -17,8 +19,8 @@ struct TableBackup {
 
 /// Saves the drive's partition table as text of "sfdisk -d" and puts it on the disk: in `file`, or
 /// when that is empty in a new file below /var/lib/kestrova or, where that cannot be written,
-/// /run/kestrova. An existing file is never replaced. False, with the reason in `error`.
-bool saveTable(const std::string& file, TableBackup& backup, std::string& error);
+/// /run/kestrova. An existing file is never replaced.
+Result saveTable(const std::string& file, TableBackup& backup);
 
 }  // namespace app
 

@@ -64,6 +64,14 @@ std::string ToolRun::reason(const char* name) const {
     return line.empty() ? text : text + ", \"" + line + "\"";
 }
 
+std::string commandLine(const base::ToolCommand& command) {
+    std::string line;
+    for (const std::string& argument : command.mArguments) {
+        line += (line.empty() ? "" : " ") + argument;
+    }
+    return line;
+}
+
 ToolRun runTool(const std::string& command, const ToolListener& listener) {
     ToolRun run;
     int out = -1;

@@ -7,6 +7,8 @@
 #include <functional>
 #include <string>
 
+#include "base/process/tool.h"
+
 namespace app {
 
 /// What came of a tool.
@@ -24,6 +26,9 @@ struct ToolRun {
 
 /// Called with pieces of standard output and standard error, as they come.
 using ToolListener = std::function<void(const std::string& piece)>;
+
+/// A tool and its arguments as a shell command line. None of them needs quotes.
+std::string commandLine(const base::ToolCommand& command);
 
 /// Runs a shell command line in the C locale. Blocks until it has ended and nobody has its outputs
 /// open any more.

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
 #include "app/session.h"
 #include "app/ui/humantext.h"
@@ -33,10 +33,10 @@ Holder readHolder() {
 }
 
 /// The state of the drive, with every change that was seen.
-Result withState(const Session& session, Result result, const JsonArray& changes) {
+Result withState(const Session& session, Result result, const Json& changes) {
     const DriveState state = stateOfDrive(session);
-    if (!state.mLook.mFailure.empty()) {
-        return Result::failed(state.mLook.mFailure);
+    if (!state.mFound.good()) {
+        return state.mFound;
     }
     result.mText += statusText(state);
     result.mData = statusData(state);
@@ -73,8 +73,6 @@ Result followHolder(Session& session, const Holder& first) {
     return withState(session, result, view.changes());
 }
 
-}  // namespace
-
 Result runDriveWatch(Session& session, const Invocation& /*invocation*/) {
     if (session.working()) {
         return session.follow();
@@ -85,7 +83,26 @@ Result runDriveWatch(Session& session, const Invocation& /*invocation*/) {
             return followHolder(session, holder);
         }
     }
-    return withState(session, {}, {});
+    return withState(session, {}, Json::array());
 }
+
+}  // namespace
+
+constexpr char kDriveWatchHelp[] = R"(Follow what runs until it has ended.
+
+Follows a format or a mount that runs in this shell, started with --no-wait or
+left with Ctrl-C, until it has ended; it then reports and exits as that command
+would have done. Follows what another process does to the drive in the same way.
+Without anything to follow it shows the status.
+
+Exit status:
+  1  what it followed has failed
+  6  Ctrl-C; what it followed goes on
+
+Example:
+  kestrova shell -e 'drive format --yes --no-wait; drive watch'
+)";
+const Command kDriveWatchCommand = {
+    "drive watch", "", kDriveWatchHelp, 0, eNeedsDrive | eRunsBesideWork, runDriveWatch};
 
 }  // namespace app

@@ -13,8 +13,8 @@
 #include <cstring>
 #include <vector>
 
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
 #include "app/commands/drive/drivework.h"
 #include "app/session.h"
@@ -242,16 +242,14 @@ Result waitForStart(Session& session, sysDVRDrive& drive) {
     return work->finish();
 }
 
-}  // namespace
-
 Result runDriveWith(Session& session, const Invocation& invocation) {
-    Result refusal;
-    sysDVRDrive* const drive = startDrive(session, invocation, refusal);
-    if (drive == nullptr) {
-        return refusal;
+    sysDVRDrive* drive = nullptr;
+    Result started = startDrive(session, invocation, drive);
+    if (!started.good()) {
+        return started;
     }
-    Result started = waitForStart(session, *drive);
-    if (started.mStatus != eDone) {
+    started = waitForStart(session, *drive);
+    if (!started.good()) {
         (void)drive->init();  // one of the two may be mounted
         return Result::failed(started.mError);
     }
@@ -273,5 +271,24 @@ Result runDriveWith(Session& session, const Invocation& invocation) {
     }
     return result;
 }
+
+}  // namespace
+
+constexpr char kDriveWithHelp[] = R"(Run a program while the drive is started.
+
+Starts the drive, runs COMMAND, without a shell, and stops the drive whatever
+happens: when COMMAND fails, and at Ctrl-C, SIGTERM and SIGHUP, which COMMAND
+gets first. The environment variable KESTROVA_RECORDINGS holds the directory
+that recordings belong into.
+
+Exit status:
+  1  not started or not stopped
+  N  COMMAND's own exit status; 128 + N when signal N ended it, 127 not found
+
+Example:
+  kestrova drive with -- sh -c 'exec recorder >$KESTROVA_RECORDINGS/film'
+)";
+const Command kDriveWithCommand = {"drive with", "-- COMMAND...", kDriveWithHelp,
+                                   eOptionWait,  eNeedsDrive,     runDriveWith};
 
 }  // namespace app

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -69,12 +70,13 @@ Download::~Download() {
     cancel();
 }
 
-int Download::start() {
+Result Download::start() {
     const int error = pthread_create(&mThread, nullptr, run, this);
     if (error != 0) {
         mThread = 0;
+        return Result::failed(std::string("no thread: ") + std::strerror(error));
     }
-    return error;
+    return {};
 }
 
 Download::Wake Download::wait(const Interrupts& interrupts, int milliseconds) {
@@ -98,7 +100,7 @@ Download::Wake Download::wait(const Interrupts& interrupts, int milliseconds) {
     cancel();
     if (mOutcome == eStopped) {
         mOutcome = eNotWritten;
-        mWriteError = EPIPE;
+        mWriteFailure = Result::failed("");
     }
     return eEnded;
 }
@@ -177,9 +179,9 @@ bool Download::takePiece(std::string_view piece) {
         piece = piece.substr(0, static_cast<std::size_t>(missing));
         mSurplus = true;
     }
-    mWriteError = mFile.write(piece);
-    if (mWriteError != 0) {
-        decide(mWriteError == ECANCELED ? eStopped : eNotWritten);
+    mWriteFailure = mFile.write(piece);
+    if (!mWriteFailure.good()) {
+        decide(mWriteFailure.mStatus == eCancelled ? eStopped : eNotWritten);
         return false;
     }
     {

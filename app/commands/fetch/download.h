@@ -43,8 +43,8 @@ public:
     Download(const Download&) = delete;
     Download& operator=(const Download&) = delete;
 
-    /// Returns 0, or the error number of the failed start of the thread. To be called once.
-    int start();
+    /// Starts the thread. Call it once.
+    Result start();
     /// Waits for the end, for a signal that is to end the command, or until the time has passed.
     Wake wait(const Interrupts& interrupts, int milliseconds);
     /// Stops the thread and waits for its end.
@@ -55,8 +55,8 @@ public:
 
     // After the end:
     Outcome outcome() const { return mOutcome; }
-    /// errno of eNotWritten.
-    int writeError() const { return mWriteError; }
+    /// The reason of eNotWritten.
+    const Result& writeFailure() const { return mWriteFailure; }
     /// Why the connection failed, for eNotOpened and eBrokenOff; eNone when it did not.
     const HTTPFailure& failure() const { return mFailure; }
     /// The server has sent more than it announced; the rest was dropped.
@@ -79,7 +79,7 @@ private:
     std::mutex mLock;
     Amount mAmount = {0, 0};  // under mLock
     Outcome mOutcome = eRunning;
-    int mWriteError = 0;
+    Result mWriteFailure;
     HTTPFailure mFailure = {HTTPFailure::eNone, 0, 0, ""};
     bool mSurplus = false;
     HTTPConnection mConnection;

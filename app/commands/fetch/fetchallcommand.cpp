@@ -9,9 +9,9 @@
 
 #include "System/protocols/http/httpconnection.h"
 #include "System/protocols/http/sysChainFetcher.h"
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
-#include "app/commands/fetch/failuretext.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
+#include "app/commands/fetch/fetchfailure.h"
 #include "app/commands/fetch/outputfile.h"
 #include "app/commands/fetch/webaddress.h"
 #include "app/session.h"
@@ -75,7 +75,7 @@ private:
         const bool answered = ok || failure.mReason == HTTPFailure::eLength;
         // A request that could not be sent looks like an empty document.
         queue.mpEntry->mOk = ok && failure.mReason == HTTPFailure::eNone;
-        queue.mpEntry->mReason = failureText(failure);
+        queue.mpEntry->mReason = fetchFailureText(failure);
         queue.mpEntry->mStatus = answered && !unsent(failure) ? kGood : failure.mStatus;
         queue.mpEntry->mType = type;
         queue.mpEntry->mBody.assign(data, static_cast<std::size_t>(length));
@@ -105,17 +105,17 @@ public:
         while (!over()) {
             std::string line;
             switch (mSession.readLine(line)) {
-                case LineReader::eLine:
+                case LineInput::eLine:
                     addLine(line);
                     break;
-                case LineReader::eTooLong:
+                case LineInput::eTooLong:
                     printError("fetch-all: a line of the list is too long", mSession.quiet());
                     report({});
                     break;
-                case LineReader::eInterrupted:
+                case LineInput::eInterrupted:
                     mInterrupted = true;
                     break;
-                case LineReader::eEnd:
+                case LineInput::eEnd:
                     return;
             }
         }
@@ -163,17 +163,17 @@ private:
     void save(Entry& entry) {
         const std::string path = mFolder + "/" + mNames.add(entry.mUrl);
         OutputFile file;
-        int error = file.open(path);
-        if (error == 0) {
-            error = file.write(entry.mBody);
+        Result saved = file.open(path);
+        if (saved.good()) {
+            saved = file.write(entry.mBody);
         }
-        if (error == 0) {
-            error = file.commit();
+        if (saved.good()) {
+            saved = file.commit();
         }
-        if (error == 0) {
+        if (saved.good()) {
             entry.mFile = path;
         } else {
-            entry.mReason = quoted(path) + ": " + std::strerror(error);
+            entry.mReason = saved.mError;
             printError("fetch-all: " + entry.mReason, mSession.quiet());
             entry.mOk = false;
         }
@@ -184,11 +184,11 @@ private:
         mFailures += entry.mOk ? 0 : 1;
         const std::size_t bytes = entry.mBody.size();
         if (mSession.quiet()) {
-            JsonObject data;
+            Json data;
             data.add("ok", entry.mOk).add("bytes", bytes).add("type", entry.mType);
             data.add("url", entry.mUrl).add("file", entry.mFile);
             data.add("reason", entry.mReason).add("httpStatus", entry.mStatus);
-            mEntries.addJson(data.text());
+            mEntries.append(data);
             return;
         }
         std::string line = (entry.mOk ? coloured("ok", eGreen) : coloured("failed", eRed)) + "\t" +
@@ -203,41 +203,27 @@ private:
     Session& mSession;
     const std::string& mFolder;
     FileNames mNames;
-    JsonArray mEntries;
+    Json mEntries = Json::array();
     std::size_t mCount = 0;
     std::size_t mFailures = 0;
     bool mInterrupted = false;
     Queue mQueue;
 };
 
-/// 0 when it is a folder, else what is wrong.
-int folderError(const std::string& path) {
+Result checkFolder(const std::string& path) {
     struct stat status = {};
-    if (::stat(path.c_str(), &status) != 0) {
-        return errno;
+    const bool exists = ::stat(path.c_str(), &status) == 0;
+    if (path.empty() || (exists && S_ISDIR(status.st_mode))) {
+        return {};
     }
-    return S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
-}
-
-}  // namespace
-
-bool checkUrls(const Words& arguments, std::string& error) {
-    for (const std::string& argument : arguments) {
-        if (!isUrl(argument)) {
-            error = "no URL of the form http://HOST[:PORT]/PATH: " + quoted(argument);
-            return false;
-        }
-    }
-    return true;
+    return Result::failed(quoted(path) + ": " + std::strerror(exists ? ENOTDIR : errno) +
+                          "; -d needs a folder that is there");
 }
 
 Result runFetchAll(Session& session, const Invocation& invocation) {
     const std::string& folder = invocation.mOptions.mFolder;
-    if (!folder.empty()) {
-        if (const int error = folderError(folder)) {
-            return Result::failed(quoted(folder) + ": " + std::strerror(error) +
-                                  "; -d needs a folder that is there");
-        }
+    if (Result found = checkFolder(folder); !found.good()) {
+        return found;
     }
     Run run(session, folder);
     if (invocation.mArguments.empty()) {
@@ -247,5 +233,29 @@ Result runFetchAll(Session& session, const Invocation& invocation) {
     }
     return run.result();
 }
+
+}  // namespace
+
+constexpr char kFetchAllHelp[] = R"(Fetch many small documents over HTTP.
+
+Fetches documents of less than 20480 bytes one after the other, and prints a
+line for each: 'ok' or 'failed', bytes, type, URL and, with -d, its file, or
+the reason of the failure, with tabs in between. Without URLs reads them from
+standard input, one a line. A failed connection is tried again, up to three
+times. A file is named after the last part of its URL's path, with '.2' and so
+on behind when an earlier document has that name, and replaces an older file.
+Ctrl-C waits for the document under way.
+
+Exit status:
+  1  a document failed or could not be saved
+  6  cancelled by Ctrl-C
+
+Example:
+  kestrova fetch-all -d /dvr/data http://10.0.2.2/a http://10.0.2.2/b
+  kestrova fetch-all <LIST
+)";
+const Command kFetchAllCommand = {
+    "fetch-all", "[URL...]", kFetchAllHelp, eOptionFolder, eRunsBesideWork | eReadsInput,
+    runFetchAll, checkUrls};
 
 }  // namespace app

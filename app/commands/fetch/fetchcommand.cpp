@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // The command that streams one document.
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/fetch/download.h"
-#include "app/commands/fetch/failuretext.h"
+#include "app/commands/fetch/fetchfailure.h"
 #include "app/commands/fetch/outputfile.h"
 #include "app/commands/fetch/webaddress.h"
 #include "app/session.h"
@@ -20,8 +18,6 @@ namespace app {
 
 namespace {
 
-constexpr char kStandardOutput[] = "standard output";
-
 std::string countText(unsigned long long bytes) {
     return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
 }
@@ -32,21 +28,11 @@ std::string outputPath(const Invocation& invocation) {
     return path == "-" ? std::string() : path;
 }
 
-Result notWritten(const std::string& path, int error) {
-    if (path.empty() && error == EPIPE) {
-        Result quiet;  // the reader has what it wanted
-        quiet.mStatus = eFailed;
-        return quiet;
-    }
-    const std::string name = path.empty() ? kStandardOutput : quoted(path);
-    return Result::failed(name + ": " + std::strerror(error));
-}
-
 std::string brokenText(const Download& download, const Download::Amount& amount) {
     const std::string received =
         amount.mLength == 0 ? countText(amount.mReceived)
                             : std::to_string(amount.mReceived) + " of " + countText(amount.mLength);
-    const std::string reason = failureText(download.failure());
+    const std::string reason = fetchFailureText(download.failure());
     return "the document broke off after " + received + (reason.empty() ? "" : ": " + reason);
 }
 
@@ -55,7 +41,8 @@ Result resultOf(const Download& download, const Download::Amount& amount, const 
     switch (download.outcome()) {
         case Download::eNotOpened:
             return Result::failed(
-                quoted(words.mArguments[0]) + ": " + failureText(download.failure()), eRefused);
+                quoted(words.mArguments[0]) + ": " + fetchFailureText(download.failure()),
+                eRefused);
         case Download::eBrokenOff:
             return Result::failed(brokenText(download, amount), eBroken);
         case Download::eStopped:
@@ -63,7 +50,7 @@ Result resultOf(const Download& download, const Download::Amount& amount, const 
         case Download::eTooLong:
             return Result::failed("a document of 2 GiB or more can't be fetched");
         case Download::eNotWritten:
-            return notWritten(outputPath(words), download.writeError());
+            return download.writeFailure();
         default:
             return {};
     }
@@ -116,15 +103,13 @@ void follow(Session& session, Download& download, bool toTerminal) {
     view.end();
 }
 
-int openOutput(Session& session, const std::string& path, OutputFile& file) {
+Result openOutput(Session& session, const std::string& path, OutputFile& file) {
     if (!path.empty()) {
         return file.open(path);
     }
     file.borrow(session.streams().output());
-    return 0;
+    return {};
 }
-
-}  // namespace
 
 Result runFetch(Session& session, const Invocation& invocation) {
     const std::string path = outputPath(invocation);
@@ -133,20 +118,21 @@ Result runFetch(Session& session, const Invocation& invocation) {
         return Result::failed("with --json the document needs a file: -o FILE", eMisused);
     }
     OutputFile file;
-    if (const int error = openOutput(session, path, file)) {
-        return notWritten(path, error);
+    Result result = openOutput(session, path, file);
+    if (!result.good()) {
+        return result;
     }
     Download download(file, url);
-    if (const int error = download.start()) {
-        return Result::failed(std::string("no thread: ") + std::strerror(error));
+    result = download.start();
+    if (!result.good()) {
+        return result;
     }
     follow(session, download, path.empty() && session.streams().canRedraw());
     const Download::Amount amount = download.amount();
-    Result result = resultOf(download, amount, invocation);
-    if (result.mStatus == eDone) {
-        if (const int error = file.commit()) {
-            result = notWritten(path, error);
-        } else if (!path.empty()) {
+    result = resultOf(download, amount, invocation);
+    if (result.good()) {
+        result = file.commit();
+        if (result.good() && !path.empty()) {
             result.mText = printable(path) + ": " + countText(amount.mReceived) + "\n";
         }
         if (download.surplus()) {
@@ -155,9 +141,30 @@ Result runFetch(Session& session, const Invocation& invocation) {
     }
     result.mData.add("url", url).add("file", path).add("bytes", amount.mReceived);
     result.mData.add("length", amount.mLength).add("outcome", outcomeName(result.mStatus));
-    result.mData.add("reason", failureText(download.failure()));
+    result.mData.add("reason", fetchFailureText(download.failure()));
     result.mData.add("httpStatus", httpStatus(download));
     return result;
 }
+
+}  // namespace
+
+constexpr char kFetchHelp[] = R"(Fetch a document over HTTP.
+
+The URL has the form http://HOST[:PORT]/PATH. The document goes to standard
+output (also with -o -), or to a file (-o), which appears, or replaces an older
+one, when all of the document is there. At a terminal standard error shows how
+far it is. Ctrl-C cancels. With --json, -o FILE is needed.
+
+Exit status:
+  1  the document could not be written
+  4  the document could not be opened; the message says why
+  5  the document broke off
+  6  cancelled by Ctrl-C
+
+Example:
+  kestrova fetch http://10.0.2.2/film -o /dvr/data/film
+)";
+const Command kFetchCommand = {"fetch",         "URL",    kFetchHelp, eOptionOutput,
+                               eRunsBesideWork, runFetch, checkUrls};
 
 }  // namespace app

@@ -11,8 +11,11 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <utility>
+
+#include "app/ui/humantext.h"
 
 namespace app {
 
@@ -51,23 +54,34 @@ OutputFile::~OutputFile() {
     }
 }
 
-int OutputFile::open(const std::string& path) {
+Result OutputFile::failure(int error) const {
+    if (mName.empty() && error == EPIPE) {
+        return Result::failed("");
+    }
+    return Result::failed((mName.empty() ? "standard output" : quoted(mName)) + ": " +
+                          std::strerror(error));
+}
+
+Result OutputFile::open(const std::string& path) {
+    mName = path;
     mOwned = true;
     struct stat status = {};
     const bool exists = ::stat(path.c_str(), &status) == 0;
     if (exists && S_ISDIR(status.st_mode)) {
-        return EISDIR;
+        return failure(EISDIR);
     }
     mRegular = !exists || S_ISREG(status.st_mode);
     if (mRegular) {
         mPath = resolved(path);
-        return openTemporary();
+        const int error = openTemporary();
+        return error == 0 ? Result() : failure(error);
     }
     // Opening a pipe without a reader would block forever.
     mDescriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-    return mDescriptor >= 0 ? 0 : errno;
+    return mDescriptor >= 0 ? Result() : failure(errno);
 }
 
+/// Returns 0, or errno.
 int OutputFile::openTemporary() {
     const std::string begin = folderOf(mPath) + ".kestrova-" + std::to_string(::getpid()) + "-";
     for (int number = 0; number < INT_MAX; ++number) {
@@ -90,35 +104,35 @@ void OutputFile::borrow(int descriptor) {
     mRegular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-int OutputFile::write(std::string_view bytes) {
+Result OutputFile::write(std::string_view bytes) {
     while (!bytes.empty()) {
         // To a stream no more than a pipe takes at once when it takes anything: a write must not
         // get stuck.
         const std::size_t length =
             mRegular ? bytes.size() : std::min<std::size_t>(bytes.size(), PIPE_BUF);
         if (!mRegular && !waitWritable(mDescriptor, mStop.descriptor())) {
-            return ECANCELED;
+            return Result::failed("cancelled", eCancelled);
         }
         const ssize_t written = ::write(mDescriptor, bytes.data(), length);
         if (written >= 0) {
             bytes.remove_prefix(static_cast<std::size_t>(written));
         } else if (errno != EINTR && errno != EAGAIN) {
-            return errno;
+            return failure(errno);
         }
     }
-    return 0;
+    return {};
 }
 
-int OutputFile::commit() {
+Result OutputFile::commit() {
     if (mTemporary.empty()) {
-        return 0;
+        return {};
     }
     // First the bytes, then the name: a power cut in between leaves no empty file under it.
     if (::fsync(mDescriptor) != 0 || ::rename(mTemporary.c_str(), mPath.c_str()) != 0) {
-        return errno;
+        return failure(errno);
     }
     mTemporary.clear();
-    return 0;
+    return {};
 }
 
 }  // namespace app

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "app/cli/result.h"
 #include "app/ui/event.h"
 
 namespace app {
@@ -13,7 +14,8 @@ namespace app {
 ///
 /// A file is written under another name in the same folder, and takes its own name, in place of an
 /// older file, at the end. What is no regular file (a pipe, a device) is written as it is.
-/// Operations return 0, or the errno of the failure.
+/// A failure names the file. It has no message when the reader of standard output has gone: it has
+/// what it wanted.
 class OutputFile {
 public:
     OutputFile() = default;
@@ -22,26 +24,29 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    int open(const std::string& path);
-    /// Writes to an open descriptor, which stays the caller's.
+    /// Opens a file at its path.
+    Result open(const std::string& path);
+    /// Writes to standard output, whose descriptor stays the caller's.
     void borrow(int descriptor);
 
-    /// Writes all of it; ECANCELED after stop(), also when it is stuck on a reader that is slow.
-    int write(std::string_view bytes);
-    /// Ends a write() of another thread, and all that follow.
+    /// Writes all of it. Returns eCancelled after stop(), also while it waits for a slow reader.
+    Result write(std::string_view bytes);
+    /// Ends a write() in another thread, and every later one.
     void stop() const { mStop.set(); }
 
     /// Puts it on the disk, and gives it its name.
-    int commit();
+    Result commit();
 
     int descriptor() const { return mDescriptor; }
 
 private:
     int openTemporary();
+    Result failure(int error) const;
 
     int mDescriptor = -1;
     bool mOwned = false;
     bool mRegular = false;
+    std::string mName;       // as given; empty for standard output
     std::string mPath;       // where it belongs
     std::string mTemporary;  // where it is; empty for what is written as it is
     Event mStop;

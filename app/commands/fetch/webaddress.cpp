@@ -55,6 +55,13 @@ bool isUrl(const std::string& text) {
            !address.host().empty();
 }
 
+Result checkUrls(const Words& arguments) {
+    const auto bad = std::find_if_not(arguments.begin(), arguments.end(), isUrl);
+    return bad == arguments.end()
+               ? Result()
+               : Result::misused("no URL of the form http://HOST[:PORT]/PATH: " + quoted(*bad));
+}
+
 std::string FileNames::add(const std::string& url) {
     const std::string name = safeName(url);
     std::string unique = name;

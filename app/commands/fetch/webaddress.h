@@ -7,11 +7,16 @@
 #include <set>
 #include <string>
 
+#include "app/cli/command.h"
+
 namespace app {
 
 /// True when a request can be made of the text: http://HOST[:PORT]/PATH, without blanks and control
 /// characters, which would break the request apart.
 bool isUrl(const std::string& text);
+
+/// The check of arguments that are URLs.
+Result checkUrls(const Words& arguments);
 
 /// Names for documents in one folder, none twice.
 class FileNames {

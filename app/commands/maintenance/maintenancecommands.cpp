@@ -10,10 +10,11 @@
 #include <vector>
 
 #include "System/bootvarsmanager/sysBootVarsManager.h"
+#include "System/drivemanager/tools/toolcommands.h"
 #include "System/sysSuperUserUtils.h"
 #include "System/system.h"
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/maintenance/processes.h"
 #include "app/commands/vars/environmentcheck.h"
 #include "app/session.h"
@@ -24,8 +25,6 @@ namespace app {
 
 namespace {
 
-constexpr char kGetty[] = "/sbin/getty";
-constexpr char kSyslogd[] = "/sbin/syslogd";
 constexpr char kLogDaemon[] = "syslogd";
 constexpr unsigned long kLastPort = 9;
 
@@ -61,11 +60,8 @@ Result noAddress() {
     KestrovaVector<std::string> names;
     KestrovaVector<std::string> values;
     (void)variables.getVarList(names, values);
-    if (names.empty()) {
-        const EnvironmentState state = checkEnvironment();
-        if (state.mKind == EnvironmentState::eUnreadable) {
-            return Result::failed(state.mReason);
-        }
+    if (Result state = names.empty() ? checkEnvironment() : Result(); state.mStatus == eFailed) {
+        return state;
     }
     return Result::failed("no address is stored; 'syslog set ADDRESS' stores one", eAbsent);
 }
@@ -78,7 +74,7 @@ Result withAddress(unsigned address) {
 }
 
 /// Reaps a child that has ended, and tells how.
-std::string howItEnded(int pid) {
+std::string endText(int pid) {
     int status = 0;
     if (pid == 0 || ::waitpid(pid, &status, WNOHANG) != pid) {
         return "";
@@ -88,40 +84,33 @@ std::string howItEnded(int pid) {
 }
 
 std::string notRestarted(unsigned address) {
-    std::string command = std::string(kSyslogd) + " -C";
-    if (address != 0) {
-        command += " -R " + addressText(address);
-    }
+    const std::string command =
+        drivemanager::startLogDaemon(address != 0 ? addressText(address) : "");
     const bool old = !processesNamed(kLogDaemon).empty();
     return "the log daemon did not start: '" + command + "' tells why; " +
            (old ? "the one before still runs" : "none runs now");
 }
 
-/// Looks for a tool whose failure the library does not tell.
-bool missing(const char* tool, Result& result) {
-    if (::access(tool, X_OK) == 0) {
-        return false;
-    }
-    result = Result::failed(quoted(tool) + ": " + std::strerror(errno));
-    return true;
+/// Fails when a tool is missing whose failure the library does not report.
+Result checkTool(const std::string& tool) {
+    return ::access(tool.c_str(), X_OK) == 0
+               ? Result()
+               : Result::failed(quoted(tool) + ": " + std::strerror(errno));
 }
 
-}  // namespace
-
-bool checkPort(const Words& arguments, std::string& error) {
+Result checkPort(const Words& arguments) {
     unsigned long port = 0;
-    if (!parseNumber(arguments[0], kLastPort, port)) {
-        error = "PORT is a number from 0 to 9, not " + quoted(arguments[0]);
-    }
-    return error.empty();
+    return readDecimal(arguments[0], kLastPort, port)
+               ? Result()
+               : Result::misused("PORT is a number from 0 to 9, not " + quoted(arguments[0]));
 }
 
-bool checkAddress(const Words& arguments, std::string& error) {
+Result checkAddress(const Words& arguments) {
     unsigned address = 0;
-    if (!parseAddress(arguments[0], address)) {
-        error = "ADDRESS is four decimal octets such as 10.0.0.1, not " + quoted(arguments[0]);
-    }
-    return error.empty();
+    return parseAddress(arguments[0], address)
+               ? Result()
+               : Result::misused("ADDRESS is four decimal octets such as 10.0.0.1, not " +
+                                 quoted(arguments[0]));
 }
 
 Result runSerialCount(Session& /*session*/, const Invocation& /*invocation*/) {
@@ -134,12 +123,12 @@ Result runSerialCount(Session& /*session*/, const Invocation& /*invocation*/) {
 
 Result runSerialLogin(Session& session, const Invocation& invocation) {
     unsigned long port = 0;
-    (void)parseNumber(invocation.mArguments[0], kLastPort, port);
-    Result result;
-    if (missing(kGetty, result)) {
+    (void)readDecimal(invocation.mArguments[0], kLastPort, port);
+    Result result = checkTool(drivemanager::loginPrompt("").front());
+    if (!result.good()) {
         return result;
     }
-    // The library does not tell what becomes of the prompt: as a child it can be watched.
+    // The library does not report what becomes of the prompt: as a child it can be watched.
     const ParentOfDaemons scope;
     const std::vector<Process> before = processesBelow(::getpid());
     if (utilities().SpawnGetty(static_cast<int>(port)) < 0) {
@@ -150,7 +139,7 @@ Result runSerialLogin(Session& session, const Invocation& invocation) {
     }
     const Process prompt = newProcess(before, processesBelow(::getpid()));
     if (prompt.mPid == 0 || !staysAlive(prompt, session.interrupts())) {
-        return Result::failed("the login prompt has ended at once" + howItEnded(prompt.mPid));
+        return Result::failed("the login prompt has ended at once" + endText(prompt.mPid));
     }
     result.mData.add("port", port);
     return result;
@@ -194,10 +183,11 @@ Result runSyslogApply(Session& session, const Invocation& /*invocation*/) {
             return reason;
         }
     }
-    Result result = withAddress(address);
-    if (missing(kSyslogd, result)) {
-        return result;
+    const std::string start = drivemanager::startLogDaemon("");
+    if (Result tool = checkTool(start.substr(0, start.find(' '))); !tool.good()) {
+        return tool;
     }
+    Result result = withAddress(address);
     const std::vector<Process> before = processesNamed(kLogDaemon);
     {
         const InterruptibleChildren scope;  // the daemon must not inherit that SIGTERM is blocked
@@ -217,5 +207,107 @@ Result runProduction(Session& /*session*/, const Invocation& /*invocation*/) {
     return Result::failed("the marker '/settings/noptest': " + rootErrorText(errno),
                           errno == ENOENT ? eAbsent : eFailed);
 }
+
+}  // namespace
+
+constexpr char kSerialCountHelp[] = R"(Count the serial ports.
+
+Looks for /dev/ttyS0 to 9, /dev/tty/0 to 9 and /dev/ttyAS0 to 9.
+
+Exit status:
+  1  standard output could not be written
+
+Example:
+  kestrova serial count
+)";
+const Command kSerialCountCommand = {"serial count", "", kSerialCountHelp, 0, eRunsBesideWork,
+                                     runSerialCount};
+
+constexpr char kSerialLoginHelp[] = R"(Start a login prompt on a serial port.
+
+PORT is 0 to 9. The prompt, at 115200 baud, outlives this command.
+
+Exit status:
+  1  the prompt could not be started, or ended at once
+  3  there is no such port
+
+Example:
+  kestrova serial login 1
+)";
+const Command kSerialLoginCommand = {"serial login",  "PORT",         kSerialLoginHelp, 0,
+                                     eRunsBesideWork, runSerialLogin, checkPort};
+
+constexpr char kSyslogShowHelp[] = R"(Show the stored address of the remote log.
+
+It is kept in the boot variable 'syslog'.
+
+Exit status:
+  1  the boot variables can't be read, or hold no address
+  3  none is stored
+
+Example:
+  kestrova syslog show
+)";
+const Command kSyslogShowCommand = {
+    "syslog show", "", kSyslogShowHelp, eOptionWait, eRunsBesideWork | eReadsVariables,
+    runSyslogShow};
+
+constexpr char kSyslogSetHelp[] = R"(Store an address for the remote log.
+
+ADDRESS is four decimal octets; anything else is refused, and nothing is stored.
+It is kept in the boot variable 'syslog', and takes effect with 'syslog apply'.
+
+Exit status:
+  1  the address could not be stored
+
+Example:
+  kestrova syslog set 10.0.2.2
+)";
+const Command kSyslogSetCommand = {
+    "syslog set", "ADDRESS",   kSyslogSetHelp, eOptionWait, eRunsBesideWork | eWritesVariables,
+    runSyslogSet, checkAddress};
+
+constexpr char kSyslogClearHelp[] = R"(Remove the stored address.
+
+That none is stored is no failure. Takes effect with 'syslog apply'.
+
+Exit status:
+  1  the boot variables can't be read or saved
+
+Example:
+  kestrova syslog clear
+)";
+const Command kSyslogClearCommand = {
+    "syslog clear", "", kSyslogClearHelp, eOptionWait, eRunsBesideWork | eWritesVariables,
+    runSyslogClear};
+
+constexpr char kSyslogApplyHelp[] = R"(Restart the log daemon with what is stored.
+
+Ends syslogd and starts it again, with the stored address as its target, or
+without one. Takes a second and more.
+
+Exit status:
+  1  the boot variables can't be read, or no new syslogd runs now
+
+Example:
+  kestrova shell -e 'syslog set 10.0.2.2; syslog apply'
+)";
+const Command kSyslogApplyCommand = {
+    "syslog apply", "", kSyslogApplyHelp, eOptionWait, eRunsBesideWork | eReadsVariables,
+    runSyslogApply};
+
+constexpr char kProductionHelp[] = R"(Leave the production test's setting.
+
+Removes the marker /settings/noptest.
+
+Exit status:
+  1  the marker could not be removed
+  3  the marker is not there
+
+Example:
+  kestrova production
+)";
+const Command kProductionCommand = {"production",    "",           kProductionHelp, 0,
+                                    eRunsBesideWork, runProduction};
 
 }  // namespace app

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "System/BlockdevCfg.fmp.h"
-#include "app/cli/commands.h"
+#include "app/commands/commands.h"
 #include "app/session.h"
 #include "app/ui/humantext.h"
 
@@ -76,37 +76,49 @@ std::string partitionText(const PartitionConfig& partition) {
            " on " + partition.mpMountPoint + "\n" + purposes(partition);
 }
 
-std::string partitionData(const PartitionConfig& partition) {
-    JsonObject data;
+Json partitionData(const PartitionConfig& partition) {
+    Json data;
     data.add("id", partition.mPartId).add("device", partition.mpPartDevname);
     data.add("usage", usageName(partition.mUsage));
     data.add("filesystem", fileSystemName(partition.mFstype));
     data.add("mountpoint", partition.mpMountPoint).add("settings", partition.mUseItForSettings);
     data.add("bulk", partition.mUseItForBulk).add("bulkProject", partition.mBulkProjectId);
     data.add("bulkDirectory", partition.mpBulkSubDir).add("temp", partition.mUseItForTemp);
-    return data.add("tempDirectory", partition.mpTempSubDir).text();
+    return data.add("tempDirectory", partition.mpTempSubDir);
 }
-
-}  // namespace
 
 Result runTable(Session& /*session*/, const Invocation& /*invocation*/) {
     Result result;
-    JsonArray deviceList;
+    Json deviceList = Json::array();
     for (const BlockdevConfig* const device : devices()) {
         result.mText +=
             "device " + std::to_string(device->mBlockdevId) + ": " + device->mpBlockdevName + "\n";
-        JsonArray partitions;
+        Json partitions = Json::array();
         for (const PartitionConfig& partition : device->mPartition) {
             result.mText += partitionText(partition);
-            partitions.addJson(partitionData(partition));
+            partitions.append(partitionData(partition));
         }
-        JsonObject data;
+        Json data;
         data.add("id", device->mBlockdevId).add("type", device->mBlockdevType);
         data.add("device", device->mpBlockdevName).add("partitions", partitions);
-        deviceList.addJson(data.text());
+        deviceList.append(data);
     }
     result.mData.add("devices", deviceList);
     return result;
 }
+
+}  // namespace
+
+constexpr char kTableHelp[] = R"(Show how the partitions of the box are used.
+
+Needs no drive, and leaves it alone.
+
+Exit status:
+  1  standard output could not be written
+
+Example:
+  kestrova table
+)";
+const Command kTableCommand = {"table", "", kTableHelp, 0, eRunsBesideWork, runTable};
 
 }  // namespace app

@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "System/KestrovaPOpen.h"
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/session.h"
 #include "app/ui/humantext.h"
 #include "app/ui/relay.h"
@@ -35,14 +35,10 @@ Result howItEnded(int pid) {
     return result;
 }
 
-}  // namespace
-
-bool checkRun(const Words& arguments, std::string& error) {
-    if (arguments.size() > 1) {
-        error = "unexpected argument " + quoted(arguments[1]) +
-                "; COMMAND is one argument: put it in quotes";
-    }
-    return error.empty();
+Result checkRun(const Words& arguments) {
+    return arguments.size() == 1 ? Result()
+                                 : Result::misused("unexpected argument " + quoted(arguments[1]) +
+                                                   "; COMMAND is one argument: put it in quotes");
 }
 
 Result runRun(Session& session, const Invocation& invocation) {
@@ -65,5 +61,25 @@ Result runRun(Session& session, const Invocation& invocation) {
     }
     return howItEnded(pid);
 }
+
+}  // namespace
+
+constexpr char kRunHelp[] = R"(Run a command of the system's shell.
+
+COMMAND is one argument, in quotes, for '/bin/sh -c'. Its output and errors are
+passed on; its input is empty unless --in. Returns when nobody has the command's
+outputs open any more: lead those of a program that it leaves behind elsewhere.
+With --json its output goes to standard error, too.
+
+Exit status:
+  1  the shell could not be started
+  N  COMMAND's own exit status, whatever it is; 128 + N when signal N ended it
+
+Example:
+  kestrova run 'df -h | grep /dvr'
+  kestrova run 'daemon >/dev/null 2>&1 &'
+)";
+const Command kRunCommand = {"run",           "COMMAND", kRunHelp, eOptionIn,
+                             eRunsBesideWork, runRun,    checkRun};
 
 }  // namespace app

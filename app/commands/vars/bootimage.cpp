@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <set>
 
 #include "app/ui/humantext.h"
@@ -161,23 +162,6 @@ private:
     BootImage mResult;
 };
 
-/// Owns a descriptor.
-class Input {
-public:
-    // Not blocked by a pipe without a writer, for which a signal could not be waited at the same
-    // time.
-    explicit Input(const std::string& path)
-        : mDescriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {}
-    ~Input() { (void)::close(mDescriptor); }
-    Input(const Input&) = delete;
-    Input& operator=(const Input&) = delete;
-
-    int get() const { return mDescriptor; }
-
-private:
-    int mDescriptor;
-};
-
 /// Waits until something can be read. False after a signal; -1 stands for no signals.
 bool awaitInput(int input, int signals) {
     pollfd sources[] = {{input, POLLIN, 0}, {signals, POLLIN, 0}};
@@ -186,19 +170,16 @@ bool awaitInput(int input, int signals) {
     return sources[1].revents == 0;
 }
 
-int readAll(const std::string& path, std::size_t limit, int signals, std::string& content) {
-    const Input input(path);
-    if (input.get() < 0) {
-        return errno;
-    }
+/// Returns 0, or errno: EINTR after a signal.
+int readFrom(int input, std::size_t limit, int signals, std::string& content) {
     content.resize(limit);
     std::size_t length = 0;
     ssize_t count = -1;
     while (length < limit && count != 0) {
-        if (!awaitInput(input.get(), signals)) {
+        if (!awaitInput(input, signals)) {
             return EINTR;
         }
-        count = ::read(input.get(), &content[length], limit - length);
+        count = ::read(input, &content[length], limit - length);
         if (count < 0 && errno != EAGAIN && errno != EINTR) {
             return errno;
         }
@@ -214,17 +195,23 @@ BootImage checkBootImage(std::string_view image) {
     return Checker(image).run();
 }
 
-int readFile(const std::string& path, std::size_t limit, const Interrupts& interrupts,
-             std::string& content) {
-    const int error = readAll(path, limit, interrupts.descriptor(), content);
-    if (error == EINTR) {
-        (void)interrupts.take();
+Result readContent(const std::string& path, std::size_t limit, const Interrupts* interrupts,
+                   std::string& content) {
+    // Does not block for a pipe without a writer: a signal could not end that.
+    const int input = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    int error = errno;
+    if (input >= 0) {
+        error =
+            readFrom(input, limit, interrupts != nullptr ? interrupts->descriptor() : -1, content);
+        (void)::close(input);
     }
-    return error;
-}
-
-int readFile(const std::string& path, std::size_t limit, std::string& content) {
-    return readAll(path, limit, -1, content);
+    if (error == EINTR && interrupts != nullptr) {
+        (void)interrupts->take();
+        return Result::failed("cancelled", eCancelled);
+    }
+    return input >= 0 && error == 0
+               ? Result()
+               : Result::failed(std::strerror(error), error == ENOENT ? eAbsent : eFailed);
 }
 
 }  // namespace app

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "app/cli/result.h"
+
 namespace app {
 
 class Interrupts;
@@ -34,12 +36,11 @@ constexpr std::size_t kLargestBootImage = 65536;
 /// sense.
 BootImage checkBootImage(std::string_view image);
 
-/// Reads a file up to `limit` bytes, also a pipe, which it waits for until a signal comes. 0, or
-/// errno: EINTR after a signal.
-int readFile(const std::string& path, std::size_t limit, const Interrupts& interrupts,
-             std::string& content);
-/// The same for a file that does not make anybody wait.
-int readFile(const std::string& path, std::size_t limit, std::string& content);
+/// Reads at most `limit` bytes of a file, also of a pipe, for which it blocks. With `interrupts` a
+/// signal ends that with eCancelled. A file that does not exist is eAbsent. The message names no
+/// file.
+Result readContent(const std::string& path, std::size_t limit, const Interrupts* interrupts,
+                   std::string& content);
 
 }  // namespace app
 

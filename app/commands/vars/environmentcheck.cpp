@@ -25,8 +25,8 @@ std::string mountedOn(const std::string& device) {
                : "";
 }
 
-EnvironmentState unreadable(const std::string& reason) {
-    return {EnvironmentState::eUnreadable, "the boot environment can't be read: " + reason};
+Result unreadable(const std::string& reason) {
+    return Result::failed("the boot environment can't be read: " + reason);
 }
 
 std::string describe(const BootImage& image) {
@@ -37,42 +37,40 @@ std::string describe(const BootImage& image) {
     return first.mText + " (offset " + std::to_string(first.mOffset) + ")";
 }
 
-EnvironmentState checkFiles(const std::string& directory) {
+Result checkFiles(const std::string& directory) {
     std::string reason;
     bool anyThere = false;
     for (const char* const name : {"boot_env", "boot_env.bkp"}) {
         std::string content;
-        const int error = readFile(directory + "/" + name, kLargestBootImage + 1, content);
+        const Result read =
+            readContent(directory + "/" + name, kLargestBootImage + 1, nullptr, content);
         const BootImage image = checkBootImage(content);
-        if (error == 0 && image.mProblems.empty() && image.mVariables == 0) {
-            return {EnvironmentState::eEmpty, "the boot environment is empty"};
+        if (read.good() && image.mProblems.empty() && image.mVariables == 0) {
+            return {};
         }
-        anyThere = anyThere || error != ENOENT;
+        anyThere = anyThere || read.mStatus != eAbsent;
         reason += reason.empty() ? "" : "; ";
-        reason += std::string(name) + ": " + (error == 0 ? describe(image) : std::strerror(error));
+        reason += std::string(name) + ": " + (read.good() ? describe(image) : read.mError);
     }
     if (!anyThere) {
-        return {EnvironmentState::eMissing,
-                "there is no boot environment yet; 'vars set' makes one"};
+        return Result::failed("there is no boot environment yet; 'vars set' makes one", eAbsent);
     }
     return unreadable(reason);
 }
 
 }  // namespace
 
-std::string missingPartition() {
+Result checkSoftwarePartition() {
     const char* const device = BlockdeviceConfig::GetInstance()->GetSoftwarePartitionMountDevice();
     struct stat status = {};
-    if (::stat(device, &status) == 0) {
-        return {};
-    }
-    const std::string reason = rootErrorText(errno);
-    return !mountedOn(device).empty()
-               ? ""
-               : "there is no software partition: " + std::string(device) + ": " + reason;
+    const std::string reason = ::stat(device, &status) == 0 ? "" : rootErrorText(errno);
+    return reason.empty() || !mountedOn(device).empty()
+               ? Result()
+               : Result::failed("there is no software partition: " + std::string(device) + ": " +
+                                reason);
 }
 
-EnvironmentState checkEnvironment() {
+Result checkEnvironment() {
     BlockdeviceConfig& table = *BlockdeviceConfig::GetInstance();
     const std::string device = table.GetSoftwarePartitionMountDevice();
     struct stat status = {};
@@ -89,7 +87,7 @@ EnvironmentState checkEnvironment() {
         return unreadable(device + " can't be mounted on " + directory + ": " +
                           rootErrorText(errno));
     }
-    EnvironmentState state = checkFiles(directory);
+    Result state = checkFiles(directory);
     (void)::umount(directory.c_str());
     return state;
 }

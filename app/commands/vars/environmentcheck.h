@@ -2,29 +2,21 @@
 #ifndef KESTROVA_APP_COMMANDS_VARS_ENVIRONMENTCHECK_H
 #define KESTROVA_APP_COMMANDS_VARS_ENVIRONMENTCHECK_H
 
-#include <string>
+#include "app/cli/result.h"
 
 namespace app {
 
-/// Why the library gives no variables.
-struct EnvironmentState {
-    enum Kind {
-        eEmpty,       ///< there is a valid environment without variables
-        eMissing,     ///< there are no files yet
-        eUnreadable,  ///< there should be one, but it cannot be had
-    };
-    Kind mKind;
-    std::string mReason;  ///< one line for people
-};
+/// Fails when there is no software partition: its device is missing, and not mounted either. The
+/// library would report that for each of its attempts to mount it.
+Result checkSoftwarePartition();
 
-/// Why there is no software partition: its device is missing, and not mounted either. "" when there
-/// is one. The library would say so for each of its attempts to mount it.
-std::string missingPartition();
-
-/// Looks for the environment files where the partition table has them, mounting the software
-/// partition read-only for that if it is not mounted. The library answers alike for an environment
-/// that is empty and for one that it cannot read; this tells them apart.
-EnvironmentState checkEnvironment();
+/// Reads the environment files where the partition table has them; mounts the software partition
+/// read-only for that if it is not mounted. The library reports no variables both for an
+/// environment that is empty and for one that it cannot read; this distinguishes them.
+/// - done: there is a valid environment without variables
+/// - eAbsent: there are no files yet
+/// - eFailed: there should be an environment, but it cannot be read
+Result checkEnvironment();
 
 }  // namespace app
 

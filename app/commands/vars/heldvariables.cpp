@@ -9,8 +9,8 @@
 #include <cerrno>
 
 #include "System/BlockdevCfg.fmp.h"
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/resourcelock.h"
 #include "app/commands/vars/environmentcheck.h"
 #include "app/session.h"
@@ -26,23 +26,18 @@ HeldVariables::~HeldVariables() {
 }
 
 Result HeldVariables::take(Session& session, const Invocation& invocation) {
-    const VariablesLock kind = invocation.mCommand->mVariablesLock;
-    if (kind == VariablesLock::eNone) {
+    const bool reads = invocation.mCommand->has(eReadsVariables);
+    if (!reads && !invocation.mCommand->has(eWritesVariables)) {
         return {};
     }
-    const bool reads = kind == VariablesLock::eReading;
     mLock = std::make_unique<sysResourceLock>(sysResourceLock::eResBootVariables,
                                               session.holderName(invocation).c_str());
     Result result = takeLock(session, invocation, *mLock,
                              reads ? sysResourceLock::eMoShared : sysResourceLock::eMoExclusive);
-    if (result.mStatus != eDone) {
-        return result;
+    if (result.good()) {
+        result = checkSoftwarePartition();
     }
-    const std::string missing = missingPartition();
-    if (!missing.empty()) {
-        return Result::failed(missing);
-    }
-    return reads ? takeDevice(session, invocation) : result;
+    return result.good() && reads ? takeDevice(session, invocation) : result;
 }
 
 /// Readers share the lock, but each of them mounts the software partition when it is not mounted,

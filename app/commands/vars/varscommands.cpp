@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // The commands of the boot variables.
-#include <cerrno>
 #include <cstring>
 
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "System/system.h"
-#include "app/cli/commands.h"
-#include "app/cli/options.h"
+#include "app/cli/command.h"
+#include "app/commands/commands.h"
 #include "app/commands/vars/bootimage.h"
 #include "app/commands/vars/environmentcheck.h"
 #include "app/session.h"
@@ -25,28 +24,19 @@ sysBootVarsManager& manager() {
     return *getSystem()->mpBootVarsManager;
 }
 
-Result failedFor(const EnvironmentState& state) {
-    return Result::failed(state.mReason,
-                          state.mKind == EnvironmentState::eUnreadable ? eFailed : eAbsent);
-}
-
-/// Why getVarS() gave nothing: the library answers alike for a variable that is not there and for
-/// an environment that it cannot read.
+/// Why the library found no variable of this name.
 Result notFound(const std::string& name) {
     KestrovaVector<std::string> names;
     KestrovaVector<std::string> values;
     (void)manager().getVarList(names, values);
-    if (names.empty()) {
-        const EnvironmentState state = checkEnvironment();
-        if (state.mKind != EnvironmentState::eEmpty) {
-            return failedFor(state);
-        }
-    }
-    return Result::failed("there is no variable " + quoted(name) + "; 'vars list' shows them all",
-                          eAbsent);
+    Result result = names.empty() ? checkEnvironment() : Result();
+    return result.good() ? Result::failed("there is no variable " + quoted(name) +
+                                              "; 'vars list' shows them all",
+                                          eAbsent)
+                         : result;
 }
 
-bool getText(const std::string& name, std::string& value) {
+bool readVariable(const std::string& name, std::string& value) {
     value.resize(kLongestValue);
     if (!manager().getVarS(name.c_str(), value.data(), static_cast<int>(value.size()))) {
         return false;
@@ -64,15 +54,20 @@ Result saved(bool done, const std::string& name) {
     return result;
 }
 
-Result unreadFile(const std::string& file, int error) {
-    return error == EINTR ? Result::failed("cancelled", eCancelled)
-                          : Result::failed(quoted(file) + ": " + std::strerror(error));
+/// Reads a FILE argument.
+Result readArgument(Session& session, const std::string& file, std::size_t limit,
+                    std::string& content) {
+    Result result = readContent(file, limit, &session.interrupts(), content);
+    if (!result.good() && result.mStatus != eCancelled) {
+        result.mError = quoted(file) + ": " + result.mError;
+    }
+    return result;
 }
 
-JsonArray remarksData(const std::vector<BootImageRemark>& remarks) {
-    JsonArray data;
+Json remarksData(const std::vector<BootImageRemark>& remarks) {
+    Json data = Json::array();
     for (const BootImageRemark& remark : remarks) {
-        data.addJson(JsonObject().add("offset", remark.mOffset).add("text", remark.mText).text());
+        data.append(Json().add("offset", remark.mOffset).add("text", remark.mText));
     }
     return data;
 }
@@ -86,33 +81,30 @@ std::string remarksText(const char* kind, const std::vector<BootImageRemark>& re
     return text;
 }
 
-}  // namespace
-
 /// A new variable needs a name that 'vars list' and the boot stage can tell from its value.
-bool checkNewName(const Words& arguments, std::string& error) {
-    if (arguments[0].empty()) {
-        error = "NAME is empty";
-    } else if (arguments[0].find('=') != std::string::npos) {
-        error = "NAME " + quoted(arguments[0]) + " holds '='; name and value are two arguments";
+Result checkNewName(const Words& arguments) {
+    const std::string& name = arguments[0];
+    if (name.empty()) {
+        return Result::misused("NAME is empty");
     }
-    return error.empty();
+    return name.find('=') == std::string::npos
+               ? Result()
+               : Result::misused("NAME " + quoted(name) +
+                                 " holds '='; name and value are two arguments");
 }
 
 Result runVarsList(Session& /*session*/, const Invocation& /*invocation*/) {
     KestrovaVector<std::string> names;
     KestrovaVector<std::string> values;
     (void)manager().getVarList(names, values);
-    if (names.empty()) {
-        const EnvironmentState state = checkEnvironment();
-        if (state.mKind != EnvironmentState::eEmpty) {
-            return failedFor(state);
-        }
+    Result result = names.empty() ? checkEnvironment() : Result();
+    if (!result.good()) {
+        return result;
     }
-    Result result;
-    JsonArray variables;
+    Json variables = Json::array();
     for (std::size_t i = 0; i < names.size(); ++i) {
         result.mText += printable(names[i]) + "=" + printable(values[i]) + "\n";
-        variables.addJson(JsonObject().add("name", names[i]).add("value", values[i]).text());
+        variables.append(Json().add("name", names[i]).add("value", values[i]));
     }
     result.mData.add("variables", variables);
     return result;
@@ -121,7 +113,7 @@ Result runVarsList(Session& /*session*/, const Invocation& /*invocation*/) {
 Result runVarsGet(Session& /*session*/, const Invocation& invocation) {
     const std::string& name = invocation.mArguments[0];
     std::string value;
-    if (!getText(name, value)) {
+    if (!readVariable(name, value)) {
         return notFound(name);
     }
     Result result;
@@ -133,7 +125,7 @@ Result runVarsGet(Session& /*session*/, const Invocation& invocation) {
 Result runVarsGetBinary(Session& /*session*/, const Invocation& invocation) {
     const std::string& name = invocation.mArguments[0];
     std::string text;
-    if (!getText(name, text)) {
+    if (!readVariable(name, text)) {
         return notFound(name);
     }
     std::string bytes(kLongestValue, '\0');
@@ -158,8 +150,9 @@ Result runVarsSetBinary(Session& session, const Invocation& invocation) {
     const std::string& name = invocation.mArguments[0];
     const std::string& file = invocation.mArguments[1];
     std::string bytes;
-    if (const int error = readFile(file, kLongestValue, session.interrupts(), bytes)) {
-        return unreadFile(file, error);
+    if (Result read = readArgument(session, file, kLongestValue, bytes); !read.good()) {
+        read.mStatus = read.mStatus == eAbsent ? eFailed : read.mStatus;
+        return read;
     }
     if (bytes.empty()) {
         return Result::failed(quoted(file) + " is empty; 'vars clear' removes a variable");
@@ -176,14 +169,12 @@ Result runVarsClear(Session& /*session*/, const Invocation& invocation) {
 Result runVarsVerify(Session& session, const Invocation& invocation) {
     const std::string& file = invocation.mArguments[0];
     std::string content;
-    // One byte more than fits, so that a file that is too long shows.
-    if (const int error = readFile(file, kLargestBootImage + 1, session.interrupts(), content)) {
-        Result result = unreadFile(file, error);
-        result.mStatus = error == ENOENT ? eAbsent : result.mStatus;
+    // One byte more than fits, so that a file that is too long is noticed.
+    Result result = readArgument(session, file, kLargestBootImage + 1, content);
+    if (!result.good()) {
         return result;
     }
     const BootImage image = checkBootImage(content);
-    Result result;
     if (!image.mProblems.empty()) {
         result = Result::failed(quoted(file) + " is not a good boot environment");
     }
@@ -199,5 +190,118 @@ Result runVarsVerify(Session& session, const Invocation& invocation) {
     result.mData.add("notes", remarksData(image.mNotes));
     return result;
 }
+
+}  // namespace
+
+constexpr char kVarsListHelp[] = R"(Show the boot variables.
+
+Prints NAME=VALUE, in the order of the names, control characters as \xNN.
+
+Exit status:
+  1  the environment can't be read
+  3  there is no environment yet
+
+Example:
+  kestrova vars list
+)";
+const Command kVarsListCommand = {
+    "vars list", "", kVarsListHelp, eOptionWait, eRunsBesideWork | eReadsVariables, runVarsList};
+
+constexpr char kVarsGetHelp[] = R"(Print the value of a boot variable.
+
+Prints the value as it is, and a line end.
+
+Exit status:
+  1  the environment can't be read
+  3  there is no such variable, or no environment yet
+
+Example:
+  kestrova vars get language
+)";
+const Command kVarsGetCommand = {
+    "vars get", "NAME", kVarsGetHelp, eOptionWait, eRunsBesideWork | eReadsVariables, runVarsGet};
+
+constexpr char kVarsGetBinaryHelp[] = R"(Write the bytes of a binary boot variable.
+
+Writes the bytes and nothing else to standard output.
+
+Exit status:
+  1  the environment can't be read, or the variable is not binary
+  3  there is no such variable, or no environment yet
+
+Example:
+  kestrova vars get-binary key >FILE
+)";
+const Command kVarsGetBinaryCommand = {
+    "vars get-binary", "NAME", kVarsGetBinaryHelp, eOptionWait, eRunsBesideWork | eReadsVariables,
+    runVarsGetBinary};
+
+constexpr char kVarsSetHelp[] = R"(Set a boot variable.
+
+When it is done the variable is on the disk. An empty VALUE removes the
+variable. A VALUE that begins with '-' needs '--' in front. A NAME that is empty
+or holds '=' is refused. Where no environment can be read, a new one with this
+variable alone is written.
+
+Exit status:
+  1  the environment could not be saved
+
+Example:
+  kestrova vars set language en
+  kestrova vars set -- offset -1
+)";
+const Command kVarsSetCommand = {
+    "vars set", "NAME VALUE", kVarsSetHelp, eOptionWait, eRunsBesideWork | eWritesVariables,
+    runVarsSet, checkNewName};
+
+constexpr char kVarsSetBinaryHelp[] = R"(Set a binary boot variable to a file's bytes.
+
+The variable holds the bytes as base64 text. When it is done it is on the disk.
+An empty FILE is refused, and a NAME that is empty or holds '='.
+
+Exit status:
+  1  FILE could not be read, or the environment not be saved
+
+Example:
+  kestrova vars set-binary key FILE
+)";
+const Command kVarsSetBinaryCommand = {"vars set-binary",
+                                       "NAME FILE",
+                                       kVarsSetBinaryHelp,
+                                       eOptionWait,
+                                       eRunsBesideWork | eWritesVariables,
+                                       runVarsSetBinary,
+                                       checkNewName};
+
+constexpr char kVarsClearHelp[] = R"(Remove a boot variable.
+
+A variable that is not there is no failure.
+
+Exit status:
+  1  the environment could not be saved
+
+Example:
+  kestrova vars clear language
+)";
+const Command kVarsClearCommand = {
+    "vars clear", "NAME", kVarsClearHelp, eOptionWait, eRunsBesideWork | eWritesVariables,
+    runVarsClear};
+
+constexpr char kVarsVerifyHelp[] = R"(Check a boot environment file.
+
+Checks a copy of the file 'boot_env' and tells what is wrong, and at which byte.
+Looks at this file alone, and not with the library's reader: it is a second
+opinion.
+
+Exit status:
+  1  there is a problem, or FILE can't be read
+  3  there is no such file
+  6  cancelled by Ctrl-C
+
+Example:
+  kestrova vars verify boot_env
+)";
+const Command kVarsVerifyCommand = {"vars verify",   "FILE",       kVarsVerifyHelp, 0,
+                                    eRunsBesideWork, runVarsVerify};
 
 }  // namespace app

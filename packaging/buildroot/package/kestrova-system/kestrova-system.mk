@@ -32,6 +32,11 @@ KESTROVA_SYSTEM_CONF_OPTS = \
 	-DKESTROVA_FUZZ=OFF \
 	-DKESTROVA_TESTS=OFF
 
+# Two header-only libraries, which the command alone is built with.
+ifeq ($(BR2_PACKAGE_KESTROVA_SYSTEM_COMMAND),y)
+KESTROVA_SYSTEM_DEPENDENCIES += cli11 json-for-modern-cpp
+endif
+
 # The applets that the library runs. The remote system log needs "syslogd -C -R ADDRESS", which
 # busybox's default configuration refuses.
 define KESTROVA_SYSTEM_BUSYBOX_CONFIG_FIXUPS

@@ -6,6 +6,9 @@ SECTION = "libs"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=73a1d08cbe9d372efdba26aec9e9a46a"
 
+# Two header-only libraries of the command.
+DEPENDS = "cli11 nlohmann-json"
+
 inherit cmake bash-completion externalsrc features_check pkgconfig ptest systemd update-rc.d
 
 # The sources: a release's tarball from KESTROVA_SYSTEM_RELEASE, the address of the folder that holds

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef KESTROVA_APP_COMMANDS_FETCH_FAILURETEXT_H
-#define KESTROVA_APP_COMMANDS_FETCH_FAILURETEXT_H
+#ifndef KESTROVA_APP_COMMANDS_FETCH_FETCHFAILURE_H
+#define KESTROVA_APP_COMMANDS_FETCH_FETCHFAILURE_H
 
 #include <string>
 
@@ -10,7 +10,7 @@ namespace app {
 
 /// Why a document could not be fetched, in words: "404 Not Found", "connection refused", "unknown
 /// host", "no answer within 30 s". Safe to print; "" when nothing has failed.
-std::string failureText(const HTTPFailure& failure);
+std::string fetchFailureText(const HTTPFailure& failure);
 
 }  // namespace app
 

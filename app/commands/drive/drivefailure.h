@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef KESTROVA_APP_COMMANDS_DRIVE_FAILURETEXT_H
-#define KESTROVA_APP_COMMANDS_DRIVE_FAILURETEXT_H
+#ifndef KESTROVA_APP_COMMANDS_DRIVE_DRIVEFAILURE_H
+#define KESTROVA_APP_COMMANDS_DRIVE_DRIVEFAILURE_H
 
 #include <string>
 
@@ -10,7 +10,7 @@ namespace app {
 
 /// Why an operation on the drive failed, in one line: which step, on which node or directory, with
 /// the tool's end or the text of errno.
-std::string failureText(const sysPartition::Failure& failure);
+std::string driveFailureText(const sysPartition::Failure& failure);
 
 }  // namespace app
 

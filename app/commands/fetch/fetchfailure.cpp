@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "app/commands/fetch/failuretext.h"
+#include "app/commands/fetch/fetchfailure.h"
 
 #include <cstring>
 
@@ -22,7 +22,7 @@ std::string statusText(const HTTPFailure& failure) {
 
 }  // namespace
 
-std::string failureText(const HTTPFailure& failure) {
+std::string fetchFailureText(const HTTPFailure& failure) {
     switch (failure.mReason) {
         case HTTPFailure::eNone:
             return {};

@@ -1,20 +1,22 @@
 // SPDX-License-Identifier: MIT
-#include "app/shell.h"
+#include "app/commands/shell/shellcommand.h"
 
 #include <string>
 
-#include "app/cli/help.h"
+#include "app/cli/parse.h"
+#include "app/commands/commands.h"
+#include "app/session.h"
 
 namespace app {
 
 namespace {
 
+/// Runs commands one after the other.
 class Shell {
 public:
-    Shell(StandardStreams& streams, Session& session, bool interactive, bool json)
-        : mStreams(streams), mSession(session), mInteractive(interactive), mJson(json) {}
+    explicit Shell(Session& session) : mSession(session), mInteractive(session.interactive()) {}
 
-    /// Runs commands as long as they go well, at a terminal all of them.
+    /// Runs commands up to the first that fails; at a terminal, all of them.
     void run(const std::vector<Invocation>& invocations) {
         for (const Invocation& invocation : invocations) {
             if (over()) {
@@ -28,16 +30,16 @@ public:
         while (!over()) {
             std::string line;
             switch (mSession.readCommand(mInteractive ? "kestrova> " : "", line)) {
-                case LineReader::eLine:
+                case LineInput::eLine:
                     runLine(line);
                     break;
-                case LineReader::eTooLong:
+                case LineInput::eTooLong:
                     refuse("the line is too long");
                     break;
-                case LineReader::eInterrupted:
+                case LineInput::eInterrupted:
                     interrupt();
                     break;
-                case LineReader::eEnd:
+                case LineInput::eEnd:
                     endInput();
                     break;
             }
@@ -48,17 +50,17 @@ public:
 
 private:
     void runOne(const Invocation& invocation) {
-        if (invocation.mExit) {
-            mOver = true;
-        } else if (invocation.mOptions.mHelp) {
-            mStreams.write(helpText(invocation.mTopic));
+        if (invocation.mCommand != nullptr) {
+            setStatus(mSession.run(invocation));
+        } else if (!invocation.mAnswer.empty()) {
+            mSession.streams().write(invocation.mAnswer);
             setStatus(eDone);
         } else {
-            setStatus(mSession.run(invocation));
+            mOver = true;  // "exit"
         }
     }
 
-    /// True when nothing is to be run any more.
+    /// True when no further command is to be run.
     bool over() {
         if (!mOver && mSession.interrupted()) {
             const int signal = mSession.interrupts().ending();
@@ -73,16 +75,16 @@ private:
 
     void runLine(const std::string& line) {
         std::vector<Invocation> invocations;
-        std::string error;
-        if (parseScript(line, {true, mStreams.canAsk()}, invocations, error)) {
+        const Result parsed = parseScript(line, mSession.streams().canAsk(), invocations);
+        if (parsed.good()) {
             run(invocations);
         } else {
-            refuse(error);
+            refuse(parsed.mError);
         }
     }
 
     void refuse(const std::string& error) {
-        printMisuse(mStreams, mJson, error);
+        printMisuse(mSession.streams(), mSession.json(), error);
         setStatus(eMisused);
     }
 
@@ -105,27 +107,47 @@ private:
         mOver = mOver || (status != eDone && !mInteractive);
     }
 
-    StandardStreams& mStreams;
     Session& mSession;
     bool mInteractive;
-    bool mJson;
     bool mOver = false;
     ExitStatus mStatus = eDone;
 };
 
 }  // namespace
 
-ExitStatus runScript(StandardStreams& streams, Session& session,
-                     const std::vector<Invocation>& script) {
-    Shell shell(streams, session, false, false);
+ExitStatus runScript(Session& session, const std::vector<Invocation>& script) {
+    Shell shell(session);
     shell.run(script);
     return shell.status();
 }
 
-ExitStatus runShell(StandardStreams& streams, Session& session, const Session::Setup& setup) {
-    Shell shell(streams, session, setup.mInteractive, setup.mJson);
+ExitStatus runInput(Session& session) {
+    Shell shell(session);
     shell.read();
     return shell.status();
 }
+
+// It is no command of a session, but runs those of a session.
+constexpr char kShellHelp[] = R"(Run several commands in one process.
+
+Reads commands from standard input, or from -e, and runs them in one process,
+the system being up between them. Commands end at ';' or the line's end; quotes,
+backslash and '#' work as in a shell. 'help' and 'exit' are commands, too. A
+line, or the whole of -e, is checked before the first of its commands runs.
+
+From -e, a file or a pipe it ends at the first command that fails, with that
+command's exit status; at a terminal it goes on, and ends with the status of the
+last command. Drives that were started and not stopped stay mounted.
+
+Exit status:
+  1  failed, or Ctrl-C while something was waited for
+  N  that of the command with which it ended; 128 + N when signal N ended it
+
+Example:
+  kestrova shell
+  kestrova shell -e 'drive start; drive status; drive stop'
+)";
+const Command kShellCommand = {"shell",       "",     kShellHelp, eOptionExecute | eOptionWait,
+                               eRunsCommands, nullptr};
 
 }  // namespace app

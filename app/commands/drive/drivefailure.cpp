@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "app/commands/drive/failuretext.h"
+#include "app/commands/drive/drivefailure.h"
 
 #include <sys/wait.h>
 
@@ -30,7 +30,7 @@ std::string detail(const sysPartition::Failure& failure) {
 
 }  // namespace
 
-std::string failureText(const sysPartition::Failure& failure) {
+std::string driveFailureText(const sysPartition::Failure& failure) {
     const std::string path = printable(static_cast<const char*>(failure.mPath));
     switch (failure.mStep) {
         case sysPartition::eFailNone:

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+//
+// A command of kestrova: its row, and how it was asked for. Parsing, help and running go by the
+// row, which stands beside the code of its command.
+#ifndef KESTROVA_APP_CLI_COMMAND_H
+#define KESTROVA_APP_CLI_COMMAND_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/cli/result.h"
+
+namespace app {
+
+class Session;
+struct Invocation;
+
+using Words = std::vector<std::string>;
+
+/// Options that some commands take, as bits of Command::mOptions.
+enum CommandOption : unsigned {
+    eOptionYes = 1,
+    eOptionNoWait = 2,
+    eOptionExecute = 4,
+    eOptionOutput = 8,
+    eOptionFolder = 16,
+    eOptionIn = 32,
+    eOptionRepair = 64,
+    eOptionWait = 128,
+    eOptionForce = 256,
+    eOptionDryRun = 512,
+    eOptionSaveTable = 1024,
+};
+
+/// What a command needs and does, as bits of Command::mTraits.
+enum CommandTrait : unsigned {
+    eNeedsDrive = 1,        ///< the drive's part of the system; refused with --minimal
+    eDestroysData = 2,      ///< asks before it does
+    eRunsBesideWork = 4,    ///< may run during a format, a mount or a check
+    eReadsInput = 8,        ///< reads standard input when it has no arguments
+    eReadsVariables = 16,   ///< holds the lock of the boot variables while it runs, shared
+    eWritesVariables = 32,  ///< the same, exclusively
+    eRunsCommands = 64,     ///< the shell
+};
+
+struct Command {
+    const char* mName;       ///< one word, or a group's name and another word
+    const char* mArguments;  ///< "" for none
+
+    /// The help page, in lines of at most 80 columns: a summary line, an empty line, details, an
+    /// empty line, "Exit status:" with 1 and those from 3 on, an empty line, and "Example:". Usage,
+    /// options and the common statuses are added when it is shown.
+    const char* mHelp;
+
+    unsigned mOptions;  ///< CommandOption bits
+    unsigned mTraits;   ///< CommandTrait bits
+
+    /// Runs it.
+    Result (*mRun)(Session& session, const Invocation& invocation);
+    /// Checks the arguments without touching the machine. There are no fewer than the row asks for.
+    /// Null when there is nothing to check but their number.
+    Result (*mCheck)(const Words& arguments) = nullptr;
+
+    bool has(CommandTrait trait) const { return (mTraits & trait) != 0; }
+};
+
+struct Options {
+    bool mMinimal = false;
+    bool mJson = false;
+    bool mYes = false;
+    bool mNoWait = false;
+    bool mRepair = false;
+    bool mForce = false;
+    bool mDryRun = false;
+    bool mIn = false;
+    unsigned mLevel = 0;                 ///< value of --level, and one more for each -v
+    std::optional<unsigned> mWait;       ///< value of --wait, in seconds
+    std::optional<std::string> mScript;  ///< value of -e
+    std::string mOutput;                 ///< value of -o, never empty when given
+    std::string mFolder;                 ///< value of -d, never empty when given
+    std::string mSaveTable;              ///< value of --save-table, never empty when given
+};
+
+/// A command as it was asked for.
+struct Invocation {
+    const Command* mCommand = nullptr;  ///< null for help, version and exit
+    Words mArguments;
+    Options mOptions;
+    std::string mAnswer;  ///< the text of --help or --version, to be printed instead of a run
+};
+
+}  // namespace app
+
+#endif

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+//
+// The command that runs other commands.
+#ifndef KESTROVA_APP_COMMANDS_SHELL_SHELLCOMMAND_H
+#define KESTROVA_APP_COMMANDS_SHELL_SHELLCOMMAND_H
+
+#include <vector>
+
+#include "app/cli/command.h"
+
+namespace app {
+
+/// Runs commands that have been parsed, up to the first that fails or "exit". Returns the status of
+/// the last one.
+ExitStatus runScript(Session& session, const std::vector<Invocation>& script);
+
+/// Reads commands from the session's input and runs them, as the shell's help says.
+ExitStatus runInput(Session& session);
+
+}  // namespace app
+
+#endif
