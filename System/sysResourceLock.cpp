@@ -14,6 +14,8 @@
 #include "base/cancelguard.h"
 #include "base/errnokeeper.h"
 #include "base/io/descriptor.h"
+#include "base/io/filelock.h"
+#include "base/monotonictime.h"
 
 using resourcelock::Failure;
 using resourcelock::Look;
@@ -21,9 +23,6 @@ using resourcelock::Record;
 
 namespace {
 
-constexpr long kNanosecondsPerMillisecond = 1000000;
-constexpr long kNanosecondsPerSecond = 1000 * kNanosecondsPerMillisecond;
-constexpr long kInterval = 10;  // milliseconds between two attempts
 // A holder that has just taken the lock, or writes its record, is to be seen after this many looks
 // with a millisecond in between.
 constexpr int kLooks = 10;
@@ -41,32 +40,6 @@ Names namesOf(sysResourceLock::Resource resource) {
     return {"vars.lock", "the boot variables are", "the boot variables"};
 }
 
-timespec now() {
-    timespec time = {};
-    (void)::clock_gettime(CLOCK_MONOTONIC, &time);
-    return time;
-}
-
-timespec after(timespec time, unsigned long milliseconds) {
-    time.tv_sec += static_cast<time_t>(milliseconds / 1000);
-    time.tv_nsec += static_cast<long>(milliseconds % 1000) * kNanosecondsPerMillisecond;
-    if (time.tv_nsec >= kNanosecondsPerSecond) {
-        ++time.tv_sec;
-        time.tv_nsec -= kNanosecondsPerSecond;
-    }
-    return time;
-}
-
-bool earlier(const timespec& one, const timespec& other) {
-    return one.tv_sec != other.tv_sec ? one.tv_sec < other.tv_sec : one.tv_nsec < other.tv_nsec;
-}
-
-/// A cancellation point.
-void sleepUntil(const timespec& time) {
-    while (::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR) {
-    }
-}
-
 void fill(sysResourceLock::Holder& holder, const Record& record) {
     holder.mHeld = true;
     holder.mMode = record.mShared ? sysResourceLock::eMoShared : sysResourceLock::eMoExclusive;
@@ -82,7 +55,7 @@ Look lookClosely(const base::Descriptor& file, sysResourceLock::Holder& holder) 
     Look look = Look::eUnreadable;
     for (int i = 0; i < kLooks && look == Look::eUnreadable; ++i) {
         if (i > 0) {
-            sleepUntil(after(now(), 1));
+            base::sleepUntil(base::timeAfter(base::monotonicNow(), 1));
         }
         Record record;
         look = resourcelock::findHolder(file, record);
@@ -137,7 +110,7 @@ bool sysResourceLock::State::attempt(Mode mode) {
         if (attemptOnce(mode, again) || !again) {
             return mFile.valid();
         }
-        sleepUntil(after(now(), 1));
+        base::sleepUntil(base::timeAfter(base::monotonicNow(), 1));
     }
     return false;
 }
@@ -150,7 +123,7 @@ bool sysResourceLock::State::attemptOnce(Mode mode, bool& again) {
         errno = failure.mError;
         return failOn(failure.mText);
     }
-    if (!resourcelock::tryFlock(file, mode == eMoShared)) {
+    if (!base::tryFlock(file, mode == eMoShared)) {
         return errno == EWOULDBLOCK ? isBusy(file, again)
                                     : failOn(std::string("flock: ") + std::strerror(errno));
     }
@@ -216,16 +189,8 @@ bool sysResourceLock::tryLock(Mode mode) {
 }
 
 bool sysResourceLock::lock(Mode mode, unsigned milliseconds) {
-    const timespec end = after(now(), milliseconds);
-    while (!mpState->attempt(mode)) {
-        const timespec start = now();
-        if (!mpState->mBusy || !earlier(start, end)) {
-            return false;
-        }
-        const timespec next = after(start, kInterval);
-        sleepUntil(earlier(next, end) ? next : end);
-    }
-    return true;
+    return base::retryUntil(
+        milliseconds, [&] { return mpState->attempt(mode); }, [&] { return !mpState->mBusy; });
 }
 
 void sysResourceLock::unlock() {

@@ -9,11 +9,13 @@ set(KESTROVA_SOURCES
   base/text/crc32.cpp
   base/io/descriptor.cpp
   base/io/file.cpp
+  base/io/filelock.cpp
   base/log/hooks.cpp
   base/text/ipv4.cpp
   base/io/linereader.cpp
   base/io/mounttable.cpp
   base/log/log.cpp
+  base/monotonictime.cpp
   base/process/interruptsignals.cpp
   base/process/launcher.cpp
   base/process/popen3.cpp

@@ -227,14 +227,6 @@ bool isCurrent(const base::Descriptor& file, const std::string& name) {
            mine.st_dev == named.st_dev && mine.st_ino == named.st_ino;
 }
 
-bool tryFlock(const base::Descriptor& file, bool shared) {
-    int result = -1;
-    do {
-        result = ::flock(file.get(), (shared ? LOCK_SH : LOCK_EX) | LOCK_NB);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
-}
-
 int claimSlot(const base::Descriptor& file) {
     for (int slot = 0; slot < kSlots; ++slot) {
         if (lockByte(file, kOwnerBytes + slot)) {

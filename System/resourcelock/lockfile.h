@@ -37,9 +37,6 @@ base::Descriptor openForLooking(const std::string& name, Failure& failure);
 /// True when this open file is still the one that others open by the name.
 bool isCurrent(const base::Descriptor& file, const std::string& name);
 
-/// Takes the flock without waiting; false with errno.
-bool tryFlock(const base::Descriptor& file, bool shared);
-
 /// The first slot without an owner becomes this open file's; -1 when there is none or on an error,
 /// with errno EAGAIN when all are taken.
 int claimSlot(const base::Descriptor& file);

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#ifndef KESTROVA_BASE_IO_FILELOCK_H
+#define KESTROVA_BASE_IO_FILELOCK_H
+
+#include "base/io/descriptor.h"
+
+namespace base {
+
+/// Takes the flock(2) of an open file or directory without waiting. The kernel releases it when the
+/// last copy of the descriptor is closed. Returns false with errno; EWOULDBLOCK when another
+/// open file has it.
+bool tryFlock(const Descriptor& file, bool shared);
+
+}  // namespace base
+
+#endif
