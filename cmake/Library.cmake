@@ -28,10 +28,15 @@ set(KESTROVA_SOURCES
   base/process/tool.cpp
   System/BlockdevCfg.fmp.cpp
   System/KestrovaPOpen.cpp
+  System/bootvarsmanager/binaryvalue.cpp
   System/bootvarsmanager/bootenvironment.cpp
   System/bootvarsmanager/bootvariables.cpp
+  System/bootvarsmanager/environmentfiles.cpp
+  System/bootvarsmanager/environmentimage.cpp
+  System/bootvarsmanager/environmenttext.cpp
   System/bootvarsmanager/mountoptions.cpp
   System/bootvarsmanager/softwarepartition.cpp
+  System/bootvarsmanager/sysBootEnvironmentFile.cpp
   System/bootvarsmanager/sysBootVarsManager.cpp
   System/drivemanager/driveidentity.cpp
   System/drivemanager/drivemanager.cpp
@@ -72,6 +77,7 @@ set(KESTROVA_PUBLIC_HEADERS
   base/vector.h
   System/BlockdevCfg.fmp.h
   System/KestrovaPOpen.h
+  System/bootvarsmanager/sysBootEnvironmentFile.h
   System/bootvarsmanager/sysBootVarsManager.h
   System/drivemanager/drivemanager.h
   System/drivemanager/dvrdrive.h

@@ -2,6 +2,7 @@
 #include "System/bootvarsmanager/bootvariables.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace {
@@ -102,6 +103,21 @@ void BootVariables::set(std::string_view key, std::string_view value) {
     *next = '\0';
 }
 
+void BootVariables::setAll(const KestrovaVector<std::string>& names,
+                           const KestrovaVector<std::string>& values) {
+    removeEmpty();
+    for (const std::string& name : names) {
+        set(name, "");
+    }
+    std::map<std::string_view, std::string_view> last;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        last[names[i]] = values[i];
+    }
+    for (const auto& [name, value] : last) {
+        set(name, value);
+    }
+}
+
 BootRecord BootVariables::at(std::size_t place) const {
     const std::string_view key = keyAt(place);
     const std::size_t value = mStarts[place] + key.size() + 1;
@@ -115,6 +131,23 @@ bool BootVariables::find(std::string_view key, BootRecord& record) const {
     }
     record = at(place);
     return true;
+}
+
+void BootVariables::appendTo(KestrovaVector<std::string>& names,
+                             KestrovaVector<std::string>& values) const {
+    // Everything that can fail comes first, so that both vectors always grow together.
+    std::vector<std::pair<std::string, std::string>> found;
+    found.reserve(count());
+    for (std::size_t place = 0; place < count(); ++place) {
+        const auto [name, value] = at(place);
+        found.emplace_back(name, value);
+    }
+    names.reserve(names.size() + found.size());
+    values.reserve(values.size() + found.size());
+    for (auto& [name, value] : found) {
+        names.push_back(std::move(name));
+        values.push_back(std::move(value));
+    }
 }
 
 std::size_t BootVariables::endOf(std::size_t place) const {

@@ -6,8 +6,11 @@
 #define KESTROVA_SYSTEM_BOOTVARSMANAGER_BOOTVARIABLES_H
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/vector.h"
 
 /// One variable. Key and value hold no NUL, and in a variable area a NUL follows each.
 struct BootRecord {
@@ -40,12 +43,21 @@ public:
     void set(std::string_view key, std::string_view value);
     bool fits() const { return mFits; }
 
+    /// Sets several variables, as many as there are values, as set() does; of two equal names the
+    /// later one counts. Their order makes no difference to whether all of them fit: a variable
+    /// that is removed or shrinks makes room for any other.
+    void setAll(const KestrovaVector<std::string>& names,
+                const KestrovaVector<std::string>& values);
+
     /// How many variables there are.
     std::size_t count() const { return mStarts.size(); }
     /// The variable at a place in the order, less than count(). Valid until the variables change.
     BootRecord at(std::size_t place) const;
     /// Gives a variable. Returns false when there is none with this key.
     bool find(std::string_view key, BootRecord& record) const;
+    /// Appends keys and values in order. Only allocation failure is thrown: both are then
+    /// unchanged.
+    void appendTo(KestrovaVector<std::string>& names, KestrovaVector<std::string>& values) const;
 
     /// The image: the header, whose bytes are undefined, and the area. Empty before the first
     /// assign() or set().

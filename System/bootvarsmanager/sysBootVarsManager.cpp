@@ -5,10 +5,10 @@
 #include <climits>
 #include <cstring>
 #include <string_view>
-#include <utility>
-#include <vector>
 
+#include "System/bootvarsmanager/binaryvalue.h"
 #include "System/bootvarsmanager/bootenvironment.h"
+#include "System/bootvarsmanager/environmenttext.h"
 #include "base/log/log.h"
 #include "base/stream.h"
 #include "base/text/base64.h"
@@ -54,14 +54,23 @@ void logLongSetting(int line, const char* name, PrintValue printValue) {
     }
 }
 
-/// Sets a variable and saves all of them. `logSetting` is called between loading and saving.
-template <class LogSetting>
-bool store(std::string_view name, std::string_view value, LogSetting logSetting) {
+/// Logs a setting. A longer text than any that fits the file is written piece by piece.
+void logTextSetting(int line, const char* name, std::size_t nameSize, const char* value,
+                    std::size_t valueSize) {
+    if (nameSize <= kBootEnvFileSize && valueSize <= kBootEnvFileSize) {
+        base::logMessageAt(kSource, line, 1, "Setting key %s %s\n", name, value);
+    } else {
+        logLongSetting(line, name, [value](KestrovaOstream& out) { out << value; });
+    }
+}
+
+/// Loads the variables, changes them and saves all of them. `change` is given the variables.
+template <class Change>
+bool store(Change change) {
     BootVariables vars(kBootEnvHeaderSize, kBootEnvAreaSize);
     bool loadedFromPrimary = false;
     (void)loadEnvironment(vars, loadedFromPrimary);
-    logSetting();
-    vars.set(name, value);
+    change(vars);
     base::logMessageAt(kSource, __LINE__, 1, "Saving Environment\n");
     return saveEnvironment(vars, loadedFromPrimary);
 }
@@ -73,9 +82,10 @@ bool setLongVariable(const char* name, const unsigned char* data, unsigned lengt
     if (name == nullptr) {
         return false;
     }
-    return store(name, {reinterpret_cast<const char*>(data), length}, [=] {
+    return store([=](BootVariables& vars) {
         logLongSetting(__LINE__, name,
                        [=](KestrovaOstream& out) { printEncoded(out, data, length); });
+        vars.set(name, {reinterpret_cast<const char*>(data), length});
     });
 }
 
@@ -86,19 +96,7 @@ bool sysBootVarsManager::getVarList(KestrovaVector<std::string>& names,
     BootVariables vars(kBootEnvHeaderSize, kBootEnvAreaSize);
     bool loadedFromPrimary = false;
     (void)loadEnvironment(vars, loadedFromPrimary);
-    // Everything that can fail comes first, so that both vectors always grow together.
-    std::vector<std::pair<std::string, std::string>> found;
-    found.reserve(vars.count());
-    for (std::size_t place = 0; place < vars.count(); ++place) {
-        const auto [name, value] = vars.at(place);
-        found.emplace_back(name, value);
-    }
-    names.reserve(names.size() + found.size());
-    values.reserve(values.size() + found.size());
-    for (auto& [name, value] : found) {
-        names.push_back(std::move(name));
-        values.push_back(std::move(value));
-    }
+    vars.appendTo(names, values);
     return true;
 }
 
@@ -150,33 +148,40 @@ bool sysBootVarsManager::setVarS(const char* name, const char* value) {
     }
     const std::string_view key = name;
     const std::string_view text = value;
-    return store(key, text, [&] {
-        if (key.size() <= kBootEnvFileSize && text.size() <= kBootEnvFileSize) {
-            base::logMessageAt(kSource, __LINE__, 1, "Setting key %s %s\n", name, value);
-        } else {
-            logLongSetting(__LINE__, name, [value](KestrovaOstream& out) { out << value; });
+    return store([&](BootVariables& vars) {
+        logTextSetting(__LINE__, name, key.size(), value, text.size());
+        vars.set(key, text);
+    });
+}
+
+bool sysBootVarsManager::setVars(const KestrovaVector<std::string>& names,
+                                 const KestrovaVector<std::string>& values) {
+    const std::string problem = settingsProblem(names, values);
+    if (!problem.empty()) {
+        base::logMessageAt(kSource, __LINE__, 1, "Settings refused: %s\n", problem.c_str());
+        return false;
+    }
+    base::logMessageAt(kSource, __LINE__, 1, "Load env already stored\n");
+    return store([&](BootVariables& vars) {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            logTextSetting(__LINE__, names[i].c_str(), names[i].size(), values[i].c_str(),
+                           values[i].size());
         }
+        vars.setAll(names, values);
     });
 }
 
 bool sysBootVarsManager::setVarB(const char* name, const unsigned char* data, unsigned length) {
-    if (length > INT_MAX) {
-        return false;
-    }
-    const int size = base64encodeBufferSize(static_cast<int>(length));
-    if (size < 0) {
+    if (length > INT_MAX || base64encodeBufferSize(static_cast<int>(length)) < 0) {
         return false;
     }
     if (length > kBootEnvFileSize) {
         return setLongVariable(name, data, length);
     }
-    std::string text(static_cast<std::size_t>(size) + 1, '\0');
-    const int encoded = base64encode(data, static_cast<int>(length),
-                                     reinterpret_cast<unsigned char*>(text.data()), size);
-    if (encoded < 0) {
+    std::string text;
+    if (!encodeBinaryValue(data, length, text)) {
         return false;
     }
-    text.resize(static_cast<std::size_t>(encoded));
     return setVarS(name, text.c_str());
 }
 

@@ -70,6 +70,18 @@ public:
     /// @return true when it is on the disk
     bool setVarB(const char* name, const unsigned char* data, unsigned length);
 
+    /// Sets several variables and saves all of them in one rewrite of the file: all or none.
+    /// Otherwise see setVarS(); also their room is counted at the end, so that a variable that is
+    /// removed makes room for the others. Nothing is read or changed, and the reason is logged,
+    /// when one of the settings is refused.
+    /// @param names exact names; of two that are equal the later one counts. A variable that gets a
+    /// value needs a name that is not empty and holds neither '=' nor a line end; a NUL in a name
+    /// or value is refused as well
+    /// @param values their texts, as many; an empty one removes its variable
+    /// @return true when all are on the disk
+    bool setVars(const KestrovaVector<std::string>& names,
+                 const KestrovaVector<std::string>& values);
+
     /// Removes a variable; otherwise see setVarS().
     /// @param name exact name; a null name fails
     /// @return true when it is not on the disk, also when there was none

@@ -2,13 +2,15 @@
 //
 // Cuts the power at every place of every save of the boot variables, on a disk in memory, and lets
 // the library go on from everything that can be left:
-//   crash-states [--sample N] [--every N] [--share I/N] [--without file-sync|directory-sync]
+//   crash-states [--of partition|file] [--sample N] [--every N] [--share I/N]
+//       [--without file-sync|directory-sync]
 // For each such disk the next load must give the variables before the save, whole, or those after
 // it, whole; only the latter once the save has returned true. The next save must succeed and last,
 // and its own power cuts are tried in the same way. A save is also tried with each of its calls
 // failing, and with another save after that without a boot. --sample N takes each Nth save only,
 // --every N each Nth disk as the beginning of another save (20 unless told), --share part I of N.
-// Exit status 1 on a loss.
+// --of file does it to an environment file, without the software partition, as it is made on a
+// build host. Exit status 1 on a loss.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +18,7 @@
 #include <unordered_set>
 
 #include "System/BlockdevCfg.fmp.h"
+#include "System/bootvarsmanager/sysBootEnvironmentFile.h"
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 #include "base/outputlevel.h"
 #include "tests/crash/diskstates.h"
@@ -41,10 +44,15 @@ struct Options {
     unsigned long mShares = 1;
 };
 
+/// The software partition's files, by the paths that the disk in memory knows.
+constexpr char kFile[] = "/boot-sw//boot_env";
+bool ofFile = false;
+
 Variables load() {
     KestrovaVector<std::string> names;
     KestrovaVector<std::string> values;
-    (void)sysBootVarsManager().getVarList(names, values);
+    (void)(ofFile ? sysBootEnvironmentFile(kFile).getVarList(names, values)
+                  : sysBootVarsManager().getVarList(names, values));
     Variables vars;
     for (std::size_t i = 0; i < names.size(); ++i) {
         vars[names[i]] = values[i];
@@ -53,13 +61,29 @@ Variables load() {
 }
 
 bool save(const Change& change) {
-    return sysBootVarsManager().setVarS(change.mKey.c_str(), change.mValue.c_str());
+    KestrovaVector<std::string> names;
+    KestrovaVector<std::string> values;
+    for (const auto& [name, value] : change.mSettings) {
+        names.push_back(name);
+        values.push_back(value);
+    }
+    if (ofFile) {
+        sysBootEnvironmentFile file(kFile);
+        return change.mCreates ? file.create(true) : file.setVars(names, values);
+    }
+    return names.size() == 1 ? sysBootVarsManager().setVarS(names[0].c_str(), values[0].c_str())
+                             : sysBootVarsManager().setVars(names, values);
 }
 
 Variables with(Variables vars, const Change& change) {
-    vars.erase(change.mKey);
-    if (!change.mValue.empty()) {
-        vars[change.mKey] = change.mValue;
+    if (change.mCreates) {
+        return {};
+    }
+    for (const auto& [name, value] : change.mSettings) {
+        vars.erase(name);
+        if (!value.empty()) {
+            vars[name] = value;
+        }
     }
     return vars;
 }
@@ -149,7 +173,7 @@ void Cutter::check(const Disk& disk, const std::vector<Variables>& allowed, cons
 
 /// The next save after a power cut; its own power cuts if they have not been tried yet.
 void Cutter::goOn(const Disk& disk, const Variables& loaded, const Place& place) {
-    const Change change = {"the next save", "next", place.mDepth == 0 ? "1" : "2"};
+    const Change change = {"the next save", {{"next", place.mDepth == 0 ? "1" : "2"}}};
     memoryDisk().start(disk, place.mScenario->mMounted);
     expect(save(change), "NOT SAVED", place);
     expect(memoryDisk().faithful(), "LEFT OPEN", place);
@@ -188,7 +212,7 @@ void Cutter::cutRetry(const Scenario& scenario, const Change& change, int failin
     memoryDisk().failAt(failing);
     const bool saved = save(change);
     const Variables between = load();
-    const Change retry = {"the retry", "retry", "1"};
+    const Change retry = {"the retry", {{"retry", "1"}}};
     const Place place = {&scenario, &change, failing, 0, 0};
     expect(saved == (failing == 0), "WRONG RESULT", place);
     expect(save(retry), "NOT SAVED", place);
@@ -209,10 +233,20 @@ int changingCalls(const Scenario& scenario, const Change& change) {
     return memoryDisk().changingCalls();
 }
 
+/// An environment file is not mounted, and is changed only when it is valid.
+bool applies(const Scenario& scenario) {
+    memoryDisk().start(scenario.mDisk, scenario.mMounted);
+    return !ofFile || (scenario.mMounted == Mounted::eReadWrite &&
+                       sysBootEnvironmentFile(kFile).verify() <= sysBootEnvironmentFile::eStBackup);
+}
+
 void Cutter::run() {
     const std::vector<Scenario> scenarios = crash::scenarios();
-    const std::vector<Change> changes = crash::changes();
+    const std::vector<Change> changes = crash::changes(ofFile);
     for (const Scenario& scenario : scenarios) {
+        if (!applies(scenario)) {
+            continue;
+        }
         for (const Change& change : changes) {
             const int calls = changingCalls(scenario, change);
             for (int failing = 0; failing <= calls; ++failing) {
@@ -241,6 +275,10 @@ bool parse(int count, char** words, Options& options) {
         } else if (word == "--share") {
             options.mShare = std::strtoul(value, &end, 10);
             options.mShares = *end == '/' ? std::strtoul(end + 1, &end, 10) : 0;
+        } else if (word == "--of" && std::strcmp(value, "file") == 0) {
+            ofFile = true;
+        } else if (word == "--of" && std::strcmp(value, "partition") == 0) {
+            ofFile = false;
         } else if (word == "--without" && std::strcmp(value, "file-sync") == 0) {
             memoryDisk().mIgnoresFileSync = true;
         } else if (word == "--without" && std::strcmp(value, "directory-sync") == 0) {
@@ -262,8 +300,8 @@ int main(int argc, char** argv) {
     Options options;
     if (!parse(argc, argv, options)) {
         std::fprintf(stderr,
-                     "usage: crash-states [--sample N] [--every N] [--share I/N] "
-                     "[--without file-sync|directory-sync]\n");
+                     "usage: crash-states [--of partition|file] [--sample N] [--every N] "
+                     "[--share I/N] [--without file-sync|directory-sync]\n");
         return 2;
     }
     kestrova_debug_output_level = 0;

@@ -164,7 +164,9 @@ void apply(const Event& event, std::map<std::string, File>& names) {
     for (auto each = names.begin(); each != names.end();) {
         each = each->second == event.mFile ? names.erase(each) : std::next(each);
     }
-    names[event.mTo] = event.mFile;
+    if (event.mKind != Event::eUnlink) {
+        names[event.mTo] = event.mFile;
+    }
 }
 
 /// The changes of names that need not have reached the disk after the first events; and the names
@@ -175,7 +177,8 @@ std::vector<const Event*> pendingNames(const History& history, std::size_t event
     std::vector<const Event*> pending;
     for (std::size_t i = 0; i < events; ++i) {
         const Event& event = history.mEvents[i];
-        if (event.mKind == Event::eCreate || event.mKind == Event::eRename) {
+        if (event.mKind == Event::eCreate || event.mKind == Event::eRename ||
+            event.mKind == Event::eUnlink) {
             pending.push_back(&event);
         } else if (event.mKind == Event::eSyncDirectory || event.mKind == Event::eSyncAll) {
             for (const Event* const each : pending) {

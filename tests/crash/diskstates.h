@@ -3,7 +3,7 @@
 // What a power cut can leave of a history. The model is the weakest that a POSIX file system keeps:
 // - What was synced lasts: a file's contents by a sync of the file, names by one of the directory.
 // - Of the changes of names that were not synced any part is there, each whole: a rename is one
-//   change.
+//   change, and so is a removal.
 // - Of contents that were not synced each block of 512 bytes is the new one, the old one, zeros,
 //   garbage, or new in its first half only; and the length is the old one, none, or any that the
 //   writing went through.

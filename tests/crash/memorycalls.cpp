@@ -3,6 +3,7 @@
 // The system calls of the library under test, answered by the disk in memory. They stand in front
 // of the C library's. What the library has no business with here ends the program.
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -65,6 +66,15 @@ int fsync(int descriptor) {
 
 int rename(const char* from, const char* to) noexcept {
     return memoryDisk().rename(from, to);
+}
+
+int unlink(const char* path) noexcept {
+    return memoryDisk().unlink(path);
+}
+
+int flock(int descriptor, int /*operation*/) noexcept {
+    // There is no other process.
+    return memoryDisk().owns(descriptor) ? 0 : -1;
 }
 
 int stat(const char* path, struct stat* status) noexcept {

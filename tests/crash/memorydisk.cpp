@@ -98,7 +98,8 @@ int MemoryDisk::open(const std::string& path, int flags) {
         return take(Kind::eMountTable, false, 0);
     }
     const bool writes = (flags & O_ACCMODE) != O_RDONLY;
-    const bool ofDirectory = path == kDirectory && (flags & O_DIRECTORY) != 0;
+    const bool ofDirectory =
+        (flags & O_DIRECTORY) != 0 && (path == kDirectory || path == std::string(kDirectory) + "/");
     if ((writes || ofDirectory) && failsNow()) {
         return -1;
     }
@@ -189,6 +190,19 @@ int MemoryDisk::rename(const std::string& from, const std::string& to) {
     mNames.erase(found);
     mNames[nameOf(to)] = file;
     add({Event::eRename, file, nameOf(from), nameOf(to), 0, ""});
+    return 0;
+}
+
+int MemoryDisk::unlink(const std::string& path) {
+    if (failsNow()) {
+        return -1;
+    }
+    const auto found = mNames.find(nameOf(path));
+    if (found == mNames.end()) {
+        return failure(ENOENT);
+    }
+    add({Event::eUnlink, found->second, found->first, "", 0, ""});
+    mNames.erase(found);
     return 0;
 }
 

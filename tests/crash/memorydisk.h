@@ -22,6 +22,7 @@ struct Event {
     enum Kind {
         eCreate,         ///< a new file gets a name
         eRename,         ///< a file gets another name, which may replace a file
+        eUnlink,         ///< a file loses its name
         eTruncate,       ///< a file becomes empty
         eWrite,          ///< bytes at an offset
         eSyncFile,       ///< the contents of a file last
@@ -70,6 +71,7 @@ public:
     long write(int descriptor, const void* bytes, std::size_t length);
     int sync(int descriptor);
     int rename(const std::string& from, const std::string& to);
+    int unlink(const std::string& path);
     bool isFile(const std::string& path) const;
     int mount(unsigned long flags);
     int unmount();

@@ -49,14 +49,20 @@ std::vector<std::pair<std::string, std::string>> damagedImages(const std::string
 
 }  // namespace
 
-std::vector<Change> changes() {
-    return {{"a new variable", "new", "value"},
-            {"another value", "a", "something else"},
-            {"a variable less", "a", ""},
-            {"nothing removed", "absent", ""},
-            {"a value of two blocks", "big", std::string(900, 'b')},
-            {"a value of four blocks", "big", std::string(1700, 'c')},
-            {"a value of twelve blocks", "big", std::string(5900, 'd')}};
+std::vector<Change> changes(bool creating) {
+    std::vector<Change> all = {
+        {"a new variable", {{"new", "value"}}},
+        {"another value", {{"a", "something else"}}},
+        {"a variable less", {{"a", ""}}},
+        {"nothing removed", {{"absent", ""}}},
+        {"a value of two blocks", {{"big", std::string(900, 'b')}}},
+        {"a value of four blocks", {{"big", std::string(1700, 'c')}}},
+        {"a value of twelve blocks", {{"big", std::string(5900, 'd')}}},
+        {"several", {{"a", "x"}, {"b", ""}, {"new", "value"}, {"serial", std::string(600, 's')}}}};
+    if (creating) {
+        all.push_back({"created anew", {}, true});
+    }
+    return all;
 }
 
 std::vector<Scenario> scenarios() {

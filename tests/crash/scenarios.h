@@ -12,11 +12,11 @@ namespace crash {
 
 using Variables = std::map<std::string, std::string>;
 
-/// A change of one variable; an empty value removes it.
+/// A change of variables in one save; an empty value removes a variable.
 struct Change {
     const char* mName;
-    std::string mKey;
-    std::string mValue;
+    Variables mSettings;
+    bool mCreates = false;  ///< an environment without variables replaces all of it
 };
 
 /// How the disk is before a change.
@@ -27,7 +27,8 @@ struct Scenario {
 };
 
 std::vector<Scenario> scenarios();
-std::vector<Change> changes();
+/// Creating is for an environment file only.
+std::vector<Change> changes(bool creating);
 
 }  // namespace crash
 

@@ -3,6 +3,7 @@
 // Prints size and alignment of every public type that a client makes or derives from.
 #include <System/BlockdevCfg.fmp.h>
 #include <System/KestrovaPOpen.h>
+#include <System/bootvarsmanager/sysBootEnvironmentFile.h>
 #include <System/bootvarsmanager/sysBootVarsManager.h>
 #include <System/drivemanager/drivemanager.h>
 #include <System/protocols/http/httpconnection.h>
@@ -25,6 +26,8 @@ int main() {
     SHOW(PartitionFilesystem);
     SHOW(PartitionUsage);
     SHOW(KestrovaChildState);
+    SHOW(sysBootEnvironmentFile);
+    SHOW(sysBootEnvironmentFile::State);
     SHOW(sysBootVarsManager);
     SHOW(sysDriveManager);
     SHOW(sysDVRDrive);

@@ -16,20 +16,21 @@ const Variables kOlder = {{"a", "0"}, {"b", "AAEC"}};
 
 struct Operation {
     const char* mName;
-    const char* mKey;    ///< what a change sets, null for a reading operation
-    const char* mValue;  ///< "" for nothing
+    Variables mSettings;  ///< what a change sets, "" to remove; empty for a reading operation
     bool (*mRun)(sysBootVarsManager&, std::string& read);
 };
 
 const Operation kOperations[] = {
-    {"get-text", nullptr, "",
+    {"get-text",
+     {},
      [](sysBootVarsManager& vars, std::string& read) {
          char value[16] = {};
          const bool found = vars.getVarS("a", value, sizeof(value));
          read = value;
          return found;
      }},
-    {"get-binary", nullptr, "",
+    {"get-binary",
+     {},
      [](sysBootVarsManager& vars, std::string& read) {
          unsigned length = 0;
          unsigned char bytes[16] = {};
@@ -37,7 +38,8 @@ const Operation kOperations[] = {
          read = found && length == 3 && bytes[2] == 2 ? "1" : "";
          return found;
      }},
-    {"list", nullptr, "",
+    {"list",
+     {},
      [](sysBootVarsManager& vars, std::string& read) {
          KestrovaVector<std::string> names;
          KestrovaVector<std::string> values;
@@ -45,14 +47,23 @@ const Operation kOperations[] = {
          read = values.empty() ? "" : values[0];
          return listed;
      }},
-    {"set-text", "c", "new",
+    {"set-text",
+     {{"c", "new"}},
      [](sysBootVarsManager& vars, std::string&) { return vars.setVarS("c", "new"); }},
-    {"set-binary", "c", "AQI=",
+    {"set-binary",
+     {{"c", "AQI="}},
      [](sysBootVarsManager& vars, std::string&) {
          const unsigned char bytes[] = {1, 2};
          return vars.setVarB("c", bytes, sizeof(bytes));
      }},
-    {"clear", "a", "", [](sysBootVarsManager& vars, std::string&) { return vars.clearVar("a"); }},
+    {"set-several",
+     {{"a", ""}, {"b", "new"}, {"c", "x"}},
+     [](sysBootVarsManager& vars, std::string&) {
+         return vars.setVars({"c", "a", "b"}, {"x", "", "new"});
+     }},
+    {"clear",
+     {{"a", ""}},
+     [](sysBootVarsManager& vars, std::string&) { return vars.clearVar("a"); }},
 };
 
 enum class Files { eBoth, eDamagedPrimary, eNone };
@@ -92,7 +103,7 @@ public:
 
     void check(Verdict& verdict) override {
         checkMount(verdict);
-        if (mOperation.mKey == nullptr) {
+        if (mOperation.mSettings.empty()) {
             checkReading(verdict);
         } else {
             checkChange(verdict);
@@ -132,9 +143,11 @@ private:
 
     /// The variables after the change, if it began with these.
     Variables changed(Variables vars) const {
-        vars.erase(mOperation.mKey);
-        if (mOperation.mValue[0] != '\0') {
-            vars[mOperation.mKey] = mOperation.mValue;
+        for (const auto& [key, value] : mOperation.mSettings) {
+            vars.erase(key);
+            if (!value.empty()) {
+                vars[key] = value;
+            }
         }
         return vars;
     }

@@ -88,6 +88,7 @@ struct Scenario {
 using Scenarios = std::vector<Scenario>;
 
 void addBootScenarios(Scenarios& scenarios);
+void addEnvironmentFileScenarios(Scenarios& scenarios);
 void addDriveScenarios(Scenarios& scenarios);
 void addPartitionScenarios(Scenarios& scenarios);
 void addHttpScenarios(Scenarios& scenarios);

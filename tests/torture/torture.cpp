@@ -104,6 +104,7 @@ void Torture::collectScenarios() {
         torture::addControlScenarios(all);
     } else {
         torture::addBootScenarios(all);
+        torture::addEnvironmentFileScenarios(all);
         torture::addDriveScenarios(all);
         torture::addPartitionScenarios(all);
         torture::addHttpScenarios(all);
