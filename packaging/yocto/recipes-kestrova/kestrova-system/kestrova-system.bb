@@ -27,8 +27,7 @@ def tree_version(d):
     import re
     path = os.path.join(d.getVar("KESTROVA_SYSTEM_SOURCE"), "CMakeLists.txt")
     if not os.path.exists(path):
-        raise bb.parse.SkipRecipe("%s has no sources: set KESTROVA_SYSTEM_RELEASE or"
-                                  " KESTROVA_SYSTEM_SOURCE" % os.path.dirname(path))
+        return "0"
     bb.parse.mark_dependency(d, path)
     with open(path) as lists:
         return re.search(r"^project\(\S+ VERSION (\S+)", lists.read(), re.M)[1]
@@ -37,6 +36,9 @@ def tree_version(d):
 python () {
     source = d.getVar("EXTERNALSRC")
     if source:
+        if not os.path.exists(os.path.join(source, "System")):
+            raise bb.parse.SkipRecipe("%s has no sources: set KESTROVA_SYSTEM_RELEASE or"
+                                      " KESTROVA_SYSTEM_SOURCE" % source)
         watched = " ".join("%s/%s:True" % (source, name) for name in d.getVar("WATCHED").split())
         for task in ("do_configure", "do_compile"):
             d.setVarFlag(task, "file-checksums", watched)
