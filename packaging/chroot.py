@@ -53,7 +53,7 @@ def build_kind(architecture, and_all=False):
     needed = project.control_names("Build-Depends") + ["pkg-config"]
     if and_all:
         needed += project.control_names("Build-Depends-Indep")
-    return Kind(f"build-{architecture}{'-all' if and_all else ''}", "buildd", (architecture,),
+    return Kind(f"build-{'all-' if and_all else ''}{architecture}", "buildd", (architecture,),
                 tuple(needed),
                 # never used there, and half of it: every build unpacks the rest
                 ("/usr/share/doc/*", "/usr/share/info/*", "/usr/share/locale/*",

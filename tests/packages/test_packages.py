@@ -46,7 +46,7 @@ CONTENTS = {
         r"usr/share/man/man3/\w+\.3\.gz",
         r"usr/share/man/man7/kestrova-system\.7\.gz",
         r"usr/share/doc/libkestrova-system-dev/examples/(\w+\.cpp|CMakeLists\.txt)"],
-    "libkestrova-system-doc": [r"usr/share/doc/libkestrova-system-doc/html/[\w/-]+\.(html|css|js|png|svg)",
+    "libkestrova-system-doc": [r"usr/share/doc/libkestrova-system-doc/html/[\w/~-]+\.(html|css|js|png|svg)",
                                r"usr/share/doc-base/libkestrova-system-doc\.kestrova-system"],
     "kestrova-tools": [r"usr/bin/kestrova", r"usr/share/bash-completion/completions/kestrova",
                        r"usr/share/man/man1/kestrova\.1\.gz",
