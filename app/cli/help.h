@@ -4,15 +4,11 @@
 #ifndef KESTROVA_APP_CLI_HELP_H
 #define KESTROVA_APP_CLI_HELP_H
 
-#include <cstddef>
 #include <string>
 
 #include "app/cli/command.h"
 
 namespace app {
-
-/// Column where the explanation of an option begins.
-constexpr std::size_t kHelpColumn = 25;
 
 /// The page for a command, a group ("drive"), or all of kestrova (""), up to its options.
 std::string helpBeforeOptions(const std::string& name);

@@ -269,6 +269,23 @@ private:
         return Result::misused(unknownOption(*option, known, mName, mSource.mShell));
     }
 
+    /// A section of the help page. CLI11's own formatter lists options otherwise in each version.
+    std::string optionList(const std::string& group) const {
+        constexpr std::size_t width = 23;
+        std::string list;
+        for (const CLI::Option* const option : mSelected->get_options()) {
+            if (option->get_group() == group) {
+                const bool hasValue = option->get_expected_max() != 0;
+                list += "  " +
+                        padded(option->get_name(false, true) +
+                                   (hasValue ? " " + option->get_type_name() : ""),
+                               width) +
+                        option->get_description() + "\n";
+            }
+        }
+        return list.empty() ? "" : "\n" + group + ":\n" + list;
+    }
+
     Result help() {
         findSelected();
         if (mInvocation.mCommand == nullptr) {
@@ -276,13 +293,8 @@ private:
                 return unknown;
             }
         }
-        CLI::Formatter formatter;
-        formatter.column_width(kHelpColumn);
-        std::string options = formatter.make_groups(mSelected, CLI::AppFormatMode::Normal);
-        if (const std::size_t gap = options.find("\n\n\n"); gap != std::string::npos) {
-            options.erase(gap, 1);
-        }
-        mInvocation.mAnswer = helpBeforeOptions(mName) + options + helpAfterOptions(mName);
+        mInvocation.mAnswer = helpBeforeOptions(mName) + optionList(kCommandOptions) +
+                              optionList(kGeneralOptions) + helpAfterOptions(mName);
         mInvocation.mCommand = nullptr;
         return {};
     }
