@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// @file
-/// What the box's block devices and partitions are for: a fixed, built-in table.
+/// The purpose of the box's block devices and partitions: a fixed, built-in table.
 #ifndef KESTROVA_SYSTEM_BLOCKDEVCFG_FMP_H
 #define KESTROVA_SYSTEM_BLOCKDEVCFG_FMP_H
 
@@ -20,14 +20,15 @@ enum PartitionFilesystem : unsigned {
     eFstypeExt4 = 4,  ///< "ext4"
 };
 
-/// What a partition is for.
+/// Purpose of a partition.
 enum PartitionUsage : unsigned {
     eUsageCustom = 3,    ///< custom area
     eUsageSoftware = 4,  ///< software image
     eUsageData = 5,      ///< settings, bulk and temporary storage
 };
 
-/// One partition. A plain record of static texts: it frees nothing, and no text is null.
+/// One partition. A plain record that points to static strings: it owns nothing, and no string
+/// pointer is null.
 struct KESTROVA_EXPORT PartitionConfig {
     unsigned int mPartId = 0;         ///< index on its device, from 0
     unsigned int mFstype = 0;         ///< a PartitionFilesystem code
@@ -98,7 +99,7 @@ public:
     const char* GetSoftwarePartitionMountPoint();
     /// @return device node of the first software partition, or ""
     const char* GetSoftwarePartitionMountDevice();
-    /// @return "xfs", "ext2", "ext3" or "ext4" as the first software partition has it, else ""
+    /// @return file system of the first software partition, "xfs", "ext2", "ext3" or "ext4", or ""
     const char* GetSoftwarePartitionFilesystem();
     /// @return device node of the first custom partition, or ""; the built-in table has none
     const char* GetCustomPartitionMountDevice();
@@ -125,7 +126,7 @@ protected:
     std::vector<BlockdevConfig> mBlockdevice;  ///< the table
 
 private:
-    friend class sysInterface;  // gives an earlier system its table back when a start fails
+    friend class sysInterface;  // restores the previous system's table if a start fails
 
     KESTROVA_LOCAL PartitionConfig* firstByUsage(unsigned int usage);
     KESTROVA_LOCAL void appendData(bool PartitionConfig::*flag,

@@ -8,59 +8,59 @@
 
 class sysInterface;
 
-/// Maintenance, reached through the system object, which owns it. Most of it needs root.
+/// Maintenance operations of the system object, which owns the instance. Most of them need root.
 ///
-/// Threads: no lock; the remote log address is a boot variable, whose users take turns by a
-/// sysResourceLock, see sysBootVarsManager. Failures
-/// are told by results only, and nothing is logged, but for what the boot variables log.
+/// Threads: no lock; the remote log address is a boot variable, and users of boot variables exclude
+/// each other with a sysResourceLock: see sysBootVarsManager. Failures are reported by results
+/// only. Only the boot variables log.
 class KESTROVA_EXPORT sysSuperUserUtils {
 public:
-    /// Does nothing but remember its owner.
+    /// Stores its owner and has no other effect.
     /// @param system the object that it belongs to; not owned, outlives it
     explicit sysSuperUserUtils(sysInterface* system);
-    /// Ends nothing that was started.
+    /// Processes it has started keep running.
     ~sysSuperUserUtils();
     sysSuperUserUtils(const sysSuperUserUtils&) = delete;
     sysSuperUserUtils& operator=(const sysSuperUserUtils&) = delete;
 
-    /// Leaves the production-test setting by removing "/settings/noptest".
-    /// @return 0 on success; -1 on failure, also when it is not there: errno tells why
+    /// Leaves the production-test mode by removing "/settings/noptest".
+    /// @return 0 on success; -1 on failure, also if it does not exist, with errno set
     int ResetToProduction();
 
     /// Counts the nodes "/dev/ttyS", "/dev/tty/" and "/dev/ttyAS" with the numbers 0 to 9.
     /// @return 0 to 30
     unsigned GetNumSerial();
 
-    /// Starts "/sbin/getty" on a serial port at 115200 baud, detached, with nothing of the caller's
-    /// open and no signal blocked or ignored. Blocks until it is detached. Whether a getty could be
-    /// executed is not told: its standard streams are /dev/null by then.
-    /// @param port number behind the first of "/dev/ttyS", "/dev/tts/" and "/dev/ttyAS" that exists
+    /// Starts "/sbin/getty" on a serial port at 115200 baud, detached, with none of the caller's
+    /// descriptors open and no signal blocked or ignored. Blocks until it is detached. A getty that
+    /// cannot be executed is not reported, because its standard streams are already /dev/null.
+    /// @param port number after the first of "/dev/ttyS", "/dev/tts/" and "/dev/ttyAS" that exists
     /// with it
-    /// @return the pid of the child that detached it, which has ended; negative when there is no
-    /// such device or no process, or when the child could not be waited for: errno tells why
+    /// @return the pid of the child that detached it, which has exited; negative if there is no
+    /// such device, fork() fails, or the child could not be waited for, with errno set
     int SpawnGetty(int port);
 
-    /// Restarts the system's log daemon by "killall syslogd" and, a second later, "/sbin/syslogd
-    /// -C", with "-R" and the address. Blocks for that time and the two shell commands; nothing
-    /// tells whether they worked. The daemon inherits the standard streams and the signal mask of
+    /// Restarts the system's log daemon with "killall syslogd" and, a second later, "/sbin/syslogd
+    /// -C", with "-R" and the address. Blocks for that second and the two shell commands, whose
+    /// results are not reported. The daemon inherits the standard streams and the signal mask of
     /// the calling thread.
     /// @param ip IPv4 address to log to, first octet in the highest byte; 0 for none
     void RestartRemoteLog(unsigned ip);
 
-    /// Reads the boot variable "syslog", as sysBootVarsManager::getVarS().
-    /// @return the stored address; 0 when there is none, it is no dotted address, or the boot
+    /// Reads the boot variable "syslog". See sysBootVarsManager::getVarS().
+    /// @return the stored address; 0 if there is none, it is not a dotted address, or the boot
     /// variables cannot be read
     unsigned GetRemoteLogIP();
 
-    /// Stores the address in the boot variable "syslog", as sysBootVarsManager::setVarS(); takes
-    /// effect with RestartRemoteLog().
-    /// @param ip as there; 0 removes the variable
-    /// @return not 0 on success, 0 on failure; an address that is stored already is returned
-    /// itself, so storing 0 when there is none returns 0
+    /// Stores the address in the boot variable "syslog". See sysBootVarsManager::setVarS().
+    /// RestartRemoteLog() applies it.
+    /// @param ip IPv4 address, first octet in the highest byte; 0 removes the variable
+    /// @return non-zero on success, 0 on failure; an address that is already stored is returned
+    /// itself, so storing 0 if there is none returns 0
     int StoreRemoteLogIP(unsigned ip);
 
 private:
-    sysInterface* mpSystem;  // leads to the boot variables
+    sysInterface* mpSystem;  // provides the boot variables
 };
 
 #endif

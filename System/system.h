@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// @file
-/// The way in: bringing the system up and down, and the system object.
+/// Starts and stops the system, and declares the system object.
 #ifndef KESTROVA_SYSTEM_SYSTEM_H
 #define KESTROVA_SYSTEM_SYSTEM_H
 
@@ -10,31 +10,32 @@ class sysBootVarsManager;
 class sysDriveManager;
 class sysSuperUserUtils;
 
-/// The system object. It owns what its members point to; they are valid until SystemTerm(), the
-/// drive manager until termDVR(). Code that uses one of them includes its header:
+/// The system object. It owns the objects that its members point to; they are valid until
+/// SystemTerm(), the drive manager until termDVR(). Code that uses one of them includes its header:
 /// System/bootvarsmanager/sysBootVarsManager.h, System/sysSuperUserUtils.h,
-/// System/drivemanager/drivemanager.h. An application asks getSystem() for the object and makes
+/// System/drivemanager/drivemanager.h. An application gets the object from getSystem() and creates
 /// none of its own.
 class KESTROVA_EXPORT sysInterface {
 public:
-    /// Makes the boot variables, the maintenance utilities and the partition table of the box and,
-    /// unless minimal, the drive manager, which detects the recording drive. Only allocation
-    /// failure is thrown; nothing stays behind then.
-    /// @param minimal true leaves the drive alone
+    /// Creates the boot variables, the maintenance utilities and the partition table of the box
+    /// and, unless minimal, the drive manager, which detects the recording drive. The only
+    /// exception is std::bad_alloc, after everything has been freed.
+    /// @param minimal true does not touch the drive
     explicit sysInterface(bool minimal);
-    /// Takes everything down again. Mounted file systems stay mounted. Blocks as termDVR().
+    /// Destroys everything it created. Mounted file systems stay mounted. Blocks as long as
+    /// termDVR().
     ~sysInterface();
     sysInterface(const sysInterface&) = delete;
     sysInterface& operator=(const sysInterface&) = delete;
 
-    /// Makes and starts the drive manager; call it only when there is none. Blocks for the
-    /// detection of the drive. In a minimal system termDVR() has to follow: nothing else frees it.
+    /// Creates and starts the drive manager; call it only if there is none. Blocks while the drive
+    /// is detected. In a minimal system call termDVR() as well: nothing else frees the manager.
     void initDVR();
     /// Stops and frees the drive manager, if there is one. Blocks until the drive's worker, if any,
-    /// has ended.
+    /// has exited.
     void termDVR();
 
-    bool mMinimal;  ///< without drive handling; fixed for the object's life
+    bool mMinimal;  ///< without drive handling; fixed for the object's lifetime
     sysBootVarsManager* mpBootVarsManager = nullptr;  ///< boot variables, never null
     sysSuperUserUtils* mpSuperUserUtils = nullptr;    ///< maintenance, never null
     sysDriveManager* mpDriveManager = nullptr;        ///< null without drive handling
@@ -45,37 +46,37 @@ private:
 
 extern "C" {
 
-/// Brings the whole system up. Call once, from one thread, before any other use. A second call
-/// without SystemTerm() is not refused: a failed assertion is reported, and a new system object
-/// replaces the earlier one, which stays alive. Blocks for the detection of the recording drive,
-/// which unmounts its file systems; a missing drive is no failure. Only allocation failure is
-/// thrown.
+/// Starts the whole system. Call it once, from one thread, before any other use. A second call
+/// without SystemTerm() succeeds: a failed assertion is logged, and a new system object replaces
+/// the earlier one, which is not freed. Blocks while the recording drive is detected, which
+/// unmounts its file systems; a missing drive is not a failure. The only exception is
+/// std::bad_alloc.
 KESTROVA_EXPORT void SystemInit();
 
-/// As SystemInit(), without any drive handling: the drive is left alone.
+/// Starts the system like SystemInit(), but without drive handling: the drive is not touched.
 KESTROVA_EXPORT void SystemMinimalInit();
 
-/// Takes the system down; does nothing when it is not up. Not while another thread uses it. Blocks
-/// until the drive's worker, if any, has ended. Mounted file systems stay mounted, so the
+/// Stops the system; does nothing if it is not started. No other thread may use it meanwhile.
+/// Blocks until the drive's worker, if any, has exited. Mounted file systems stay mounted, so the
 /// application that started the drive stops it first.
 KESTROVA_EXPORT void SystemTerm();
 
-/// The way to everything that the library owns. Does not block. Any thread may call it while the
-/// system is up.
-/// @return the system object; null before the start and after the end; owned by the library
+/// Returns the object that owns everything in the library. Does not block. Any thread may call it
+/// while the system is started.
+/// @return the system object; null before the start and after the stop; owned by the library
 KESTROVA_EXPORT sysInterface* getSystem();
 
-/// Memory for a download. Throws std::bad_alloc (or std::bad_array_new_length for a negative size)
-/// when there is none. Any thread.
+/// Allocates memory for a download. Throws std::bad_alloc on failure, or std::bad_array_new_length
+/// for a negative size. Any thread.
 /// @param size bytes
-/// @return the memory, not cleared; the caller's, to be freed with download_free()
+/// @return uninitialised memory, owned by the caller, who frees it with download_free()
 KESTROVA_EXPORT void* download_allocate(int size);
 
 /// Frees memory of download_allocate(). Any thread.
 /// @param memory a null pointer is ignored
 KESTROVA_EXPORT void download_free(void* memory);
 
-/// Kept for clients; -1 at first. The library neither reads nor writes it.
+/// Exported for clients; initially -1. The library neither reads nor writes it.
 KESTROVA_EXPORT extern int mem_fd;
 }
 

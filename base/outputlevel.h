@@ -17,8 +17,8 @@ extern "C" {
 /// library.
 ///
 /// Writing a message blocks while another thread writes one and while standard output accepts no
-/// data. It raises SIGPIPE if standard output is a pipe without a reader, so an application ignores
-/// that signal in this case.
+/// data. It raises SIGPIPE if standard output is a pipe without a reader, so an application that
+/// can lose its reader ignores that signal.
 ///
 /// Some output bypasses the log and is written at every level: perror() messages and the report
 /// that the boot variables do not fit (standard error), "Hmm" of HTTPReplyHeader and "GetSize" of

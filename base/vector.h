@@ -6,8 +6,7 @@
 
 #include <vector>
 
-/// The growable array that the queries of the system append their results to. The caller owns it:
-/// it makes it empty, passes its address, reads what was appended and destroys it.
+/// Growable array to which the system's queries append their results. The caller owns it.
 template <class T>
 using KestrovaVector = std::vector<T>;
 

@@ -10,73 +10,78 @@
 #include "base/export.h"
 
 /// One request over one TCP socket: Open(), then Read() until it returns 0 or less, then Close().
-/// Follows no redirects, knows no chunked transfer coding, and accepts only status 200.
+/// Follows no redirects, does not support chunked transfer coding, and accepts only status 200.
 ///
-/// Every call blocks. The socket waits at most 30 s for each piece that it receives or sends; a
-/// connection attempt waits at most that long too, the resolver as long as it is configured to.
-/// There is no limit for the whole: a server that sends a byte now and then holds the caller. A
-/// limit that the kernel refuses is logged and not kept. The socket is close-on-exec and never
-/// takes the place of a missing standard stream.
+/// Every call blocks. The socket waits at most 30 s for each piece that it receives or sends, and
+/// at most 30 s for a connection; the resolver waits as long as it is configured to. There is no
+/// limit for the whole request: a server that sends a byte now and then keeps the caller waiting. A
+/// time limit that the kernel refuses is logged and not applied. The socket is close-on-exec and
+/// never gets the number of a missing standard stream.
 ///
 /// Threads: no lock, one thread at a time; several connections may work at once. Open(),
-/// connectToServer() and Read() are cancellation points and may be left by a cancellation at any
-/// moment: the socket is then still closed by Close(), by the next Open() or by the destructor. A
-/// host that is not only digits and dots is resolved by one of at most 8 threads of the process; a
-/// caller waits for a free one, and a thread runs on until the resolver has answered or given up.
-/// If no such thread can be created for a second, the caller asks the resolver itself and cannot be
-/// cancelled until it returns.
-/// Failures are logged at level 1, why a header was refused at level 2; only allocation failure is
+/// connectToServer() and Read() are cancellation points, and a thread may be cancelled in them at
+/// any moment: Close(), the next Open() or the destructor then closes the socket. A host that does
+/// not consist only of digits and dots is resolved by one of at most 8 threads of the process; a
+/// caller waits for a free one, and a thread keeps running until the resolver returns. If no such
+/// thread can be created for a second, the caller calls the resolver itself and cannot be cancelled
+/// until it returns.
+///
+/// Failures are logged at level 1, the reason why a header was refused at level 2; the only
+/// exception is std::bad_alloc.
 /// thrown.
 class KESTROVA_EXPORT HTTPConnection {
 public:
     /// No socket.
     HTTPConnection() = default;
-    /// As Close().
+    /// Calls Close().
     ~HTTPConnection() { Close(); }
     HTTPConnection(const HTTPConnection&) = delete;
     HTTPConnection& operator=(const HTTPConnection&) = delete;
 
-    /// Resolves the host and connects to its first IPv4 address, after closing an earlier socket.
-    /// After a failure there may still be a socket.
-    /// @param url where to; not changed
-    /// @return true when connected
+    /// Resolves the host and connects to its first IPv4 address, after closing an earlier socket. A
+    /// socket may still be open after a failure.
+    /// @param url host and port to connect to; not changed
+    /// @return true if connected
     bool connectToServer(httpURL& url);
 
-    /// Sends the request for an address and reads the reply's header. After a failure there may
-    /// still be a socket.
-    /// @param url an "http://" address, as httpURL::parse() takes it
-    /// @param[out] hdr the header; after a failure what was read of it, so give a new one
-    /// @return true when the status is 200: the body is then ready for Read(). True as well, with
-    /// `hdr` as it was, when the request could not be sent (logged): a new `hdr` has code 0 then,
-    /// and lastFailure() returns eSend or eSendTimeOut. Do not read such a connection: Read()
-    /// returns what the server has sent before, its header included, or 0, as for an empty
-    /// document, or less
+    /// Sends the request for an address and reads the reply's header. A socket may still be open
+    /// after a failure.
+    /// @param url an "http://" address that httpURL::parse() accepts
+    /// @param[out] hdr the header; after a failure the part of it that was read, so pass a new
+    /// object to each call
+    /// @return true if the status is 200: Read() then returns the body. Also true, with `hdr`
+    /// unchanged, if the request could not be sent (logged): a new `hdr` then has code 0, and
+    /// lastFailure() returns eSend or eSendTimeOut. Do not read such a connection: Read() returns
+    /// what the server has already sent, including its header, or 0 as for an empty document, or a
+    /// negative value
     bool Open(const char* url, HTTPReplyHeader& hdr);
-    /// See Open(url, hdr); does not keep the header.
-    /// @param url an "http://" address, as httpURL::parse() takes it
+    /// Like Open(url, hdr), but discards the header.
+    /// @param url an "http://" address that httpURL::parse() accepts
     /// @return see Open(url, hdr); only lastFailure() shows that the request could not be sent
     bool Open(const char* url);
 
-    /// Receives some of the body with one recv(). Logs nothing.
+    /// Receives a part of the body with one recv(). Logs nothing.
     /// @param[out] buf the bytes
-    /// @param len room in it, in bytes
-    /// @return how many bytes came; 0 at the end, also when that comes before the announced length;
-    /// negative on an error, without a socket, or after 30 s without a byte: errno tells which
+    /// @param len size of `buf` in bytes
+    /// @return number of bytes received; 0 at the end of the stream, even if that is before the
+    /// announced length; negative on an error, without a socket, or after 30 s without a byte, with
+    /// errno set
     int Read(void* buf, unsigned int len);
 
     /// Returns why the calling thread's last Open(), connectToServer() or Read() failed, on any
-    /// connection, like errno. Open() and connectToServer() set it to eNone first, so that a
-    /// failed send shows although Open() returns true. A Read() that succeeds does not change it,
-    /// nor does a Read() that fails after a failed send.
+    /// connection, like errno. Open() and connectToServer() first set it to eNone, so that a failed
+    /// send is visible although Open() returns true. A Read() that succeeds does not change it, nor
+    /// does a Read() that fails after a failed send.
     ///
-    /// The callbacks of the fetchers run in the worker, so there it returns what made the worker's
-    /// download fail: in a sysUrlFetcher's with eUrlFetchError and eUrlFetchOpenFailed, in a
-    /// sysChainFetcher's of the last attempt. Never blocks, logs or fails.
-    /// @return a record of the calling thread, valid until the thread ends; its next call of the
-    /// HTTP client overwrites it
+    /// The callbacks of the fetchers run in the worker, where this returns why the worker's
+    /// download failed: in a callback of sysUrlFetcher for eUrlFetchError and eUrlFetchOpenFailed,
+    /// in a callback of sysChainFetcher for the last attempt. Never blocks, logs or fails.
+    /// @return a record of the calling thread, valid until the thread exits; the thread's next call
+    /// of the HTTP client overwrites it
     static const HTTPFailure& lastFailure();
 
-    /// Shuts the socket down and closes it; does nothing when there is none. No cancellation point.
+    /// Shuts the socket down and closes it; does nothing if there is none. Not a cancellation
+    /// point.
     void Close();
 
 private:

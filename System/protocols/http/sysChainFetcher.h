@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// @file
-/// Fetches small documents one after the other, each as a whole.
+/// Fetches small documents one after another, each as a whole.
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSCHAINFETCHER_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSCHAINFETCHER_H
 
@@ -17,65 +17,63 @@
 
 class HTTPConnection;
 
-/// Called in the worker thread, once for every entry that was taken from the queue, while the lock
-/// of the fetcher is held: it must not call the fetcher. It must not throw.
+/// Called in the worker thread, once for every entry taken from the queue, while the fetcher's lock
+/// is held: it must not call the fetcher, and it must not throw.
 ///
 /// All pointers are valid during the call only.
-/// @param ok whether the document came whole; what that means is told at sysChainFetcher
-/// @param id the caller's own
-/// @param contentType the "Content-Type" of the last reply that was accepted, spelt exactly so, or
-/// ""
-/// @param data the bytes, not terminated; after a failure what the last attempt that came to the
-/// body has read
-/// @param length how many
-/// @param user what was given to setCallback()
+/// @param ok whether the whole document was received; see sysChainFetcher
+/// @param id id passed to pushUrl()
+/// @param contentType the "Content-Type" (exactly this spelling) of the last accepted reply, or ""
+/// @param data the bytes, not terminated; after a failure the bytes of the last attempt that
+/// reached the body
+/// @param length number of bytes
+/// @param user pointer passed to setCallback()
 using sysChainFetcherCallback = void (*)(bool ok, unsigned int id, const char* contentType,
                                          char* data, int length, void* user);
 
 /// One queued request.
 struct sysChainFetcherQEntry {
-    unsigned int mId;  ///< the caller's own
+    unsigned int mId;  ///< id passed to pushUrl()
     std::string mUrl;  ///< address
 };
 
 /// Downloads queued documents of less than 20480 bytes in the order in which they were queued, in
 /// one worker thread that lives as long as the object.
 ///
-/// An attempt fails when the connection cannot be opened, when reading fails, and when the body is
-/// not as long as announced. There are up to four, 10 ms apart; a reply with a status other than
-/// 200, or with a header that breaks off after its status, is not tried again. A body that fills
-/// the 20480 bytes is reported as failed. Of a reply without a "Content-Length" (upper or lower
-/// case), or with one of 0, only what the first read returned is taken, and counts as whole: also
-/// nothing, as when the request could not be sent.
+/// An attempt fails if the connection cannot be opened, reading fails, or the body differs from the
+/// announced length. There are up to four attempts, 10 ms apart; a reply with a status other than
+/// 200, or with a header that breaks off after its status, is not retried. A body that fills the
+/// 20480 bytes is reported as failed. If a reply has no "Content-Length" (upper or lower case), or
+/// a length of 0, the result of the first read counts as the whole document, even if it is empty,
+/// as it is when the request could not be sent.
 ///
-/// The callback runs in the worker: HTTPConnection::lastFailure() returns there why the last
-/// attempt failed, and eSend or eSendTimeOut when the request could not be sent.
+/// The callback runs in the worker, where HTTPConnection::lastFailure() returns why the last
+/// attempt failed, and eSend or eSendTimeOut if the request could not be sent.
 ///
 /// Threads: any thread may call the operations. The worker holds the lock while it fetches and
-/// calls back, and gives it away for 10 ms after each entry: the operations block until then, for
-/// up to four attempts, each as long as an HTTPConnection takes. Logs nothing; the connection logs
-/// its own failures. Only allocation failure is thrown; in the worker it ends the process.
+/// calls back, and releases it for 10 ms after each entry. An operation blocks until then, for up
+/// to four attempts, each as long as HTTPConnection blocks. Logs nothing; the connection logs its
+/// own failures. The only exception is std::bad_alloc; in the worker it ends the process.
 class KESTROVA_EXPORT sysChainFetcher {
 public:
-    /// Starts the worker. Without one, when no thread can be had, the queue is kept and nothing is
-    /// ever fetched.
+    /// Starts the worker. If no thread can be created, entries are queued but never fetched.
     sysChainFetcher();
-    /// Waits until the entry that is being fetched has been delivered; entries that still wait are
-    /// dropped without a call.
+    /// Waits until the entry that is being fetched has been delivered; drops the queued entries
+    /// without calling back.
     ~sysChainFetcher();
     sysChainFetcher(const sysChainFetcher&) = delete;
     sysChainFetcher& operator=(const sysChainFetcher&) = delete;
 
-    /// Sets who is called from the next entry on. Without a callback entries are taken from the
-    /// queue and fetched all the same.
+    /// Sets the callback, starting with the next entry. Without a callback the worker still takes
+    /// entries from the queue and fetches them.
     /// @param callback null for none
-    /// @param user handed back with every call; not owned
+    /// @param user passed to every call; not owned
     void setCallback(sysChainFetcherCallback callback, void* user);
     /// Queues a request.
-    /// @param id handed back with the document; need not be unique
-    /// @param url copied; null counts as "", which cannot be fetched
+    /// @param id passed to the callback; need not be unique
+    /// @param url copied; null is "", which cannot be fetched
     void pushUrl(unsigned int id, const char* url);
-    /// Drops every waiting entry; not the one that is being fetched.
+    /// Drops every queued entry, but not the one that is being fetched.
     void flush();
 
 private:
@@ -84,7 +82,7 @@ private:
     KESTROVA_LOCAL static void* internal_run_static(void* self);
     KESTROVA_LOCAL void internal_run();
     KESTROVA_LOCAL bool serveNext(HTTPConnection& connection) KESTROVA_EXCLUDES(mLock);
-    // Unchecked, because the condition variable takes the mutex in a form of its own.
+    // Unchecked, because the condition variable needs the mutex in a std::unique_lock.
     KESTROVA_LOCAL void awaitWake() KESTROVA_REQUIRES(mLock) KESTROVA_UNCHECKED_LOCKING;
     KESTROVA_LOCAL void fetch(HTTPConnection& connection, const std::string& url,
                               Delivery& delivery) KESTROVA_REQUIRES(mLock);

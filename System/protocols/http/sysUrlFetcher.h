@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// @file
-/// Fetches one document at a time, in a thread of its own, as a stream of pieces.
+/// Fetches one document at a time, in its own thread, as a stream of pieces.
 #ifndef KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSURLFETCHER_H
 #define KESTROVA_SYSTEM_PROTOCOLS_HTTP_SYSURLFETCHER_H
 
@@ -14,46 +14,47 @@
 
 class HTTPConnection;
 
-/// What a callback of a sysUrlFetcher is told. Lengths are in bytes.
+/// Events of a sysUrlFetcher. Lengths are in bytes.
 enum sysUrlFetcherCode {
-    eUrlFetchError = 0,       ///< a read of the body failed, or there was no address to fetch
-    eUrlFetchOpenFailed = 1,  ///< HTTPConnection::Open() was false, or there was no memory for the
+    eUrlFetchError = 0,       ///< a read of the body failed, or the address is null
+    eUrlFetchOpenFailed = 1,  ///< HTTPConnection::Open() returned false, or no memory for the
                               ///< reply; eUrlFetchCancelled follows
-    eUrlFetchCancelled = 2,   ///< cancelled, stopped by the callback, or not opened; the last one
-    eUrlFetchHeader = 3,      ///< HTTPConnection::Open() was true, nothing of the body read yet
+    eUrlFetchCancelled = 2,   ///< cancelled, stopped by the callback, or not opened; the last event
+    eUrlFetchHeader = 3,      ///< HTTPConnection::Open() returned true; no body read yet
     eUrlFetchData = 4,        ///< a piece of the body, at most 2048 bytes
-    eUrlFetchDone = 5,  ///< the end of the stream, also one too early, or the announced length
+    eUrlFetchDone = 5,        ///< end of the stream, possibly too early, or the announced length is
+                              ///< reached
 };
 
 /// Called in the worker thread, which cannot be cancelled meanwhile. Must not call the fetcher that
 /// called it, and must not throw.
-/// @param code what happened
+/// @param code the event
 /// @param data the piece, for eUrlFetchData only, valid during the call; otherwise null
-/// @param length of the piece; otherwise 0
-/// @param received how many bytes came so far, this piece included; wraps beyond 2 GiB; 0 for
+/// @param length length of the piece; otherwise 0
+/// @param received number of bytes received so far, including this piece; wraps beyond 2 GiB; 0 for
 /// eUrlFetchOpenFailed and eUrlFetchCancelled
-/// @param total the "Content-Length" of the reply, spelt exactly so and cut to the range of 32
-/// bits; 0 when the reply has none, and for eUrlFetchOpenFailed and eUrlFetchCancelled
-/// @param user what was given to setCallback()
+/// @param total the "Content-Length" (exactly this spelling) of the reply, clamped to 32 bits; 0 if
+/// the reply has none, and for eUrlFetchOpenFailed and eUrlFetchCancelled
+/// @param user pointer passed to setCallback()
 /// @return false after eUrlFetchHeader or eUrlFetchData stops the download, which
-/// eUrlFetchCancelled then confirms; otherwise not looked at
+/// eUrlFetchCancelled then confirms; ignored after other events
 using sysUrlFetcherCallback = bool (*)(sysUrlFetcherCode code, char* data, int length, int received,
                                        int total, void* user);
 
 /// Downloads one document at a time in a worker thread.
 ///
 /// Threads: one thread at a time calls these operations. The callback must not be changed while a
-/// worker runs. A worker that is cancelled unwinds its stack as an exception does, closes its
-/// connection and reports eUrlFetchCancelled, once. Logs nothing; the connection logs its own
-/// failures. Only allocation failure is thrown; in the worker it ends the process.
+/// worker runs. A cancelled worker unwinds its stack as an exception does, closes its connection
+/// and reports eUrlFetchCancelled, once. Logs nothing; the connection logs its own failures. The
+/// only exception is std::bad_alloc; in the worker it ends the process.
 ///
-/// A download is whole when eUrlFetchDone came and, with a total, as many bytes were received.
-/// Without a total nobody can tell, and a request that could not be sent may look like an empty
-/// document, or like one that begins with a header.
+/// A download is complete after eUrlFetchDone if `received` equals `total`. Without a total,
+/// completeness is unknown. If the request could not be sent, the result may look like an empty
+/// document, or like a document that begins with a header.
 ///
-/// The callback runs in the worker: HTTPConnection::lastFailure() returns there why the download
-/// failed, with eUrlFetchError and eUrlFetchOpenFailed, and with every code that the request could
-/// not be sent.
+/// The callback runs in the worker, where HTTPConnection::lastFailure() returns why the download
+/// failed for eUrlFetchError and eUrlFetchOpenFailed, and for every code that the request could not
+/// be sent.
 class KESTROVA_EXPORT sysUrlFetcher {
 public:
     /// No callback, no worker.
@@ -63,30 +64,30 @@ public:
     sysUrlFetcher(const sysUrlFetcher&) = delete;
     sysUrlFetcher& operator=(const sysUrlFetcher&) = delete;
 
-    /// Sets who is called; comes before setUrl().
+    /// Sets the callback; call it before setUrl().
     /// @param callback null for none
-    /// @param user handed back with every call; not owned
+    /// @param user passed to every call; not owned
     void setCallback(sysUrlFetcherCallback callback, void* user);
 
-    /// Stops an earlier download, as killThread(), and starts to fetch an address.
+    /// Stops an earlier download like killThread(), and starts to fetch an address.
     ///
-    /// A worker that finds no callback ends without a sign, one that finds a null address after
-    /// eUrlFetchError; both keep the lock, so that killThread() and setUrl() block forever. The
-    /// way out is waitTillDone() for the worker, and the destructor for the object: another
-    /// setUrl() would start a worker that waits for the lock forever, as would the destructor
-    /// then.
-    /// @param url an "http://" address, as httpURL::parse() takes it; copied
-    /// @return 0, or the error number of pthread_create(); there is no worker then
+    /// Without a callback the worker exits silently; with a null address it exits after
+    /// eUrlFetchError. Both keep the lock, so that killThread() and setUrl() block forever. In this
+    /// state call only waitTillDone(), for the worker, and then the destructor. Another setUrl()
+    /// would start a worker that waits for the lock forever, and the destructor would wait for that
+    /// worker.
+    /// @param url an "http://" address that httpURL::parse() accepts; copied
+    /// @return 0, or the error number of pthread_create() if no worker was started
     int setUrl(const char* url);
 
-    /// Cancels a running worker and waits until it has ended. Does nothing when there is none.
-    /// Blocks for as long as a callback that is under way takes. The callback is told
-    /// eUrlFetchCancelled unless the download came to its end first, and is not called after this.
+    /// Cancels a running worker and waits until it has exited. Does nothing if there is none.
+    /// Blocks until a running callback has returned. Reports eUrlFetchCancelled to the callback
+    /// unless the download ended first; the callback is not called afterwards.
     void killThread();
-    /// The same as killThread().
+    /// Same as killThread().
     void cancelFetch();
-    /// Waits until the worker has ended by itself. Does nothing when there is none. There is no
-    /// limit to the wait, and no other thread may cancel the download meanwhile.
+    /// Waits until the worker has exited by itself. Does nothing if there is none. The wait has no
+    /// time limit, and no other thread may cancel the download meanwhile.
     void waitTillDone();
 
 private:
@@ -105,9 +106,10 @@ private:
     KESTROVA_LOCAL void join();
 
     pthread_t mThread = 0;
-    // A worker may end and keep it, so that the destructor destroys it taken: no mutex may be.
+    // A worker may exit without releasing it, and the destructor then destroys it in the locked
+    // state. That is undefined for a mutex.
     base::Semaphore mLock;
-    // Handed over to the worker, which frees it when it ends.
+    // Handed over to the worker, which frees it when it exits.
     std::unique_ptr<char[]> mpUrl;
     sysUrlFetcherCallback mpCallback = nullptr;
     void* mpUser = nullptr;
