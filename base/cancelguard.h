@@ -6,8 +6,8 @@
 
 namespace base {
 
-/// Disables cancellation of the calling thread for a scope. Destructors that make a cancellable
-/// call need it, because a cancellation must not unwind through a destructor.
+/// Disables cancellation of the calling thread for a scope. Destructors that call a cancellation
+/// point need it, because a cancellation must not unwind through a destructor.
 class CancelGuard {
 public:
     CancelGuard() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mState); }

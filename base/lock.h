@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Holds locks for a scope, in a form that clang's thread-safety analysis follows.
+// Scoped locks that clang's thread-safety analysis can follow.
 #ifndef KESTROVA_BASE_LOCK_H
 #define KESTROVA_BASE_LOCK_H
 
@@ -22,7 +22,7 @@ private:
     std::mutex& mMutex;
 };
 
-/// Takes a binary semaphore; an interrupted wait goes on. A cancellation point.
+/// Takes a binary semaphore, retrying on EINTR. A cancellation point.
 // Unchecked, because the analysis does not know what sem_wait() does.
 inline void lockSemaphore(Semaphore& semaphore)
     KESTROVA_ACQUIRE(semaphore) KESTROVA_UNCHECKED_LOCKING {
@@ -30,15 +30,15 @@ inline void lockSemaphore(Semaphore& semaphore)
     }
 }
 
-/// Releases a binary semaphore, on any thread. The semaphore may be gone as soon as another thread
-/// has taken it.
+/// Releases a binary semaphore, on any thread. Another thread may take and destroy the semaphore
+/// before this function returns.
 // Unchecked, because the analysis does not know what sem_post() does.
 inline void unlockSemaphore(Semaphore& semaphore)
     KESTROVA_RELEASE(semaphore) KESTROVA_UNCHECKED_LOCKING {
     (void)sem_post(&semaphore);
 }
 
-/// Holds a binary semaphore for a scope, or until it is released or handed over to another thread.
+/// Holds a binary semaphore for a scope, or until unlock() or handOver().
 class KESTROVA_SCOPED_LOCK SemaphoreLock {
 public:
     explicit SemaphoreLock(Semaphore& semaphore) KESTROVA_ACQUIRE(semaphore)
@@ -49,14 +49,14 @@ public:
     SemaphoreLock(const SemaphoreLock&) = delete;
     SemaphoreLock& operator=(const SemaphoreLock&) = delete;
 
-    /// Releases it now, unless that is done already.
+    /// Releases the semaphore, unless that has already been done.
     void unlock() KESTROVA_RELEASE() {
         if (mpSemaphore != nullptr) {
             (void)sem_post(mpSemaphore);
         }
         mpSemaphore = nullptr;
     }
-    /// Leaves it taken: another thread releases it.
+    /// Leaves the semaphore taken for another thread to release.
     void handOver() KESTROVA_RELEASE() { mpSemaphore = nullptr; }
 
 private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Times of the monotonic clock, which no change of the date moves.
+// The monotonic clock, which changes of the date do not affect.
 #ifndef KESTROVA_BASE_MONOTONICTIME_H
 #define KESTROVA_BASE_MONOTONICTIME_H
 
@@ -8,18 +8,18 @@
 
 namespace base {
 
-/// Returns the time now.
+/// Returns the current time.
 timespec monotonicNow();
-/// Returns the time so many milliseconds after another.
+/// Returns the time `milliseconds` after `time`.
 timespec timeAfter(timespec time, unsigned long milliseconds);
-/// Returns true when one time is before another.
+/// Returns whether the first time is before the second.
 bool isEarlier(const timespec& one, const timespec& other);
-/// Sleeps until a time; signals do not end the sleep. A cancellation point.
+/// Sleeps until a time, retrying on EINTR. A cancellation point.
 void sleepUntil(const timespec& time);
 
-/// Calls `attempt` every 10 ms until it returns true, for so many milliseconds at most, and at
-/// least once. Returns false when no attempt has succeeded, or `isFinal` says that no later one
-/// can. A cancellation point between the attempts.
+/// Calls `attempt` every 10 ms until it returns true, for at most `milliseconds`, but at least
+/// once. Returns false if no attempt has succeeded, or if `isFinal` returns true because no later
+/// attempt can. A cancellation point between the attempts.
 template <class Attempt, class IsFinal>
 bool retryUntil(unsigned milliseconds, Attempt attempt, IsFinal isFinal) {
     constexpr unsigned long interval = 10;  // milliseconds

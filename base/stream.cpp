@@ -110,7 +110,7 @@ KestrovaOstream& operator<<(KestrovaOstream& stream, const std::string& text) {
 
 namespace {
 
-/// Standard output as a sink. Nothing is held back, so a flush has nothing to do.
+/// Standard output as a sink. Unbuffered, so flush() does nothing.
 class ConsoleOutput final : public PrintfOutput {
 public:
     constexpr ConsoleOutput() = default;
@@ -119,7 +119,7 @@ public:
     void flush() override {}
 };
 
-// Built before any code of the process runs and never taken down: workers may still write at exit.
+// Constant-initialised and never destroyed, because workers may still write at exit.
 base::NeverDestroyed<ConsoleOutput> consoleOutput;
 KestrovaOstream consoleStream(&consoleOutput.mValue, KestrovaOstream::eFlagFlushEach);
 

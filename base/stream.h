@@ -12,7 +12,7 @@
 /// sink has no lock: its users serialise their calls.
 class KESTROVA_EXPORT PrintfOutput {
 public:
-    /// How a piece is laid out; the default is the piece as it is.
+    /// Layout of a piece. The default adds nothing.
     struct ConvertionFlags {
         bool mAlternateForm = false;  ///< prefix integers with "0x" (base 16) or "0" (base 8)
         bool mLeftAdjust = false;     ///< fill after the piece instead of before it
@@ -20,7 +20,7 @@ public:
         unsigned mWidth = 0;          ///< minimum width of a piece in characters, sign included
     };
 
-    /// A sink without state; a derived class holds its own.
+    /// A sink without state; a derived class adds its own.
     constexpr PrintfOutput() = default;
     /// Does not flush.
     virtual ~PrintfOutput();
@@ -37,7 +37,7 @@ public:
     /// Writes buffered characters to the destination.
     virtual void flush() = 0;
 
-    /// Writes a text, filled to the width that the flags request.
+    /// Writes a text, padded to the width in the flags.
     /// @param flags fill, width and side
     /// @param text the bytes; need not be terminated
     /// @param length number of bytes
@@ -118,7 +118,8 @@ private:
     KESTROVA_LOCAL KestrovaOstream& finishPiece();
 
     /// @cond
-    // The reference describes it as a function: doxygen's links to a friend lead nowhere.
+    // Hidden from doxygen, whose links to a friend lead nowhere. It is documented as a function
+    // below.
     friend KESTROVA_EXPORT KestrovaOstream& operator<<(KestrovaOstream& stream,
                                                        const std::string& text);
     /// @endcond

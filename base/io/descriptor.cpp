@@ -31,15 +31,16 @@ void Descriptor::reset() {
 }
 
 bool Descriptor::close() {
-    // A cancellation inside close() would leak the descriptor: the object has released it.
+    // A cancellation inside close() would leak the descriptor, because the object has already
+    // released it.
     const CancelGuard guard;
-    // Linux releases the number even when close is interrupted or reports an error: never retry.
+    // Never retry: Linux frees the number even if close() is interrupted or fails.
     return mDescriptor < 0 || ::close(release()) == 0;
 }
 
 namespace {
 
-/// Keeps the numbers of missing standard streams taken while something is opened.
+/// Occupies the numbers of missing standard streams while a file is opened.
 class Placeholders {
 public:
     Placeholders() {
@@ -57,8 +58,8 @@ private:
     Descriptor mTaken[STDERR_FILENO + 1];
 };
 
-/// The same file under a number above the standard streams: for the case that another thread has
-/// given its placeholder back just now.
+/// Moves a descriptor above the standard streams. Needed if another thread has just closed its
+/// placeholder.
 Descriptor aboveStandard(int descriptor) {
     Descriptor owned(descriptor);
     if (descriptor < 0 || descriptor > STDERR_FILENO) {
@@ -70,7 +71,7 @@ Descriptor aboveStandard(int descriptor) {
 }  // namespace
 
 Descriptor openDescriptor(const char* path, int flags, mode_t mode) {
-    // A cancellation that arrives when open() has already succeeded would leak the descriptor.
+    // A cancellation after open() has succeeded would leak the descriptor.
     const CancelGuard guard;
     const Placeholders placeholders;
     int descriptor = -1;
@@ -92,20 +93,22 @@ Descriptor openDescriptorAt(int folder, const char* path, int flags, mode_t mode
 }
 
 Descriptor openSocket(int family, int type) {
-    // Not cancellable: moving the socket closes its first number. No placeholders: for that moment
-    // a write to a missing standard stream could at most fail, because the socket has no peer yet.
+    // Not cancellable, because moving the socket closes its first number. Placeholders are not
+    // needed: a write to a missing standard stream at this moment only fails, because the socket
+    // has no peer yet.
     const CancelGuard guard;
     return aboveStandard(::socket(family, type | SOCK_CLOEXEC, 0));
 }
 
 bool Pipe::open() {
-    const CancelGuard guard;  // the placeholders are opened
+    const CancelGuard guard;  // opening the placeholders is a cancellation point
     const Placeholders placeholders;
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         return false;
     }
-    // One at a time, so that neither end is moved onto a number that the other still holds.
+    // Move both ends before closing either, so that neither end gets a number that the other still
+    // holds.
     Descriptor readEnd = aboveStandard(ends[0]);
     Descriptor writeEnd = aboveStandard(ends[1]);
     if (!readEnd.valid() || !writeEnd.valid()) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Descriptors that are close-on-exec from birth and never stand in for a missing standard stream.
+// Descriptors that are close-on-exec from creation and never get the number of a standard stream.
 #ifndef KESTROVA_BASE_IO_DESCRIPTOR_H
 #define KESTROVA_BASE_IO_DESCRIPTOR_H
 
@@ -10,7 +10,7 @@
 
 namespace base {
 
-/// Owns a descriptor; closes it at the end of the scope. -1 is none.
+/// Owns a descriptor and closes it at the end of the scope. -1 means none.
 class Descriptor {
 public:
     explicit Descriptor(int descriptor = -1) : mDescriptor(descriptor) {}
@@ -22,29 +22,30 @@ public:
 
     bool valid() const { return mDescriptor >= 0; }
     int get() const { return mDescriptor; }
-    /// Hands the descriptor over to the caller.
+    /// Transfers ownership of the descriptor to the caller.
     int release();
-    /// Closes it now; keeps errno. Not a cancellation point.
+    /// Closes the descriptor and preserves errno. Not a cancellation point.
     void reset();
-    /// Closes it now. Returns whether that succeeded; errno tells why not, and the descriptor is
-    /// closed all the same. Not a cancellation point.
+    /// Closes the descriptor. Returns false with errno set on failure; the descriptor is closed in
+    /// this case as well. Not a cancellation point.
     bool close();
 
 private:
     int mDescriptor;
 };
 
-/// Opens a file close-on-exec; not valid on failure, errno tells why. The descriptor is above 2,
-/// and has never been below, even when the caller runs with standard streams closed: what another
-/// thread prints to descriptor 1 must not end up on a drive. Not a cancellation point.
+/// Opens a file close-on-exec. Returns an invalid object, with errno set, on failure. The
+/// descriptor is never 0 to 2, not even temporarily, even if the caller runs with standard streams
+/// closed: otherwise the output of another thread could be written to a drive. Not a cancellation
+/// point.
 Descriptor openDescriptor(const char* path, int flags, mode_t mode = 0);
 
-/// Opens a path that begins at an open folder (openat(2)); otherwise like openDescriptor().
+/// Like openDescriptor(), for a path relative to an open directory (openat(2)).
 Descriptor openDescriptorAt(int folder, const char* path, int flags, mode_t mode = 0);
 
-/// Makes a socket (socket(2), protocol 0) close-on-exec; not valid on failure, errno tells why. The
-/// descriptor is above 2: one that took the place of a missing standard stream is moved. Not a
-/// cancellation point.
+/// Creates a socket (socket(2), protocol 0) close-on-exec. Returns an invalid object, with errno
+/// set, on failure. The descriptor is above 2: a socket that gets the number of a missing standard
+/// stream is moved. Not a cancellation point.
 Descriptor openSocket(int family, int type);
 
 /// Both ends of a pipe.
@@ -52,18 +53,18 @@ struct Pipe {
     Descriptor mRead;
     Descriptor mWrite;
 
-    /// Makes the pipe, both ends close-on-exec and above 2. On failure both stay invalid and errno
-    /// tells why.
+    /// Creates the pipe, both ends close-on-exec and above 2. On failure both stay invalid and
+    /// errno is set.
     bool open();
 };
 
-/// Reads `length` bytes at an offset; false when there are fewer, or on an error.
+/// Reads `length` bytes at an offset. Returns false if there are fewer, or on an error.
 bool readAt(int descriptor, off_t offset, void* buffer, std::size_t length);
 
-/// read() that goes on after an interruption.
+/// read() that retries on EINTR.
 ssize_t readSome(int descriptor, void* buffer, std::size_t length);
 
-/// Writes all bytes; false on an error, errno tells which.
+/// Writes all bytes. Returns false, with errno set, on an error.
 bool writeAll(int descriptor, const void* bytes, std::size_t length);
 
 }  // namespace base

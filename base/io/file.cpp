@@ -17,11 +17,11 @@
 namespace {
 
 constexpr std::size_t kFirstRead = 4096;
-constexpr std::size_t kLargest = INT_MAX;  // also the most that a vector holds in 32 bits
+constexpr std::size_t kLargest = INT_MAX;  // also the largest size of a vector in 32 bits
 
-/// Reads to the end of the file, but at most `most` bytes; false on an error, errno tells which.
-/// The size that the kernel reports is the first guess only: it is 0 for many files that have
-/// bytes.
+/// Reads to the end of the file, but at most `most` bytes. Returns false, with errno set, on an
+/// error. `size` is only a first guess, because the kernel reports 0 for many files that are not
+/// empty.
 bool readBytes(int descriptor, std::size_t size, std::size_t most, std::vector<char>& bytes) {
     std::size_t used = 0;
     bytes.resize(std::min(std::max(size, kFirstRead), most));
@@ -39,14 +39,14 @@ bool readBytes(int descriptor, std::size_t size, std::size_t most, std::vector<c
     return true;
 }
 
-/// Reads the whole file; false on an error, errno tells which.
+/// Reads the whole file. Returns false, with errno set, on an error.
 bool readWhole(int descriptor, std::vector<char>& bytes) {
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0) {
         return false;
     }
     if (status.st_size < static_cast<off_t>(kLargest)) {
-        // One byte more leaves room for the read that finds the end.
+        // One extra byte leaves room for the read that finds the end of the file.
         const std::size_t room = static_cast<std::size_t>(status.st_size) + 1;
         if (!readBytes(descriptor, room, kLargest, bytes)) {
             return false;

@@ -7,8 +7,8 @@
 namespace base {
 
 /// Takes the flock(2) of an open file or directory without waiting. The kernel releases it when the
-/// last copy of the descriptor is closed. Returns false with errno; EWOULDBLOCK when another
-/// open file has it.
+/// last copy of the descriptor is closed. Returns false with errno set; EWOULDBLOCK if another open
+/// file holds it.
 bool tryFlock(const Descriptor& file, bool shared);
 
 }  // namespace base

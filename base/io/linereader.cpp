@@ -25,8 +25,8 @@ Stream openForReading(const char* path) {
 }
 
 int readCharacter(std::FILE* stream) {
-    // Without the stream's lock, which would be held for as long as a tool prints nothing: the
-    // application's fflush(nullptr) would wait for it.
+    // Does not lock the stream: the lock would be held while a tool prints nothing, and
+    // fflush(nullptr) in the application would wait for it.
     int character = ::getc_unlocked(stream);
     while (character == EOF && ::ferror_unlocked(stream) != 0 && errno == EINTR) {
         ::clearerr_unlocked(stream);

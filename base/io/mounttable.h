@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The one reader of the kernel's mount table. Its callers decide how much of an entry they need.
+// The only reader of the kernel's mount table.
 #ifndef KESTROVA_BASE_IO_MOUNTTABLE_H
 #define KESTROVA_BASE_IO_MOUNTTABLE_H
 
@@ -11,36 +11,35 @@
 
 namespace base {
 
-/// The first fields of a line of the mount table, as the kernel writes them: a blank, tab, line
-/// feed or backslash in a name is a backslash with three octal digits. They point into the line.
+/// The first fields of a line of the mount table, as written by the kernel: a blank, tab, line feed
+/// or backslash in a name is a backslash with three octal digits. The pointers point into the line.
 struct MountEntry {
     const char* mDevice = "";
     const char* mDirectory = "";
     const char* mType = "";
     const char* mOptions = "";
-    unsigned mFields = 0;  ///< how many of the four the line has; the others are ""
+    unsigned mFields = 0;  ///< number of these fields that the line has; the rest are ""
 };
 
 /// Splits a line at white space, in place.
 MountEntry splitMountLine(char* line);
 
-/// A name of the mount table without the kernel's escapes.
+/// Returns a name of the mount table with the kernel's escapes decoded.
 std::string unescapedMountName(const char* name);
 
-/// Reads /proc/mounts line by line. A line that does not fit the caller's buffer comes in pieces,
-/// and each piece counts as a line.
+/// Reads /proc/mounts line by line. A line that does not fit the caller's buffer is returned in
+/// pieces, and each piece counts as a line.
 class MountTable {
 public:
-    /// Opens the table; errno says why it is not opened.
+    /// Opens the table. On failure opened() is false and errno is set.
     MountTable() : mStream(openForReading("/proc/mounts")) {}
 
     bool opened() const { return mStream != nullptr; }
     void close() { mStream.reset(); }
-    /// Reads and splits the next line. The entry is valid as long as the buffer is unchanged.
-    /// Returns false at the end of the table, which must be open, and when it cannot be read: see
-    /// failed().
+    /// Reads and splits the next line of the open table. The entry is valid while the buffer is
+    /// unchanged. Returns false at the end of the table and on a read error: see failed().
     bool next(char* buffer, std::size_t size, MountEntry& entry);
-    /// Whether reading the table, which must be open, has failed.
+    /// Returns whether reading the open table has failed.
     bool failed() const;
 
 private:

@@ -8,8 +8,8 @@
 
 namespace base {
 
-/// Writes all bytes to standard output. Goes on after an interruption and waits while a
-/// non-blocking output is full; gives the rest up on any other error. Keeps errno.
+/// Writes all bytes to standard output. Retries on EINTR, waits while a non-blocking output is
+/// full, and drops the remaining bytes on any other error. Preserves errno.
 void writeConsole(const char* text, std::size_t length);
 
 }  // namespace base

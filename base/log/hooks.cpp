@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Apart from their callers, so that a breakpoint or a test's own hook catches every call.
+// In a file of their own, so that the compiler cannot inline them: a breakpoint or a test's
+// replacement sees every call.
 #include "base/log/log.h"
 
 void fassert_point_fired() {}

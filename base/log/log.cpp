@@ -16,7 +16,7 @@
 
 std::uint32_t kestrova_debug_output_level = 1;
 
-// A plain mutex of the C library needs neither construction nor destruction.
+// A plain pthread mutex needs neither a constructor nor a destructor.
 base::PrintLock base::printLock = PTHREAD_MUTEX_INITIALIZER;
 
 using base::printLock;
@@ -29,8 +29,8 @@ struct PrintHolder {
 };
 thread_local PrintHolder printHolder = {false, PTHREAD_CANCEL_ENABLE};
 
-/// One message, collected so that it leaves in one write. Short ones stay on the stack; when there
-/// is no memory for a longer one, its beginning is printed.
+/// Collects one message so that it is written with one write(). A short message stays on the stack;
+/// if no memory is available for a longer one, its beginning is printed.
 class MessageText {
 public:
     MessageText() = default;
@@ -90,8 +90,8 @@ private:
     std::size_t mLength = 0;
 };
 
-/// Prints a message whose level has been tested. A message of several parts tests it once, so that
-/// a level that another thread lowers meanwhile does not cut it in two.
+/// Prints a message whose level has already been checked. A message of several parts checks it
+/// once, so that a level that another thread lowers meanwhile does not truncate the message.
 __attribute__((format(printf, 4, 0))) void printList(const char* prefix1, const char* prefix2,
                                                      const char* prefix3, const char* format,
                                                      va_list arguments)
@@ -161,7 +161,7 @@ void kestrova_print_with_level(unsigned level, const char* prefix1, const char* 
 }
 
 const char* KestrovaThreadThisName() {
-    thread_local char name[16];  // the kernel's limit, the terminator included
+    thread_local char name[16];  // the kernel's limit, including the terminator
     if (pthread_getname_np(pthread_self(), name, sizeof(name)) != 0) {
         return "unknown";
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Compiled without sanitizers: in a child that shares the caller's memory, their records of stack
-// frames would be the caller's.
+// Compiled without sanitizers: in a child that shares the caller's memory they would overwrite the
+// caller's stack records.
 #include "base/process/childprocess.h"
 
 #include <fcntl.h>
@@ -22,21 +22,23 @@ namespace base {
 
 namespace {
 
-/// Gives a signal its default action in this process only. Not by sigaction(), because the thread
-/// sanitizer answers that call from memory, which may be the caller's.
+/// Sets a signal's default action in this process only. Bypasses sigaction(), because the thread
+/// sanitizer answers that call from its own memory, which may be the caller's.
 void setDefaultAction(int number) {
     constexpr std::size_t kernelMaskBytes = 8;
-    // All zero is the default action without flags and mask, in the kernel's layout of any machine.
+    // All zero is the default action without flags and mask, in the kernel's layout on every
+    // machine.
     const unsigned long defaultAction[8] = {};
     (void)::syscall(SYS_rt_sigaction, number, defaultAction, nullptr, kernelMaskBytes);
 }
 
-/// Takes the caller's handlers away before the mask lets a signal through: they must not run here.
+/// Removes the caller's handlers before the mask lets a signal through: they must not run in the
+/// child.
 void dropHandlers(unsigned defaultSignals) {
     for (int number = 1; number < NSIG; ++number) {
         struct sigaction present = {};
-        // The C library does not show its own signals. Their handlers are not in the way: nobody
-        // sends them to this child, and the new program starts without handlers.
+        // The C library hides its own signals. Their handlers do no harm: no process sends these
+        // signals to the child, and execve() resets handlers.
         if (::sigaction(number, nullptr, &present) != 0 || present.sa_handler == SIG_DFL) {
             continue;
         }
@@ -70,7 +72,7 @@ bool setUp(const ChildSettings& settings, const ChildSignals& signals) {
         return false;
     }
     if (settings.mNice != 0) {
-        // Where it cannot be lowered, the caller's priority has to do.
+        // On failure the child keeps the caller's priority.
         [[maybe_unused]] const int priority = ::nice(settings.mNice);
     }
     if (settings.mHook != nullptr) {
@@ -172,7 +174,7 @@ bool detachChild() {
         return false;
     }
     const int null = ::open("/dev/null", O_RDWR);
-    // A file of that name would collect what the program prints.
+    // If "/dev/null" is a regular file, it would collect what the program prints.
     if (null < 0 || !isNullDevice(null)) {
         return false;
     }

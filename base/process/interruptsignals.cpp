@@ -9,9 +9,10 @@ namespace base {
 
 namespace {
 
-// One word, replaced as a whole: the bits that the first of the running commands found not ignored,
-// the number of commands that run, and how often the word has changed. Whoever reads the same word
-// before and after it looks at the signals knows that no command has begun or ended meanwhile.
+// One word, replaced atomically: which of the two signals were not ignored when the first running
+// command started, the number of running commands, and the number of changes. A thread that reads
+// the same value before and after it queries the signals knows that no command started or ended
+// meanwhile.
 constexpr std::uint32_t kBits = 0x3;
 constexpr std::uint32_t kOneCommand = 0x4;
 constexpr std::uint32_t kCommands = 0xfffc;

@@ -15,8 +15,8 @@ namespace base {
 
 namespace {
 
-/// Blocks all signals of the calling thread for a scope. A child that is started in it runs no
-/// handler of the application.
+/// Blocks all signals of the calling thread for a scope, so that a child that is started in it runs
+/// none of the application's handlers.
 class SignalsBlocked {
 public:
     SignalsBlocked() : mBefore() {
@@ -54,8 +54,8 @@ pid_t startWithOwnMemory(const ChildSettings& settings) {
     return child;
 }
 
-/// The child runs on a stack of its own in the caller's memory, and the calling thread waits until
-/// it has executed its program or has exited.
+/// The child runs on its own stack in the caller's memory. The calling thread waits until the child
+/// has executed its program or has exited.
 pid_t startInSharedMemory(ChildSettings settings) {
     constexpr std::size_t stackSize = std::size_t{32} * 1024;
     const auto stack = std::make_unique<char[]>(stackSize);
@@ -81,8 +81,8 @@ pid_t startInSharedMemory(ChildSettings settings) {
 }  // namespace
 
 pid_t startChild(const ChildSettings& settings) {
-    // A cancellation in the child would unwind the caller's frames, and one in the caller could
-    // lose the child.
+    // A cancellation in the child would unwind the caller's frames, and a cancellation in the
+    // caller could leak the child.
     const CancelGuard guard;
     return settings.mBirth == Birth::eSharedMemory ? startInSharedMemory(settings)
                                                    : startWithOwnMemory(settings);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kStandardStreams = 3;
 
-/// The pipes asked for; index 0 to 2 is the child's descriptor.
+/// The requested pipes; the index is the child's descriptor, 0 to 2.
 struct Pipes {
     Pipes(int* in, int* out, int* err) : mStore{in, out, err} {}
 
@@ -41,7 +41,7 @@ struct Pipes {
     }
 };
 
-/// Length of the name in "NAME=VALUE", the equals sign included.
+/// Length of the name in "NAME=VALUE", including the equals sign.
 std::size_t nameLength(const char* entry) {
     const char* const equals = std::strchr(entry, '=');
     return equals != nullptr ? static_cast<std::size_t>(equals - entry) + 1 : std::strlen(entry);

@@ -6,9 +6,9 @@
 
 namespace base {
 
-/// Runs a simple command by system() and returns its raw status. Where the caller has no standard
-/// stream the command gets /dev/null. Blocks until the command has ended; meanwhile the whole
-/// process ignores SIGINT and SIGQUIT.
+/// Runs a simple command with system() and returns its raw status. The command gets /dev/null for
+/// each standard stream that the caller does not have. Blocks until the command has exited;
+/// meanwhile the whole process ignores SIGINT and SIGQUIT.
 int runShell(const std::string& command);
 
 }  // namespace base

@@ -30,7 +30,7 @@ sigset_t onlySigpipe() {
 SigpipeGuard::SigpipeGuard() : mMask() {
     const sigset_t sigpipe = onlySigpipe();
     (void)pthread_sigmask(SIG_BLOCK, &sigpipe, &mMask);
-    // A thread that did not block the signal has none pending: it would have been delivered.
+    // A thread that did not block the signal cannot have one pending.
     mWasPending = sigismember(&mMask, SIGPIPE) == 1 && sigpipePending();
 }
 

@@ -6,10 +6,10 @@
 
 namespace base {
 
-/// Keeps SIGPIPE from the calling thread for a scope: a write to a pipe or socket whose reader is
-/// gone then only fails with EPIPE. At the end the signal that such a write raised is taken back
-/// and the thread's signal mask is as before. A SIGPIPE that was already pending stays pending.
-/// Keeps errno.
+/// Suppresses SIGPIPE in the calling thread for a scope: a write to a pipe or socket without a
+/// reader only fails with EPIPE. The destructor discards the signal that such a write raised and
+/// restores the thread's signal mask. A SIGPIPE that was already pending stays pending. Preserves
+/// errno.
 class SigpipeGuard {
 public:
     SigpipeGuard();

@@ -19,8 +19,8 @@ namespace base {
 
 namespace {
 
-/// A number that a forked child shares with the caller. Not a pipe: a child that another thread of
-/// the application has forked could hold its end open.
+/// A number that a forked child shares with the caller. Not a pipe, because a child that another
+/// thread forks could keep its end open.
 class SharedNumber {
 public:
     SharedNumber()
@@ -56,14 +56,14 @@ public:
     ToolRun(const ToolRun&) = delete;
     ToolRun& operator=(const ToolRun&) = delete;
 
-    /// Starts the child and opens stream(). False on failure, with no child left.
+    /// Starts the child and opens stream(). Returns false on failure, with no child left.
     bool start();
     std::FILE* stream() const { return mpStream; }
-    /// Has the child end without its input.
+    /// Kills the child, so that it never sees the end of its input.
     void kill() const { (void)::kill(mChild, SIGKILL); }
     /// Closes the stream and waits for the child.
     void finish();
-    /// Notes why the run failed.
+    /// Records the errno of the failure.
     void fail(int error) { mResult.mError = error; }
     ToolResult result() const { return mResult; }
 
@@ -92,8 +92,8 @@ pid_t ToolRun::startTool() {
 
     ChildSettings settings;
     if (numbered) {
-        // With the reading end in its hands too, the tool does not die if a caller that only
-        // watches is gone: a repair that has begun is carried to its end.
+        // The tool inherits the reading end as well, so that it does not get SIGPIPE if a caller
+        // that only watches dies: a started repair must be completed.
         arguments[mCommand.mPipeArgument] = number.c_str();
         settings.mKept[0] = mPipe.mRead.get();
         settings.mKept[1] = mPipe.mWrite.get();
@@ -137,7 +137,7 @@ bool ToolRun::start() {
 }
 
 void ToolRun::closeStream() {
-    // Closing writes what is still buffered: a tool that is gone must not take the caller along.
+    // Closing flushes the buffer, which raises SIGPIPE if the tool has exited.
     const SigpipeGuard guard;
     const CancelGuard cancelGuard;
     (void)std::fclose(std::exchange(mpStream, nullptr));
@@ -158,12 +158,12 @@ void ToolRun::finish() {
     }
 }
 
-/// Brings the child to its end when the caller cannot go on with it.
+/// Waits for the child after a failure or a cancellation.
 void ToolRun::abandon() {
     const ErrnoKeeper keeper;
     const CancelGuard guard;
     if (mReading) {
-        // It may wait until somebody takes what it prints.
+        // Drain the pipe: the tool may be blocked on a write.
         char rest[512];
         const int descriptor = mpStream != nullptr ? ::fileno(mpStream) : mPipe.mRead.get();
         while (readSome(descriptor, rest, sizeof(rest)) > 0) {
@@ -194,8 +194,8 @@ ToolResult feedTool(const ToolCommand& command, const std::string& input) {
     ToolRun run(command, ToolRun::Direction::eWrite);
     if (run.start()) {
         {
-            // Not through the stream, which would offer what it could not write again when it is
-            // closed. A tool that is gone must not take the caller along.
+            // Bypass the stream, which would retry a failed write when it is closed. The guard is
+            // for a tool that has exited.
             const SigpipeGuard guard;
             if (!writeAll(::fileno(run.stream()), input.data(), input.size())) {
                 run.fail(errno);

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/// Value of a character, negative when it is none of the alphabet.
+/// Value of a character, or negative if it is not in the alphabet.
 int sextet(unsigned char character) {
     if (character == '\0') {
         return -1;

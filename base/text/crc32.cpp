@@ -6,13 +6,14 @@
 
 namespace {
 
-// Four words a step, each with a remainder of its own, so that none waits for the others. One table
-// of 4 KiB serves all four, because each remainder moves on by the same four words.
+// Processes four words per step with a separate remainder each, so that the four do not depend on
+// each other. One table of 4 KiB serves all of them, because each remainder advances by the same
+// four words.
 constexpr std::size_t kWord = 4;
 constexpr std::size_t kStep = 4 * kWord;
 using Table = std::array<std::array<std::uint32_t, 256>, kWord>;
 
-/// The remainder after so many more bits, all of them zero.
+/// Returns the remainder after `bits` more zero bits.
 constexpr std::uint32_t advance(std::uint32_t remainder, unsigned bits) {
     constexpr std::uint32_t reflectedPolynomial = 0xedb88320U;
     for (; bits > 0; --bits) {
@@ -21,7 +22,7 @@ constexpr std::uint32_t advance(std::uint32_t remainder, unsigned bits) {
     return remainder;
 }
 
-/// Entry [k][b] is what byte b at place k of a remainder becomes one step later.
+/// Entry [k][b] is the result of advancing byte b at position k of a remainder by one step.
 constexpr Table makeTable() {
     Table table{};
     for (std::uint32_t byte = 0; byte < 256; ++byte) {
@@ -50,7 +51,7 @@ std::uint32_t advanceStep(std::uint32_t remainder) {
 }  // namespace
 
 std::uint32_t kestrova_crc32(const unsigned char* data, int length) {
-    // Not an array: a compiler that keeps it in memory makes this half as fast.
+    // Separate variables, because a compiler that keeps an array in memory halves the speed.
     std::uint32_t first = 0xffffffffU;
     std::uint32_t second = 0;
     std::uint32_t third = 0;
@@ -62,7 +63,7 @@ std::uint32_t kestrova_crc32(const unsigned char* data, int length) {
         third = advanceStep(third ^ littleEndian(data + 2 * kWord));
         fourth = advanceStep(fourth ^ littleEndian(data + 3 * kWord));
     }
-    // The last whole step joins the four, and what is left takes a byte at a time.
+    // The last whole step combines the four remainders; the rest is processed byte by byte.
     std::uint32_t crc = first;
     if (rest >= kStep) {
         constexpr unsigned bits = 8 * kWord;

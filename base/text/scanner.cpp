@@ -11,7 +11,7 @@ bool isSpace(char character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
-/// Value of a digit, or a value no base has.
+/// Value of a digit, or a value that no base has.
 unsigned digitValue(char character) {
     if (character >= '0' && character <= '9') {
         return static_cast<unsigned>(character - '0');
@@ -86,8 +86,8 @@ bool Scanner::digits(Digits& result, unsigned base, unsigned width) {
         ++mpNext;
         --room;
         if (room > 0 && (*mpNext == 'x' || *mpNext == 'X')) {
-            // A prefix counts against the width; scanf takes it as zero when the width ends here,
-            // and as no number when another character does.
+            // The prefix counts against the width. Like scanf(), it is zero if the width ends here,
+            // and not a number if another character follows.
             ++mpNext;
             --room;
             any = room == 0;
