@@ -7,8 +7,8 @@ namespace {
 
 constexpr char kSource[] = "BlockdevCfg.fmp";
 
-// The internal disk sits behind the box's second PCI bridge; the names follow the place, not the
-// order of detection.
+// The internal disk is behind the box's second PCI bridge. The names depend on that position, not
+// on the order of detection.
 #define BOX_DISK "/dev/disk/by-path/pci-0000:01:0e.0-scsi-0:0:0:0"
 
 template <class Value>

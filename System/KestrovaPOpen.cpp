@@ -16,13 +16,12 @@ namespace {
 
 constexpr char kSource[] = "System/KestrovaPOpen";
 
-/// A formatted command line, cut to 255 characters.
+/// A formatted command line, truncated to 255 characters.
 struct CommandLine {
     char mText[256];
 };
 
-/// False when a conversion fails; errno tells why. What was formatted by then must not run: its end
-/// is missing.
+/// Returns false, with errno set, if a conversion fails. The truncated command must not run then.
 __attribute__((format(printf, 2, 0))) bool formatCommand(CommandLine& command, const char* format,
                                                          va_list arguments) {
     return kestrova_vsnprintf(command.mText, sizeof(command.mText), format, arguments) >= 0;
@@ -76,8 +75,8 @@ int kestrova_popen_fout(std::FILE*& stream, const char* command) {
     }
     stream = ::fdopen(output, "r");
     if (stream == nullptr) {
-        // The descriptor is left open on purpose: closing it would give the child a broken pipe
-        // before its interruption.
+        // Leaves the descriptor open on purpose: closing it would raise SIGPIPE in the child before
+        // it receives SIGINT.
         int scratch = 0;
         (void)::kill(pid, SIGINT);
         while (kestrova_pstatus(pid, scratch, true) == eCsWaitFailed && errno == EINTR) {

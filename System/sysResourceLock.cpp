@@ -23,13 +23,13 @@ using resourcelock::Record;
 
 namespace {
 
-// A holder that has just taken the lock, or writes its record, is to be seen after this many looks
-// with a millisecond in between.
+// Number of looks, one millisecond apart, after which a holder that has just taken the lock or is
+// writing its record must be visible.
 constexpr int kLooks = 10;
 
 struct Names {
     const char* mFile;
-    const char* mSubject;  // with its verb, as the messages have it
+    const char* mSubject;  // with its verb, for messages
     const char* mTitle;
 };
 
@@ -50,7 +50,7 @@ void fill(sysResourceLock::Holder& holder, const Record& record) {
     holder.mPercent = record.mPercent;
 }
 
-/// Looks until the record can be read, for the case that its holder writes it just now.
+/// Retries until the record can be read, because its holder may be writing it.
 Look lookClosely(const base::Descriptor& file, sysResourceLock::Holder& holder) {
     Look look = Look::eUnreadable;
     for (int i = 0; i < kLooks && look == Look::eUnreadable; ++i) {
@@ -73,7 +73,7 @@ struct sysResourceLock::State {
     Resource mResource;
     Record mRecord;  // of this object's lock
     base::Descriptor mFile;
-    int mSlot = -1;    // -1 when the file has no room for another shared holder
+    int mSlot = -1;    // -1 if the file has no room for another shared holder
     pid_t mOwner = 0;  // the process that took the lock
     bool mBusy = false;
     int mError = 0;
@@ -127,7 +127,7 @@ bool sysResourceLock::State::attemptOnce(Mode mode, bool& again) {
         return errno == EWOULDBLOCK ? isBusy(file, again)
                                     : failOn(std::string("flock: ") + std::strerror(errno));
     }
-    // A file that was removed meanwhile excludes nobody.
+    // A lock on a file that has been removed meanwhile excludes no other process.
     if (!resourcelock::isCurrent(file, names.mFile)) {
         again = true;
         errno = EAGAIN;
@@ -136,8 +136,8 @@ bool sysResourceLock::State::attemptOnce(Mode mode, bool& again) {
     return show(file, mode);
 }
 
-/// The lock is taken. Another attempt is worth it if the holder is not to be seen: it may have
-/// released the lock since, or not have written its record yet.
+/// Another object holds the lock. A new attempt is worthwhile if no holder is visible: it may have
+/// released the lock since, or may not have written its record yet.
 bool sysResourceLock::State::isBusy(const base::Descriptor& file, bool& again) {
     Holder other;
     again = lookClosely(file, other) == Look::eNobody;
@@ -198,7 +198,7 @@ void sysResourceLock::unlock() {
     if (!mpState->mFile.valid()) {
         return;
     }
-    // A forked child has the lock in common with its parent, which goes on using it.
+    // A forked child shares the lock with its parent, which continues to use it.
     if (mpState->mOwner == ::getpid()) {
         resourcelock::releaseAll(mpState->mFile);
     }

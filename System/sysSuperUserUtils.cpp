@@ -21,8 +21,8 @@ namespace {
 constexpr char kProductionTestMarker[] = "/settings/noptest";
 constexpr char kRemoteLogVariable[] = "syslog";
 
-// A box has one of these naming schemes. The counter and the login prompt differ in the second one,
-// and service staff rely on both as they are.
+// A box has one of these naming schemes. The second entries differ on purpose: service staff rely
+// on both as they are.
 const char* const kCountedDevices[] = {"/dev/ttyS", "/dev/tty/", "/dev/ttyAS"};
 const char* const kLoginDevices[] = {"/dev/ttyS", "/dev/tts/", "/dev/ttyAS"};
 
@@ -74,7 +74,7 @@ int sysSuperUserUtils::SpawnGetty(int port) {
     const std::vector<const char*> arguments = base::pointersTo(prompt);
     base::ChildSettings settings;
     settings.mArguments = arguments.data();
-    // With the caller's signal mask, Ctrl-C might not work in the login shell.
+    // If getty inherited the caller's signal mask, Ctrl-C might not work in the login shell.
     settings.mDetached = true;
     settings.mFailureText = "Failed to spawn getty";
     settings.mFailureStatus = 0;
@@ -85,7 +85,7 @@ int sysSuperUserUtils::SpawnGetty(int port) {
 
 void sysSuperUserUtils::RestartRemoteLog(unsigned ip) {
     (void)base::runShell(drivemanager::stopLogDaemon());
-    // Until the old daemon has let go of its socket, whatever signals come meanwhile.
+    // Waits until the old daemon has released its socket, regardless of signals.
     std::this_thread::sleep_for(std::chrono::seconds(1));
     (void)base::runShell(drivemanager::startLogDaemon(ip != 0 ? dottedText(ip) : ""));
 }

@@ -18,7 +18,7 @@ sysInterface* systemInstance = nullptr;
 }  // namespace
 
 sysInterface::sysInterface(bool minimal) : mMinimal(minimal) {
-    // That of an earlier system, which stays alive, or null.
+    // The table of an earlier system that has not been freed, or null.
     BlockdeviceConfig* const earlierTable = BlockdeviceConfig::smpBlockdeviceConfig;
     bool tableBuilt = false;
     try {
@@ -40,7 +40,7 @@ sysInterface::sysInterface(bool minimal) : mMinimal(minimal) {
 }
 
 sysInterface::~sysInterface() {
-    // Waiting for the drive's worker is a cancellation point, and nothing may unwind through here.
+    // Waiting for the drive's worker is a cancellation point, and a destructor must not be unwound.
     const base::CancelGuard guard;
     freeObjects();
     BlockdeviceConfig::DestroyInstance();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the kernel tells about a drive: its size, model and serial number.
+// The size, model and serial number that the kernel reports for a drive.
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
@@ -80,11 +80,11 @@ long long get_blk_capacity(const char* device) {
         std::perror("Error opening");
         return 0;
     }
-    // The request's number holds the size of size_t: 0x80041272 on the box.
+    // The request number contains the size of size_t: 0x80041272 on the box.
     unsigned long long size = 0;
     if (::ioctl(drive.get(), BLKGETSIZE64, &size) != 0) {
         std::printf("GetSize");
-        // A device that does not tell its size is kept open on purpose.
+        // Leaves the descriptor open on purpose: see the header.
         (void)drive.release();
         return 0;
     }

@@ -9,7 +9,7 @@
 sysDriveManager::sysDriveManager() = default;
 
 sysDriveManager::~sysDriveManager() {
-    // Waiting for the drive's worker is a cancellation point, and nothing may unwind through here.
+    // Waiting for the drive's worker is a cancellation point, and a destructor must not be unwound.
     const base::CancelGuard guard;
     stop();
     freeDrive();

@@ -18,17 +18,17 @@
 
 /// One of the drive's partitions.
 struct sysDVRDrive::Row {
-    const char* mLabel;    ///< of the file system, by which init() knows the partition
-    int mPosition;         ///< in the partition table, where initialize() formats it
+    const char* mLabel;  ///< of the file system; init() finds the partition by it
+    int mPosition;  ///< in the partition table; initialize() formats the partition at this position
     const char* mName;     ///< in messages
     const char* mOptions;  ///< of the mount, "" for none
-    bool mNested;          ///< its directory is in the file system of the row before
+    bool mNested;          ///< the directory is in the file system of the previous row
     std::string sysDVRDrive::*mDirectory;
     sysPartition* sysDVRDrive::*mPartition;
 };
 
-// In the order in which they are mounted; they are unmounted and formatted in the opposite order.
-// The first is the storage partition, without which the drive is of no use.
+// In mount order; partitions are unmounted and formatted in reverse order. The first row is the
+// storage partition, without which the drive is unusable.
 const sysDVRDrive::Row sysDVRDrive::kRows[] = {
     {"DVRStorage", 0, "dvr", "prjquota", false, &sysDVRDrive::mMountPoint,
      &sysDVRDrive::mStoragePartition},
@@ -40,7 +40,8 @@ namespace {
 constexpr char kSource[] = "System/drivemanager/dvrdrive";
 constexpr char kDevice[] = "/dev/sda";
 
-// Decimal 777, which is octal 1411: the mode that the directory has had on every box.
+// Decimal 777, which is octal 1411. Kept because every box in the field has a directory with this
+// mode.
 constexpr mode_t kDataDirectoryMode = 777;
 
 enum StartupState : std::int32_t {
@@ -54,7 +55,7 @@ unsigned int mebibytes(unsigned long long bytes) {
     return static_cast<unsigned int>(bytes >> shift);
 }
 
-/// True when the box keeps its settings on a disk, which therefore must not go to sleep.
+/// Returns whether the box keeps its settings on a disk, which must then not go to standby.
 bool boxHasSettingsPartition() {
     BlockdeviceConfig* const table = BlockdeviceConfig::GetInstance();
     KestrovaVector<PartitionConfig*> settings;
@@ -76,7 +77,7 @@ sysDVRDrive::sysDVRDrive() : mOpLock() {
 }
 
 sysDVRDrive::~sysDVRDrive() {
-    // A worker may still run; its last act is to release the lock.
+    // A worker may still run. Releasing the lock is its last access to the object.
     const base::CancelGuard guard;
     const base::SemaphoreLock operation(mOpLock);
     drivemanager::removeFromFailureTable(this);
@@ -132,7 +133,7 @@ int sysDVRDrive::formatProgress() const {
     return storageKnown ? 90 : 60;
 }
 
-/// The row of the file system for recordings: the last one that the drive has.
+/// Returns the row of the file system for recordings: the last one that the drive has.
 const sysDVRDrive::Row& sysDVRDrive::measuredRow() const {
     for (auto row = std::rbegin(kRows); row != std::rend(kRows); ++row) {
         if (shownPartition(*row) != nullptr) {
@@ -192,7 +193,7 @@ bool sysDVRDrive::lastFailure(sysPartition::Failure* failure) const {
     return true;
 }
 
-/// Keeps the reason that the failed step of a partition or the disk has noted. Returns false.
+/// Stores the failure that a partition or disk operation has just noted. Returns false.
 bool sysDVRDrive::failed() const {
     drivemanager::storeFailure(this, drivemanager::lastNotedFailure());
     return false;
@@ -206,8 +207,8 @@ bool sysDVRDrive::failed(sysPartition::FailureStep step, const char* path, int e
 bool sysDVRDrive::init() {
     base::SemaphoreLock operation(mOpLock);
     drivemanager::clearFailure(this);
-    // Before the base class rebuilds the partition objects, so that a size query cannot reach a
-    // freed one.
+    // Clear the partition pointers before the base class rebuilds the objects, so that a size query
+    // cannot reach a freed partition.
     forgetPartitions();
     if (!sysHardDrive::init(kDevice)) {
         setStatus(eStError);
@@ -265,11 +266,11 @@ bool sysDVRDrive::shut() {
     return true;
 }
 
-/// Starts a worker, to which the operation lock is handed over. False, with errno and the lock
-/// still held, if there is no thread for it.
+/// Starts a worker and hands the operation lock over to it. If no thread can be created, returns
+/// false, with errno set and the lock still held.
 bool sysDVRDrive::startWorker(void* (*entry)(void*)) {
-    // The C library stores the handle before the thread runs, so the worker may clear it. From then
-    // on the object is the worker's.
+    // The C library stores the handle before the thread runs, so the worker may clear it. The
+    // worker owns the object after this call.
     const int error = pthread_create(&mThread, nullptr, entry, this);
     if (error != 0) {
         mThread = 0;
@@ -281,7 +282,7 @@ bool sysDVRDrive::startWorker(void* (*entry)(void*)) {
 void sysDVRDrive::endWorker() {
     (void)pthread_detach(pthread_self());
     mThread = 0;
-    base::unlockSemaphore(mOpLock);  // from here on the object may be gone
+    base::unlockSemaphore(mOpLock);  // another thread may destroy the object now
 }
 
 bool sysDVRDrive::initialize() {
@@ -294,15 +295,15 @@ bool sysDVRDrive::initialize() {
     drivemanager::clearFailure(this);
     setStatus(eStFormatting);
     if (!startWorker(initialize_thread_func_static)) {
-        // The status stays as it is on purpose: a box that has no thread left for a format is not
-        // ready for anything else either, until init() or shut().
+        // The status stays eStFormatting until init() or shut() on purpose: a box that cannot
+        // create a thread for a format cannot do anything else with the drive either.
         return failed(sysPartition::eFailThread, "", errno);
     }
     operation.handOver();
     return true;
 }
 
-// Unchecked, because the lock was taken by the thread that started this one.
+// Unchecked, because the thread that started this one took the lock.
 void* sysDVRDrive::initialize_thread_func_static(void* drive) KESTROVA_UNCHECKED_LOCKING {
     static_cast<sysDVRDrive*>(drive)->initialize_thread_func();
     return nullptr;
@@ -310,8 +311,8 @@ void* sysDVRDrive::initialize_thread_func_static(void* drive) KESTROVA_UNCHECKED
 
 void sysDVRDrive::initialize_thread_func() {
     try {
-        // The status of the storage partition, the last one, wins over a failure before it:
-        // recordings need that partition only.
+        // The status of the storage partition, the last row in this order, overrides an earlier
+        // failure, because recordings need only that partition.
         for (auto row = std::rbegin(kRows); row != std::rend(kRows); ++row) {
             if (!format(*row)) {
                 setStatus(eStError);
@@ -367,7 +368,7 @@ bool sysDVRDrive::start() {
     return false;
 }
 
-// Unchecked, because the lock was taken by the thread that started this one.
+// Unchecked, because the thread that started this one took the lock.
 void* sysDVRDrive::start_thread_func_static(void* drive) KESTROVA_UNCHECKED_LOCKING {
     static_cast<sysDVRDrive*>(drive)->start_thread_func();
     return nullptr;
@@ -386,7 +387,7 @@ void sysDVRDrive::start_thread_func() {
     endWorker();
 }
 
-/// Tries every partition, also after a failure.
+/// Mounts every partition, even after a failure.
 bool sysDVRDrive::mountAll() {
     bool allMounted = true;
     for (const Row& row : kRows) {

@@ -10,7 +10,7 @@ namespace {
 
 using Failure = sysPartition::Failure;
 
-// One a thread, like errno: the objects themselves have no room for it.
+// One per thread, like errno: the layout of the objects is fixed, so they cannot hold it.
 thread_local Failure last;
 
 void note(sysPartition::FailureStep step, const char* path, int error, int status) {
@@ -18,7 +18,7 @@ void note(sysPartition::FailureStep step, const char* path, int error, int statu
     last.mErrno = error;
     last.mToolStatus = status;
     const std::size_t length = ::strnlen(path, sizeof(last.mPath) - 1);
-    // The path may be the record's own.
+    // `path` may be the record's own mPath.
     std::memmove(last.mPath, path, length);
     last.mPath[length] = '\0';
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Why the last operation of each recording drive failed. sysDVRDrive has no room for it: its layout
-// is part of the binary interface. Any thread may call these functions, and none of them blocks for
-// long.
+// Why the last operation of each recording drive failed. Stored outside sysDVRDrive, whose layout
+// is part of the binary interface. Any thread may call these functions; they block only for a short
+// time.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_FAILURETABLE_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_FAILURETABLE_H
 
@@ -12,16 +12,16 @@ class sysDVRDrive;
 
 namespace drivemanager {
 
-/// Adds a drive, without a failure. Throws only allocation failure; the other functions do not
-/// allocate, so that a lack of memory can be recorded too.
+/// Adds a drive, without a failure. Throws only std::bad_alloc. The other functions do not
+/// allocate, so that they can record a lack of memory.
 void addToFailureTable(const sysDVRDrive* drive);
 void removeFromFailureTable(const sysDVRDrive* drive);
 
-/// Forgets the failure of the drive's previous operation.
+/// Clears the failure of the drive's previous operation.
 void clearFailure(const sysDVRDrive* drive);
-/// Stores a failure unless the operation has one already: the first one is the cause.
+/// Stores a failure unless the operation already has one: the first failure is the cause.
 void storeFailure(const sysDVRDrive* drive, const sysPartition::Failure& failure);
-/// The stored failure; eFailNone if there is none.
+/// Returns the stored failure; eFailNone if there is none.
 sysPartition::Failure storedFailure(const sysDVRDrive* drive);
 
 }  // namespace drivemanager

@@ -9,13 +9,13 @@ namespace drivemanager {
 
 namespace {
 
-/// True for a field, signed or not, whose bits above the lower 32 are all zero.
+/// Returns whether the bits of a field above the lower 32 are all zero.
 template <class Field>
 bool fits(Field field) {
     return std::uint64_t{static_cast<std::make_unsigned_t<Field>>(field)} <= UINT32_MAX;
 }
 
-/// The test of the kernel's 32-bit statfs (fs/statfs.c): file counts may be all ones, "unknown".
+/// The check of the kernel's 32-bit statfs() (fs/statfs.c). File counts may be all ones, "unknown".
 bool fitsAll(const struct statfs& status) {
     constexpr std::uint64_t unknown = UINT64_MAX;
     return fits(status.f_blocks) && fits(status.f_bfree) && fits(status.f_bavail) &&

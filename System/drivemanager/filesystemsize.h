@@ -7,18 +7,19 @@
 
 namespace drivemanager {
 
-/// The figures of a file system in the widths of the 32-bit statfs. All 0 when there are none.
+/// The figures of a file system in the widths of the 32-bit statfs(). All 0 if there are none.
 struct FilesystemSize {
     std::int32_t mBlockSize = 0;    ///< bytes
-    std::uint32_t mBlocks = 0;      ///< blocks in all
-    std::uint32_t mFreeBlocks = 0;  ///< free blocks, those reserved for root included
+    std::uint32_t mBlocks = 0;      ///< total number of blocks
+    std::uint32_t mFreeBlocks = 0;  ///< free blocks, including those reserved for root
 };
 
-/// Measures the file system at a directory. No figures for an empty name, when statfs fails, and
-/// when a field does not fit: the 32-bit call fails then with EOVERFLOW, and so does every build.
+/// Measures the file system at a directory. Returns no figures for an empty name, if statfs()
+/// fails, and if a field does not fit 32 bits: the 32-bit call then fails with EOVERFLOW, and all
+/// builds behave alike.
 FilesystemSize measure(const std::string& directory);
 
-/// A number of blocks in bytes.
+/// Returns the size of a number of blocks in bytes.
 unsigned long long bytes(const FilesystemSize& size, std::uint32_t blocks);
 
 }  // namespace drivemanager

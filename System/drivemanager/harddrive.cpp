@@ -40,7 +40,7 @@ bool runHdparm(const std::string& device, Standby standby) {
 
 sysHardDrive::sysHardDrive() = default;
 
-// A derived class has done its own part of shutting by now.
+// Calls the base version: a derived destructor has already shut its own part.
 sysHardDrive::~sysHardDrive() {
     (void)sysHardDrive::shut();
     drivemanager::dropTableResults(this);
@@ -52,7 +52,7 @@ bool sysHardDrive::init(const char* device) {
         drivemanager::noteFailure(sysPartition::eFailOpen, device != nullptr ? device : "", EINVAL);
         return false;
     }
-    // A copy, because the name may be a text of this drive, which is replaced or freed below.
+    // Copied, because `device` may point to a text of this drive, which is replaced or freed below.
     const std::string name = device;
     if (!identify(name.c_str())) {
         return false;
@@ -103,7 +103,7 @@ bool sysHardDrive::shut() {
 }
 
 sysPartition* sysHardDrive::getPartition(int index) {
-    // As unsigned numbers, so that one comparison keeps a negative index out too.
+    // The unsigned comparison also excludes a negative index.
     const auto position = static_cast<unsigned>(index);
     return position < mPartitions.size() ? mPartitions[position] : nullptr;
 }

@@ -9,8 +9,8 @@ namespace drivemanager {
 
 namespace {
 
-/// The number of a block device; false for any other name. The names of file systems without a
-/// device are no paths.
+/// Finds the number of a block device; returns false for any other name. File systems without a
+/// device have names that are not paths.
 bool blockDevice(const char* path, dev_t& number) {
     struct stat status = {};
     if (*path != '/' || ::stat(path, &status) != 0 || !S_ISBLK(status.st_mode)) {
@@ -38,7 +38,7 @@ bool findMounted(const std::string& device, std::string& directory) {
 }
 
 bool listMounts(const std::string& device, std::vector<std::string>& directories) {
-    // Two names of 4096 characters, each of which may be escaped.
+    // Room for two names of 4096 characters, each of which may be escaped.
     constexpr std::size_t lineSize = 32768;
 
     base::MountTable table;
@@ -58,7 +58,7 @@ bool listMounts(const std::string& device, std::vector<std::string>& directories
             directories.push_back(base::unescapedMountName(entry.mDirectory));
         }
     }
-    // Half a table must not pass for a device that is mounted nowhere: it would be formatted.
+    // A partial table must not look like an unmounted device, which would be formatted.
     return !table.failed();
 }
 

@@ -26,7 +26,7 @@ namespace {
 
 constexpr char kSource[] = "System/drivemanager/partition";
 
-/// Partition table's type byte of Linux file systems; nothing else is read from the device.
+/// Partition type of Linux file systems. Other partitions are not read from the device.
 constexpr int kTypeLinux = 0x83;
 
 bool exists(const std::string& path) {
@@ -38,7 +38,8 @@ bool isDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-/// True for names such as mmcblk0p1, whose node may go by the name ending in -part1 instead.
+/// Returns true for names such as mmcblk0p1, whose node may have a name that ends in -part1
+/// instead.
 bool hasAlternativeName(const std::string& path) {
     const std::size_t length = path.size();
     return length > 3 && path[length - 2] == 'p' && isDigit(path[length - 1]);
@@ -100,8 +101,8 @@ bool sysPartition::init(const char* path, unsigned long long capacity, int type)
 }
 
 void sysPartition::recognise(int descriptor) {
-    // ext first: a disk may still carry the XFS magic of an earlier life in its first sector, which
-    // ext leaves alone.
+    // Check for ext first: a reformatted disk may still have an old XFS magic in its first sector,
+    // which ext does not overwrite.
     if (drivemanager::readExtLabel(descriptor, mLabel)) {
         mFsType = eFsExt3;
     } else if (drivemanager::readXfsLabel(descriptor, mLabel)) {
@@ -123,8 +124,8 @@ bool sysPartition::mount(const char* dir, FSType fs, const char* options) {
         drivemanager::noteFailure(eFailMount, mPath.c_str(), EINVAL);
         return false;
     }
-    // Copied first, because dir and options may be texts of this object, such as mountpoint(). And
-    // once the command has run, nothing may fail that the new mount point needs.
+    // Copy first: `dir` and `options` may point to texts of this object, such as mountpoint().
+    // Nothing that the new mount point needs may fail after the command has run.
     std::string directory = dir;
     const std::string command = drivemanager::mountCommand(mPath, dir, typeName(fs), options);
     base::logMessage(1, "Trying to mount fs %s on %s\n", mPath.c_str(), directory.c_str());
@@ -136,7 +137,8 @@ bool sysPartition::mount(const char* dir, FSType fs, const char* options) {
             return false;
         }
     }
-    // A cancellation while the command runs could leave a mount that this object does not know.
+    // A cancellation while the command runs could leave a mount that this object does not know
+    // about.
     const base::CancelGuard guard;
     const int status = base::runShell(command);
     if (status != 0) {
@@ -159,7 +161,7 @@ bool sysPartition::unmount() {
 }
 
 bool sysPartition::unmountAll() {
-    // In case another process mounts it again and again.
+    // Stops if another process keeps mounting the partition.
     constexpr int limit = 1000;
     for (int unmounts = 0; unmounts <= limit; ++unmounts) {
         KestrovaVector<std::string> directories;
@@ -170,7 +172,7 @@ bool sysPartition::unmountAll() {
         if (directories.empty()) {
             return true;
         }
-        // The latest mount first: it may be on top of an earlier one.
+        // The latest mount first, because it may be on top of an earlier one.
         if (!unmountFrom(std::move(directories.back()))) {
             return false;
         }
@@ -184,13 +186,13 @@ bool sysPartition::listMounts(const char* device, KestrovaVector<std::string>* d
 }
 
 bool sysPartition::unmountFrom(std::string directory) {
-    // Taken away before the call: a measurement that is inside the mount makes it busy.
+    // Clear the mount point before the call: a measurement inside the mount makes it busy.
     std::string known = takeMountPoint();
     if (::umount(directory.c_str()) != 0) {
         const int error = errno;
         putMountPoint(std::move(known.empty() ? directory : known));
         drivemanager::noteFailure(eFailUnmount, mPath.c_str(), error);
-        // perror() leaks its stream when the thread is cancelled in it.
+        // perror() leaks its stream if the thread is cancelled in it.
         const base::CancelGuard guard;
         errno = error;
         std::perror("Umount failure");
@@ -207,7 +209,7 @@ void sysPartition::putPath(const std::string& path) {
 
 void sysPartition::putMountPoint(std::string directory) {
     const base::Lock lock(mMountPointLock);
-    // An equal text stays, and with it what mountpoint() has returned.
+    // Keep an equal text, and with it the pointer that mountpoint() has returned.
     if (mMountPoint != directory) {
         mMountPoint.swap(directory);
     }

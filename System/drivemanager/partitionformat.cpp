@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The long-running operations of a partition: making file systems and checking them.
+// The long-running operations of a partition: creating and checking file systems.
 #include <cerrno>
 #include <cstdio>
 #include <string>
@@ -15,13 +15,13 @@
 
 namespace {
 
-/// The result of a format without a label.
+/// Fails a format without a label.
 bool noLabel(const std::string& device) {
     drivemanager::noteFailure(sysPartition::eFailFormat, device.c_str(), EINVAL);
     return false;
 }
 
-/// The result of an operation whose tool ran like this.
+/// Returns whether a tool succeeded, and notes a failure.
 bool succeeded(sysPartition::FailureStep step, const std::string& device,
                const base::ToolResult& result) {
     if (!result.succeeded()) {
@@ -65,8 +65,8 @@ bool sysPartition::xfs_format(const char* label) {
         return noLabel(mPath);
     }
     const auto logOutput = [](std::FILE* stream) {
-        // What one read returns is logged at once: the tool's output is shown as it comes, and not
-        // held back until a buffer is full.
+        // Log the result of each read() at once, so that the tool's output is visible while it
+        // runs.
         char output[1024];
         for (;;) {
             const ssize_t length = base::readSome(::fileno(stream), output, sizeof(output));
@@ -75,7 +75,7 @@ bool sysPartition::xfs_format(const char* label) {
             }
             base::logBytes(1, output, static_cast<std::size_t>(length));
         }
-        // Readers of the log know this byte as the end of the output.
+        // Readers of the log expect this byte at the end of the output.
         constexpr char endOfFile = static_cast<char>(EOF);
         base::logBytes(1, &endOfFile, 1);
     };

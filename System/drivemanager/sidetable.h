@@ -6,17 +6,17 @@
 
 namespace drivemanager {
 
-/// Values that belong to objects of a class whose layout applications are compiled with, so that
-/// the class cannot get another member. Any thread may call; the lock is held for a few
-/// instructions, and no other lock is taken meanwhile.
+/// Values for objects of a class that cannot have another member, because applications are compiled
+/// with its layout. Any thread may call the functions; the lock is held for a few instructions, and
+/// no other lock is acquired meanwhile.
 ///
 /// For static storage: constant-initialised and never destroyed, because objects may be deleted,
 /// and workers may still store a value, until the process ends.
 template <class Owner, class Value>
 class SideTable {
 public:
-    /// Calls `change` with the value of an owner, under the lock. Throws allocation failure only
-    /// for an owner without a value, which is added first.
+    /// Calls `change` with the value of an owner, under the lock. An owner without a value is added
+    /// first, which is the only case that throws (std::bad_alloc).
     template <class Change>
     void change(const Owner* owner, Change change) {
         const base::Lock lock(mLock);
@@ -27,7 +27,7 @@ public:
         change(link->mValue);
     }
 
-    /// Returns a copy of the value of an owner, or a default one.
+    /// Returns a copy of the value of an owner, or a default value.
     Value value(const Owner* owner) {
         const base::Lock lock(mLock);
         const Entry* const entry = linkTo(owner);
@@ -46,14 +46,14 @@ public:
     }
 
 private:
-    // A list, because a box has one drive or two.
+    // A list is sufficient, because a box has one or two drives.
     struct Entry {
         const Owner* mpOwner;
         Value mValue;
         Entry* mpNext;
     };
 
-    /// The pointer that leads to an owner's entry; null if there is none.
+    /// Returns the link to an owner's entry, which is null if there is none.
     Entry*& linkTo(const Owner* owner) KESTROVA_REQUIRES(mLock) {
         Entry** link = &mpFirst;
         while (*link != nullptr && (*link)->mpOwner != owner) {

@@ -16,22 +16,22 @@ namespace {
 
 using Signature = sysPartition::Signature;
 
-/// The bytes of a device. After the first failed read every further one fails too.
+/// Reads a device. After the first failed read all further reads fail.
 class Device {
 public:
     explicit Device(int descriptor)
         : mDescriptor(descriptor), mSize(::lseek(descriptor, 0, SEEK_END)) {}
 
-    /// False after a failed call; errno says why.
+    /// Returns false after a failed call, with errno set.
     bool readable() const { return mSize >= 0; }
     off_t size() const { return mSize; }
 
-    /// False without an error when the device is too small.
+    /// Returns false without an error if the device is too small.
     bool read(off_t at, void* buffer, std::size_t length) {
         if (at < 0 || at > mSize - static_cast<off_t>(length)) {
             return false;
         }
-        errno = EIO;  // for a device that has become smaller since its size was read
+        errno = EIO;  // if the device has shrunk since its size was read
         if (!base::readAt(mDescriptor, at, buffer, length)) {
             mSize = -1;
             return false;
@@ -52,7 +52,7 @@ public:
     std::uint64_t big64(off_t at) { return be64toh(number<std::uint64_t>(at)); }
 
 private:
-    /// 0 for what cannot be read.
+    /// Returns 0 if the number cannot be read.
     template <class Number>
     Number number(off_t at) {
         Number value = 0;
@@ -63,7 +63,7 @@ private:
     off_t mSize;
 };
 
-/// Where the offsets of a row count from.
+/// Origin of a row's offsets.
 enum class From {
     eStart,       ///< the start of the device
     eRaidEnd,     ///< the superblock of md format 1.0, at the end of the device
@@ -72,11 +72,12 @@ enum class From {
 
 constexpr std::size_t kLabelLimit = sizeof(Signature::mLabel) - 1;
 
-/// Reads what only this kind of signature has, and returns false for what merely looks like one.
+/// Reads the details of one kind of signature. Returns false if the signature is not valid after
+/// all.
 using Details = bool (*)(Device& device, off_t magicAt, Signature& signature);
 
-/// One known signature. The bytes at mMagicAt identify it; its label, if it has one, is text at
-/// mLabelAt, ended by a NUL or by mLabelSize.
+/// One known signature. The bytes at mMagicAt identify it; its label, if it has one, is the text at
+/// mLabelAt, terminated by a NUL or after mLabelSize bytes.
 struct Row {
     const char* mName;
     From mFrom;
@@ -88,7 +89,7 @@ struct Row {
     Details mDetails;
 };
 
-/// Without trailing blanks, with which some formats fill the field.
+/// Reads a label without the trailing blanks with which some formats pad the field.
 void readLabel(Device& device, off_t at, std::size_t size, Signature& signature) {
     char label[kLabelLimit + 1] = "";
     if (size == 0 || !device.read(at, label, size)) {
@@ -102,7 +103,8 @@ void readLabel(Device& device, off_t at, std::size_t size, Signature& signature)
     signature.mLabel[length] = '\0';
 }
 
-/// A block count in bytes; 0 when the block size is not a power of two that a kernel could know.
+/// Returns the size of a number of blocks in bytes; 0 if the block size is not a power of two that
+/// a kernel supports.
 unsigned long long bytesOf(std::uint64_t blocks, std::uint64_t blockSize) {
     constexpr std::uint64_t largest = 1U << 16U;
     const bool possible = blockSize != 0 && blockSize <= largest &&
@@ -110,8 +112,8 @@ unsigned long long bytesOf(std::uint64_t blocks, std::uint64_t blockSize) {
     return possible ? blocks * blockSize : 0;
 }
 
-// struct ext4_super_block, at byte 1024 (fs/ext4/ext4.h). ext2 has no journal, and ext4 has at
-// least one feature that ext3 does not know.
+// struct ext4_super_block, at byte 1024 (fs/ext4/ext4.h). ext2 has no journal; ext4 has at least
+// one feature that ext3 does not support.
 bool extDetails(Device& device, off_t /*magicAt*/, Signature& signature) {
     constexpr off_t superblock = 1024;
     constexpr std::uint32_t journal = 0x4;        // EXT4_FEATURE_COMPAT_HAS_JOURNAL
@@ -170,7 +172,7 @@ bool bootSectorDetails(Device& device, off_t /*magicAt*/, Signature& /*signature
     return device.matches(510, "\x55\xaa", 2);
 }
 
-// struct fat_boot_sector (include/uapi/linux/msdos_fs.h). "NO NAME" stands for no label.
+// struct fat_boot_sector (include/uapi/linux/msdos_fs.h). "NO NAME" means that there is no label.
 bool fatDetails(Device& device, off_t magicAt, Signature& signature) {
     if (std::strcmp(signature.mLabel, "NO NAME") == 0) {
         signature.mLabel[0] = '\0';
@@ -178,9 +180,8 @@ bool fatDetails(Device& device, off_t magicAt, Signature& signature) {
     return bootSectorDetails(device, magicAt, signature);
 }
 
-// In the order in which they are looked for; ext comes first, as in sysPartition::init(). Offsets
-// and sizes are those of the kernel's structures, unless a comment names another source. Names are
-// those that blkid(8) prints.
+// In search order; ext comes first, as in sysPartition::init(). Offsets and sizes are from the
+// kernel's structures, unless a comment names another source. Names are those that blkid(8) prints.
 constexpr Row kRows[] = {
     // struct ext4_super_block at 1024: s_magic 56, s_volume_name 120
     {"ext2", From::eStart, 1080, "\x53\xef", 2, 1144, 16, extDetails},
@@ -220,7 +221,7 @@ constexpr Row kRows[] = {
     {"gpt", From::eStart, 4096, "EFI PART", 8, 0, 0, nullptr},
 };
 
-/// The byte from which a row's offsets count; negative on a device that is too small for it.
+/// Returns the byte from which a row's offsets count; negative if the device is too small.
 off_t origin(From from, off_t size) {
     constexpr off_t sector = 512;
     constexpr off_t raidAlignment = 4096;  // super_1_load() in drivers/md/md.c

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Recognises what a device holds by the signatures that file systems, volume managers and partition
-// tables write at fixed places.
+// Recognises the contents of a device by the signatures that file systems, volume managers and
+// partition tables write at fixed positions.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_SIGNATURE_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_SIGNATURE_H
 

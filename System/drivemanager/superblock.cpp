@@ -20,7 +20,7 @@ bool readExtLabel(int descriptor, std::string& label) {
     if (superblock[magicAt] != '\x53' || superblock[magicAt + 1] != '\xef') {
         return false;
     }
-    // A name that fills its 16 bytes has no NUL of its own and goes on into the field behind it.
+    // A name that fills its 16 bytes has no NUL, so the label continues with the next field.
     superblock[superblockSize] = '\0';
     label = superblock + volumeNameAt;
     return true;

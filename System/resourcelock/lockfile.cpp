@@ -15,11 +15,12 @@ namespace {
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
-// Others come and go between two calls; more rounds than this many can only be an attack.
+// Other processes may create and remove the files between two calls; more rounds than this can only
+// be an attack.
 constexpr int kRounds = 100;
 
-// A slot has two bytes to lock, which need not be in the file. The first one is its owner's, the
-// second one says that its record is written.
+// Each slot has two bytes to lock; the bytes need not exist in the file. The first one belongs to
+// the slot's owner, the second one means that the slot's record is complete.
 constexpr off_t kOwnerBytes = kLargestFile;
 constexpr off_t kShownBytes = kOwnerBytes + kSlots;
 
@@ -64,7 +65,7 @@ bool checkType(const struct stat& status, mode_t type, const std::string& path, 
 }
 
 bool checkBase(const struct stat& status, Failure& failure) {
-    // With the sticky bit others can add names, but neither remove nor rename ours.
+    // With the sticky bit other users can add names, but cannot remove or rename ours.
     const mode_t foreign = (status.st_mode & S_ISVTX) != 0 ? 0 : S_IWGRP | S_IWOTH;
     return checkOwner(status, foreign, kBaseFolder, failure);
 }
@@ -89,8 +90,8 @@ bool checkFile(const struct stat& status, const std::string& path, Failure& fail
     return true;
 }
 
-/// Opens one name below a folder. `check` judges it before it is opened, because opening a fifo or
-/// a device could have effects, and again afterwards, because it could have been replaced.
+/// Opens a name in a directory. `check` examines it before it is opened, because opening a fifo or
+/// a device could have side effects, and again afterwards, because it could have been replaced.
 template <typename Check, typename Make>
 base::Descriptor openChecked(int folder, const char* name, int flags, const std::string& path,
                              Failure& failure, Check check, Make make) {
@@ -120,7 +121,7 @@ base::Descriptor openChecked(int folder, const char* name, int flags, const std:
     return base::Descriptor();
 }
 
-/// Only root makes anything: another user's folder would keep root out of it.
+/// Only root creates anything: a directory that another user creates would be refused for root.
 bool mayMake(bool make) {
     if (make && ::geteuid() != 0) {
         errno = EACCES;
@@ -186,13 +187,15 @@ struct flock byteLock(short type, off_t byte) {
     return lock;
 }
 
-// Locks of the open file, as the flock is, and not of the process: they end with it, too.
+// Locks of the open file description, like the flock, and not of the process: both are released
+// together.
 bool lockByte(const base::Descriptor& file, off_t byte) {
     struct flock lock = byteLock(F_WRLCK, byte);
     return ::fcntl(file.get(), F_OFD_SETLK, &lock) == 0;
 }
 
-/// Asks whether another open file has the lock of a byte. False with errno on failure.
+/// Queries whether another open file holds the lock of a byte. Returns false, with errno set, on
+/// failure.
 bool isLocked(const base::Descriptor& file, off_t byte, bool& locked) {
     struct flock lock = byteLock(F_WRLCK, byte);
     if (::fcntl(file.get(), F_OFD_GETLK, &lock) != 0) {
@@ -260,7 +263,7 @@ bool showSlot(const base::Descriptor& file, int slot) {
 
 void releaseAll(const base::Descriptor& file) {
     struct flock all = byteLock(F_UNLCK, 0);
-    all.l_len = 0;  // to the end
+    all.l_len = 0;  // to the end of the file
     (void)::fcntl(file.get(), F_OFD_SETLK, &all);
     (void)::flock(file.get(), LOCK_UN);
 }

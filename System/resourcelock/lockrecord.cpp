@@ -33,7 +33,7 @@ std::string checkLine(std::string_view text) {
     return line;
 }
 
-/// Takes lines such as "pid 812" from the front of a text.
+/// Removes lines such as "pid 812" from the start of a text.
 class Lines {
 public:
     explicit Lines(std::string_view text) : mRest(text) {}
@@ -112,7 +112,8 @@ bool parseRecord(std::string_view bytes, Record& record) {
     found.mShared = mode == "shared";
     found.mCommand = command;
     found.mState = state;
-    // There is one way to write a record: this checks the mode, the checksum and the padding.
+    // A record has exactly one spelling, so this comparison checks the mode, the checksum and the
+    // padding.
     if (formatRecord(found) != bytes) {
         return false;
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a holder writes into its lock file: lines of text in a record of fixed size.
+// The record that a holder writes to its lock file: lines of text, padded to a fixed size.
 #ifndef KESTROVA_SYSTEM_RESOURCELOCK_LOCKRECORD_H
 #define KESTROVA_SYSTEM_RESOURCELOCK_LOCKRECORD_H
 
@@ -23,14 +23,15 @@ struct Record {
     int mPercent = 0;
 };
 
-/// The text cut to `longest` bytes between two UTF-8 characters, with '?' for control characters.
+/// Returns the text, truncated to `longest` bytes at a UTF-8 character boundary, with '?' for
+/// control characters.
 std::string fieldText(std::string_view text, std::size_t longest);
 
-/// The record's kRecordSize bytes. Its texts are those of fieldText().
+/// Returns the kRecordSize bytes of a record, whose texts come from fieldText().
 std::string formatRecord(const Record& record);
 
-/// Reads a record. False when any byte is not as formatRecord() would have written it; a checksum
-/// shows a record that was read while its holder wrote the next one.
+/// Parses a record. Returns false if any byte differs from the result of formatRecord(). The
+/// checksum detects a record that was read while its holder wrote the next one.
 bool parseRecord(std::string_view bytes, Record& record);
 
 }  // namespace resourcelock

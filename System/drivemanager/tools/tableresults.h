@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// How the partition-table tool ended for each drive. Kept outside the sysHardDrive objects, whose
+// Results of the partition-table tool for each drive. Stored outside the sysHardDrive objects,
+// because applications are compiled with their layout.
 // layout applications are compiled with.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_TOOLS_TABLERESULTS_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_TOOLS_TABLERESULTS_H
@@ -13,16 +13,17 @@ namespace drivemanager {
 
 /// The last runs of the tool for one drive.
 struct TableResults {
-    base::ToolResult mRead;     ///< of the run that listed the partitions
-    base::ToolResult mWritten;  ///< of the run that wrote a table
+    base::ToolResult mRead;     ///< the run that listed the partitions
+    base::ToolResult mWritten;  ///< the run that wrote a table
 };
 
-/// Returns the results of a drive; without any, both runs did not take place. Any thread may call.
+/// Returns the results of a drive, by default for two runs that did not happen. Any thread may call
+/// it.
 TableResults tableResults(const sysHardDrive* drive);
-/// Stores the results of a drive. Any thread may call. Throws allocation failure only for a drive
+/// Stores the results of a drive. Any thread may call it. Throws std::bad_alloc only for a drive
 /// without results.
 void storeTableResults(const sysHardDrive* drive, const TableResults& last);
-/// Frees the results of a drive, which is deleted. Any thread may call; fails never.
+/// Frees the results of a drive that is being deleted. Any thread may call it; it never fails.
 void dropTableResults(const sysHardDrive* drive);
 
 }  // namespace drivemanager

@@ -14,7 +14,7 @@ constexpr char kMount[] = "/bin/mount";
 constexpr char kGetty[] = "/sbin/getty";
 constexpr char kSyslogd[] = "/sbin/syslogd";
 
-// Formatters and checkers leave the processor to the picture on the screen.
+// Formatters and checkers run at low priority, so that they do not disturb the picture.
 constexpr int kBackground = 10;
 
 base::ToolCommand partitionTableTool(std::vector<std::string> arguments) {
@@ -79,7 +79,7 @@ std::string mountCommand(const std::string& partition, const char* directory, co
 }
 
 std::string standbyCommand(const std::string& device, Standby standby) {
-    // The tool counts idle time in units of 5 s.
+    // The tool's idle time is in units of 5 s.
     const char* const option = standby == Standby::eAfterTwoMinutes ? "-S24"
                                : standby == Standby::eNow           ? "-y"
                                                                     : "-S0";

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Every command that the library has the box's tools run: paths, arguments, and how each is run.
+// Every command that the library runs with the box's tools: paths, arguments and settings.
 // docs/tools.md lists them.
 #ifndef KESTROVA_SYSTEM_DRIVEMANAGER_TOOLS_TOOLCOMMANDS_H
 #define KESTROVA_SYSTEM_DRIVEMANAGER_TOOLS_TOOLCOMMANDS_H
@@ -12,39 +12,39 @@
 
 namespace drivemanager {
 
-/// Prints the partition table of a device. Read it with parsePartitionLine().
+/// Prints the partition table of a device. parsePartitionLine() parses the output.
 base::ToolCommand listPartitionTable(const std::string& device);
-/// Writes the partition table that partitionScript() describes on the tool's standard input.
+/// Writes a partition table. The tool's standard input is partitionScript().
 base::ToolCommand writePartitionTable(const std::string& device);
 
-/// Makes an ext3 file system. FormatOutput follows what it prints.
+/// Makes an ext3 file system. FormatOutput parses the output.
 base::ToolCommand makeExt3(const std::string& partition, const char* label);
 /// Makes an XFS file system.
 base::ToolCommand makeXfs(const std::string& partition, const char* label);
-/// Checks and repairs an ext3 file system. checkProgress() reads the lines that it writes to the
+/// Checks and repairs an ext3 file system. checkProgress() parses the lines that it writes to the
 /// pipe.
 base::ToolCommand checkExt3(const std::string& partition);
 
-/// Shell command that mounts a partition.
+/// Returns the shell command that mounts a partition.
 /// `type`: file system, such as "xfs"; null for none. `options`: null or empty for none.
 std::string mountCommand(const std::string& partition, const char* directory, const char* type,
                          const char* options);
 
-/// What a drive does about its standby.
+/// Standby setting of a drive.
 enum class Standby {
     eAfterTwoMinutes,  ///< after 120 s of idle time
     eNow,
     eNever,
 };
-/// Shell command that sets it.
+/// Returns the shell command that applies the setting.
 std::string standbyCommand(const std::string& device, Standby standby);
 
-/// Arguments of the login prompt on a serial device; the first is the program's path.
+/// Returns the arguments of the login prompt on a serial device; the first is the program's path.
 std::vector<std::string> loginPrompt(const std::string& device);
 
-/// Shell command that ends the system's log daemon.
+/// Returns the shell command that stops the system's log daemon.
 std::string stopLogDaemon();
-/// Shell command that starts it.
+/// Returns the shell command that starts it.
 /// `remote`: dotted address of the host to log to; empty for none.
 std::string startLogDaemon(const std::string& remote);
 

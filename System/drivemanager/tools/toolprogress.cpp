@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kTablesText[] = "Writing inode tables:";
 
-/// The inode tables' part of the scale. The product wraps as on a 32-bit machine.
+/// The progress within the inode tables. The product wraps as on a 32-bit machine.
 std::int32_t tablesProgress(std::int32_t done, std::int32_t total) {
     constexpr std::uint32_t width = kFormatTablesWritten - kFormatInodeTables;
     const auto product = static_cast<std::int32_t>(static_cast<std::uint32_t>(done) * width);

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// A thread that is cancelled inside the C library's resolver leaks what the resolver has open, and
-// a resolver whose server is silent takes half a minute, for which a cancelled download must not
-// wait. So threads that nobody cancels ask the resolver, and callers wait for the answer.
+// A thread that is cancelled inside the C library's resolver leaks the resolver's resources. A
+// resolver whose server does not answer blocks for half a minute, and a cancelled download must not
+// wait that long. Therefore threads that are never cancelled call the resolver, and callers wait
+// for the answer.
 #include "System/protocols/http/hostlookup.h"
 
 #include "System/protocols/http/lookupthreads.h"
@@ -16,9 +17,9 @@ bool isDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
-/// True for digits and dots that begin and end with a digit: the resolver takes such a host as an
-/// address, or as an error, without asking anybody. Every other spelling of an address, such as
-/// "0x7f.1" or "127.0.0.1.", is first looked up as a name.
+/// Returns true for digits and dots that begin and end with a digit: the resolver accepts or
+/// refuses such a host without a query. Every other spelling of an address, such as "0x7f.1" or
+/// "127.0.0.1.", is first looked up as a name.
 bool isNumeric(const std::string& host) {
     return !host.empty() && isDigit(host.front()) && isDigit(host.back()) &&
            host.find_first_not_of("0123456789.") == std::string::npos;

@@ -37,7 +37,8 @@ void noteConnect(int error) {
     http::noteFailure(error == ECONNREFUSED ? HTTPFailure::eRefused : reason, error);
 }
 
-/// The host's first IPv4 address with the port; false with a log line when there is none.
+/// Finds the host's first IPv4 address and sets the port. Returns false, and logs, if there is
+/// none.
 bool resolve(const httpURL& url, sockaddr_in& address) {
     const http::HostLookup host = http::lookUpHost(url.host());
     if (!host.mFound) {
@@ -58,7 +59,7 @@ bool resolve(const httpURL& url, sockaddr_in& address) {
     return true;
 }
 
-/// Bounds every single receive or send.
+/// Limits the duration of every single receive or send.
 void setTimeOut(int socket, int option) {
     if (::setsockopt(socket, SOL_SOCKET, option, &kTimeOut, sizeof(kTimeOut)) != 0) {
         // Both options share this message, which has no newline.
@@ -66,13 +67,15 @@ void setTimeOut(int socket, int option) {
     }
 }
 
-/// Sends once. Returns true if the kernel took the whole text. A closed peer raises no SIGPIPE.
+/// Sends once. Returns true if the kernel accepted the whole text. A closed peer does not raise
+/// SIGPIPE.
 bool sendText(int socket, const std::string& text) {
     const ssize_t sent = ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
     if (sent == static_cast<ssize_t>(text.size())) {
         return true;
     }
-    // The kernel takes a part of a text when the time is up before it has room for the rest.
+    // The kernel accepts a part of the text if the time limit expires before it has room for the
+    // rest.
     const int error = sent < 0 ? errno : EAGAIN;
     http::noteFailure(error == EAGAIN ? HTTPFailure::eSendTimeOut : HTTPFailure::eSend, error);
     return false;
@@ -81,7 +84,7 @@ bool sendText(int socket, const std::string& text) {
 void noteRead(bool connected, int error) {
     const HTTPFailure::Reason before = http::notedFailure().mReason;
     if (before == HTTPFailure::eSend || before == HTTPFailure::eSendTimeOut) {
-        return;  // which explains this failure too
+        return;  // the failed send is the cause of this failure
     }
     if (connected) {
         http::noteReceiveFailure(error);
@@ -127,7 +130,7 @@ bool HTTPConnection::Open(const char* url, HTTPReplyHeader& hdr) {
     }
     if (!sendText(mSocket, u.createRequest())) {
         base::logMessageAt(kSource, __LINE__, 1, "Error sending request\n");
-        // Returns true on purpose: callers detect the failure by their first Read().
+        // Returns true on purpose: callers detect the failure with their first Read().
         return true;
     }
     if (!hdr.readHeader(mSocket)) {
@@ -147,9 +150,9 @@ bool HTTPConnection::Open(const char* url) {
     return Open(url, hdr);
 }
 
-// Not const: it uses up the body. NOLINTNEXTLINE(readability-make-member-function-const)
+// Not const, because it consumes the body. NOLINTNEXTLINE(readability-make-member-function-const)
 int HTTPConnection::Read(void* buf, unsigned int len) {
-    // The kernel moves at most 2 GiB less a page at once, so that the count always fits.
+    // The kernel transfers at most 2 GiB minus a page at once, so the count always fits.
     const ssize_t count = ::recv(mSocket, buf, len, 0);
     if (count < 0) {
         noteRead(mSocket >= 0, errno);
@@ -162,7 +165,8 @@ const HTTPFailure& HTTPConnection::lastFailure() {
 }
 
 void HTTPConnection::dropSocket() {
-    // A cancellation between the close and the reset would let a later close hit a stranger.
+    // With a cancellation between the close and the reset, a later close() could close a descriptor
+    // that has been reused.
     const base::CancelGuard guard;
     if (mSocket >= 0) {
         (void)::close(std::exchange(mSocket, -1));

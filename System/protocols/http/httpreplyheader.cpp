@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kVersionLength = sizeof("HTTP/1.x ") - 1;
 
-/// The version that a status line begins with; 0 for none that is known.
+/// Returns the version at the start of a status line; 0 if it is unknown.
 int parseVersion(const char* line) {
     if (std::strncmp(line, "HTTP/1.0 ", kVersionLength) == 0) {
         return 1;
@@ -25,7 +25,7 @@ int parseVersion(const char* line) {
     return std::strncmp(line, "HTTP/1.1 ", kVersionLength) == 0 ? 2 : 0;
 }
 
-/// Notes what a receive of one byte failed with; 1 is a NUL byte.
+/// Notes why receiving one byte failed; a `received` of 1 means a NUL byte.
 void noteReceived(ssize_t received) {
     if (received < 0) {
         http::noteReceiveFailure(errno);
@@ -60,7 +60,7 @@ bool HTTPReplyHeader::readRequestLine(int fd) {
         base::logMessage(2, "Invalid http reply\n");
         return false;
     }
-    // What is left to fail is the text of the line.
+    // Only the text of the line can fail from this point.
     http::noteFailure(HTTPFailure::eHeader);
     if (std::strlen(line) < kVersionLength) {
         base::logMessage(2, "Invalid http reply (2)\n");
@@ -96,8 +96,8 @@ bool HTTPReplyHeader::readEntityLines(int fd) {
         }
         const char* const colon = std::strchr(line, ':');
         if (colon == nullptr) {
-            // Service staff look for this bare word, which is not part of the log. Cancellable and
-            // not flushed, because standard output may be blocked.
+            // Service staff search for this bare word, which is not part of the log. Not flushed,
+            // and called with cancellation enabled, because standard output may block.
             http::noteFailure(HTTPFailure::eHeader);
             (void)std::puts("Hmm");
             return false;
@@ -116,7 +116,7 @@ bool HTTPReplyHeader::readHeader(int fd) {
 }
 
 std::string HTTPReplyHeader::getValue(std::string name) {
-    // Inserting a missing name is intentional: a later contentSize() finds it.
+    // Inserting a missing name is intentional: contentSize() then finds it.
     return mFields[std::move(name)];
 }
 

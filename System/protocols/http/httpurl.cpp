@@ -31,7 +31,7 @@ bool httpURL::parse(const char* text) {
     const char* const hostEnd = next;
     std::uint32_t port = kDefaultPort;
     if (*next == ':') {
-        // A negative number is a large one here, and so refused.
+        // A negative number becomes a large one, which is refused below.
         port = static_cast<std::uint32_t>(base::parseNumber(next + 1, next));
     }
     if (*next != '/' || port > kHighestPort) {
@@ -48,7 +48,7 @@ std::string httpURL::createRequest() const {
     if (mHost.empty()) {
         return {};
     }
-    constexpr std::size_t fixedParts = 128;  // more than these have
+    constexpr std::size_t fixedParts = 128;  // an upper bound of the fixed texts
     std::string request;
     request.reserve(mPath.size() + mHost.size() + fixedParts);
     request.append("GET ").append(mPath).append(" HTTP/1.0\r\nHost: ").append(mHost);

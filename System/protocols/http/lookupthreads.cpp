@@ -19,7 +19,7 @@
 
 namespace http {
 
-/// What one thread asks and any number of callers wait for.
+/// A host that one thread resolves while any number of callers wait for the answer.
 struct Question {
     enum State { eOpen, eAsked, eAnswered };
 
@@ -33,9 +33,9 @@ struct Question {
     const std::string mHost;
     HostLookup mResult;  // written before mAnswered is posted
     sem_t mAnswered;     // posted once for each waiting caller
-    // Under the lock:
+    // Guarded by lookupLock:
     State mState = eOpen;
-    int mWaiting = 0;  // callers
+    int mWaiting = 0;  // number of callers
     Question* mpNext = nullptr;
 };
 
@@ -43,20 +43,19 @@ namespace {
 
 constexpr std::size_t kResolverBuffer = 8096;
 constexpr int kMostThreads = 8;
-// The C library's own resolver needs some 20 KiB; the rest is for other name service modules.
+// The C library's own resolver needs about 20 KiB; the rest is for other name service modules.
 constexpr std::size_t kStackSize = 262144;
 constexpr std::chrono::milliseconds kRetry(10);
 constexpr int kRetries = 100;
 
-// Guards everything below, and is held for a few instructions or the start of a thread.
+// Guards everything below. Held for a few instructions or while a thread is started.
 base::Mutex lookupLock;
-Question* pQuestions KESTROVA_GUARDED_BY(lookupLock) =
-    nullptr;  // that are open or being asked, in order
+Question* pQuestions KESTROVA_GUARDED_BY(lookupLock) = nullptr;  // open or being asked, in order
 int openQuestions KESTROVA_GUARDED_BY(lookupLock) = 0;
-// A thread exits only when it finds no open question, so while there are threads every question
-// will be asked.
+// A thread exits only if there is no open question, so every question is asked while a thread
+// exists.
 int threads KESTROVA_GUARDED_BY(lookupLock) = 0;
-int idleThreads KESTROVA_GUARDED_BY(lookupLock) = 0;  // that are about to look for an open question
+int idleThreads KESTROVA_GUARDED_BY(lookupLock) = 0;  // will look for an open question
 bool forkHandled KESTROVA_GUARDED_BY(lookupLock) = false;
 
 Question** placeOf(const Question* question) KESTROVA_REQUIRES(lookupLock) {
@@ -67,7 +66,7 @@ Question** placeOf(const Question* question) KESTROVA_REQUIRES(lookupLock) {
     return place;
 }
 
-/// Takes a question out of the list.
+/// Removes a question from the list.
 void unlink(Question& question) KESTROVA_REQUIRES(lookupLock) {
     *placeOf(&question) = question.mpNext;
 }
@@ -77,7 +76,7 @@ void begin(Question& question) KESTROVA_REQUIRES(lookupLock) {
     --openQuestions;
 }
 
-/// The next open question for a thread; null when the thread is to exit.
+/// Returns the next open question for a thread; null if the thread must exit.
 Question* takeQuestion() {
     const base::Lock lock(lookupLock);
     --idleThreads;
@@ -91,7 +90,7 @@ Question* takeQuestion() {
     return nullptr;
 }
 
-/// Gives every waiting caller the answer; without one the question is freed.
+/// Gives the answer to every waiting caller, or frees the question if no caller waits.
 void answerQuestion(Question& question, const HostLookup& result) KESTROVA_REQUIRES(lookupLock) {
     question.mState = Question::eAnswered;
     question.mResult = result;
@@ -123,7 +122,7 @@ void unlockAfterFork() KESTROVA_RELEASE(lookupLock) KESTROVA_UNCHECKED_LOCKING {
     lookupLock.unlock();
 }
 
-/// In a child there are neither the threads nor the callers of its parent.
+/// The parent's threads and callers do not exist in the child.
 void forgetAfterFork() KESTROVA_RELEASE(lookupLock) KESTROVA_UNCHECKED_LOCKING {
     while (pQuestions != nullptr) {
         delete std::exchange(pQuestions, pQuestions->mpNext);
@@ -134,8 +133,8 @@ void forgetAfterFork() KESTROVA_RELEASE(lookupLock) KESTROVA_UNCHECKED_LOCKING {
     lookupLock.unlock();
 }
 
-/// Starts a detached thread that takes no signals: a handler of the application may need more than
-/// the small stack.
+/// Starts a detached thread with all signals blocked, because a handler of the application may need
+/// more than the small stack.
 bool startThread() KESTROVA_REQUIRES(lookupLock) {
     if (!forkHandled) {
         forkHandled = pthread_atfork(lockForFork, unlockAfterFork, forgetAfterFork) == 0;
@@ -157,7 +156,7 @@ bool startThread() KESTROVA_REQUIRES(lookupLock) {
     return error == 0;
 }
 
-/// Starts a thread when one is missing. True when a thread asks the question now or later.
+/// Starts a thread if one is missing. Returns true if a thread asks the question, now or later.
 bool arrange(const Question& question) {
     const base::Lock lock(lookupLock);
     if (openQuestions > idleThreads && threads < kMostThreads && startThread()) {
@@ -167,7 +166,7 @@ bool arrange(const Question& question) {
     return threads > 0 || question.mState != Question::eOpen;
 }
 
-/// Asks a question in the calling thread, unless a thread has taken it after all.
+/// Calls the resolver in the calling thread, unless a thread has taken the question meanwhile.
 void askHere(Question& question) {
     const base::CancelGuard guard;
     {

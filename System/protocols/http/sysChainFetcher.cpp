@@ -17,14 +17,15 @@ namespace {
 constexpr int kCapacity = 20480;
 constexpr int kAttempts = 4;
 
-/// Gives the server, and threads that wait for the lock, some time.
+/// Waits before the next request, so that the server is not overloaded and other threads can take
+/// the lock.
 void pause() {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 
 }  // namespace
 
-/// What becomes of one entry.
+/// The result for one entry.
 struct sysChainFetcher::Delivery {
     bool mOk = false;
     std::string mContentType;
@@ -79,7 +80,7 @@ void sysChainFetcher::internal_run() {
     }
 }
 
-/// Waits for an entry, fetches and delivers it. Returns false when the worker is to exit.
+/// Waits for an entry, fetches and delivers it. Returns false if the worker must exit.
 bool sysChainFetcher::serveNext(HTTPConnection& connection) {
     const base::Lock lock(mLock);
     while (!mStop && mQueue.empty()) {
@@ -118,17 +119,17 @@ void sysChainFetcher::fetch(HTTPConnection& connection, const std::string& url,
     }
 }
 
-/// False when it is worth another attempt, as when there was no memory: an exception would end the
-/// process, because a worker has no caller.
+/// Returns false if another attempt is worthwhile. This includes a lack of memory: an exception
+/// would end the process, because a worker has no caller.
 bool sysChainFetcher::attempt(HTTPConnection& connection, const std::string& url,
                               Delivery& delivery) {
     try {
         HTTPReplyHeader header;
         if (!connection.Open(url.c_str(), header)) {
-            // A server that has answered would answer the same again.
+            // A server that has sent a status would send the same one again.
             return header.code() != 0;
         }
-        // contentSize() ignores the case of the name, getValue() does not: callers rely on both.
+        // contentSize() ignores the case of the name and getValue() does not; callers rely on both.
         const int size = header.contentSize();
         delivery.mContentType = header.getValue("Content-Type");
         return receive(connection, size, delivery);
@@ -151,12 +152,13 @@ bool sysChainFetcher::receive(HTTPConnection& connection, int size, Delivery& de
             break;
         }
         count += n;
-        // With no size the first read ends it, and a full buffer counts as failed: both are meant.
+        // Both are intentional: without a size the loop ends after the first read, and a full
+        // buffer counts as failed.
     } while (count < size && count < mCapacity);
     delivery.mOk = count < mCapacity && (count == size || size == 0);
     if (!delivery.mOk) {
         http::noteFailure(HTTPFailure::eLength);
     }
-    // A body that fills the buffer and is as long as announced would do so again.
+    // A body that fills the buffer and has the announced length would do so again.
     return count == size || size == 0;
 }

@@ -16,15 +16,15 @@ namespace {
 
 constexpr unsigned kChunkSize = 2048;
 
-/// A sum that wraps at 2 GiB on every machine.
+/// Returns a sum that wraps at 2 GiB on every machine.
 int wrappingSum(int first, int second) {
     return static_cast<int>(static_cast<unsigned>(first) + static_cast<unsigned>(second));
 }
 
 }  // namespace
 
-/// Cleans up after a worker that is cancelled or stops early: on every way out of its scope, unless
-/// told that the download has come to its own end.
+/// Cleans up when a worker is cancelled or stops early: runs at every exit from its scope unless
+/// dismissed after a complete download.
 class sysUrlFetcher::CleanUp {
 public:
     explicit CleanUp(sysUrlFetcher& fetcher) : mFetcher(fetcher) {}
@@ -57,13 +57,15 @@ sysUrlFetcher::~sysUrlFetcher() {
 }
 
 void sysUrlFetcher::takeLock() {
-    // sem_wait is a cancellation point. A worker must not end here: it would owe its code 2.
+    // Not cancellable, although sem_wait() is a cancellation point: the worker would exit before it
+    // reports eUrlFetchCancelled.
     const base::CancelGuard guard;
     base::lockSemaphore(mLock);
 }
 
 void sysUrlFetcher::join() {
-    // In this order: the thread that waits may itself be cancelled, and the worker is still there.
+    // Clear mThread only after the join: the waiting thread may itself be cancelled, and the worker
+    // would still exist.
     (void)pthread_join(mThread, nullptr);
     mThread = 0;
 }
@@ -118,7 +120,7 @@ void sysUrlFetcher::internal_run() {
     (void)pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
     const std::unique_ptr<char[]> url = std::move(mpUrl);
     // Both early returns keep the lock on purpose: a fetcher without a callback or an address is
-    // misused, and killThread() blocks on it.
+    // misused, and killThread() blocks.
     if (mpCallback == nullptr) {
         return;
     }
@@ -145,15 +147,15 @@ bool sysUrlFetcher::report(sysUrlFetcherCode code, int received, int total, char
     return mpCallback(code, data, length, received, total, mpUser);
 }
 
-/// Opens the connection and finds the length of the body. False also without memory for the reply:
-/// an exception would end the process, because a worker has no caller.
+/// Opens the connection and reads the length of the body. Also returns false without memory for the
+/// reply: an exception would end the process, because a worker has no caller.
 bool sysUrlFetcher::open(const char* url, int& total) {
     try {
         HTTPReplyHeader header;
         if (!mpConnection->Open(url, header)) {
             return false;
         }
-        // Only the exact name counts here: a length under another spelling is ignored.
+        // Only the exact name counts: a length with another spelling is ignored.
         total = base::parseNumber(header.getValue("Content-Length").c_str());
         return true;
     } catch (const std::bad_alloc&) {
@@ -162,7 +164,7 @@ bool sysUrlFetcher::open(const char* url, int& total) {
     }
 }
 
-/// Returns true when the download has finished, false when the clean-up has to report the end.
+/// Returns true if the download has finished, false if CleanUp must report the end.
 bool sysUrlFetcher::download(const char* url) {
     int total = 0;
     if (!open(url, total)) {
