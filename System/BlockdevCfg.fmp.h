@@ -62,13 +62,17 @@ struct KESTROVA_EXPORT BlockdevConfig {
 };
 
 /// The partition usage table. The system object creates the one instance of the process and
-/// destroys it.
+/// destroys it. An application does not call CreateInstance() or DestroyInstance() while the system
+/// is up.
+///
+/// The built-in table has one disk with a software partition (index 0, ext3, mounted on "/boot-sw")
+/// and a data partition (index 1, xfs, mounted on "/media/data0-1").
+///
+/// A query that finds nothing returns "" or a null pointer, or appends nothing. Results point into
+/// the table and are valid until DestroyInstance().
 ///
 /// Threads: the table is built before any worker thread runs and never changes afterwards, so any
-/// thread may query it without a lock. Queries do not block and do not log. A query that finds
-/// nothing returns "" or a null pointer, or appends nothing. Results point into the table and are
-/// valid until DestroyInstance(). An application does not call CreateInstance() or
-/// DestroyInstance() while the system is up.
+/// thread may query it without a lock. Queries do not block and do not log.
 class KESTROVA_EXPORT BlockdeviceConfig {
 public:
     /// Builds the built-in table. It does not become the instance.
@@ -95,13 +99,14 @@ public:
     void GetPartitionsByUsage(unsigned int usage, KestrovaVector<PartitionConfig*>* out);
     /// @return the first data partition, or null
     PartitionConfig* GetDataPartition();
-    /// @return mount directory of the first software partition, or ""
+    /// @return the mount directory of the first software partition, or ""
     const char* GetSoftwarePartitionMountPoint();
-    /// @return device node of the first software partition, or ""
+    /// @return the device node of the first software partition, or ""
     const char* GetSoftwarePartitionMountDevice();
-    /// @return file system of the first software partition, "xfs", "ext2", "ext3" or "ext4", or ""
+    /// @return the file system of the first software partition, "xfs", "ext2", "ext3" or "ext4", or
+    /// ""
     const char* GetSoftwarePartitionFilesystem();
-    /// @return device node of the first custom partition, or ""; the built-in table has none
+    /// @return the device node of the first custom partition, or ""; the built-in table has none
     const char* GetCustomPartitionMountDevice();
     /// Appends the data partitions that hold the settings store.
     /// @param out appended to, not cleared first

@@ -2,15 +2,16 @@
 /// @file
 /// Shell command lines as child processes.
 ///
-/// Any thread may call these functions at any time; they do not wait for each other. The command
-/// runs in "/bin/sh -c" with the caller's environment, signal mask and dispositions; a signal that
-/// the application handles has its default action in the child. The caller owns the descriptors and
-/// the stream: it reads to the end of file, closes them, and then reaps the child with
-/// kestrova_pstatus(pid, status, true). Descriptors are close-on-exec, so that no other child
+/// The command runs in "/bin/sh -c" with the caller's environment, signal mask and dispositions; a
+/// signal that the application handles has its default action in the child. The caller owns the
+/// descriptors and the stream: it reads to the end of file, closes them, and then reaps the child
+/// with kestrova_pstatus(pid, status, true). Descriptors are close-on-exec, so that no other child
 /// inherits them. The child inherits each standard stream for which no pipe was requested. Writing
 /// to a child that has exited raises SIGPIPE, as with any pipe. A command that the shell cannot
 /// find does not make a start fail: the shell then exits with code 127. The cost does not depend on
 /// the size of the caller.
+///
+/// Threads: any thread may call these functions at any time; they do not wait for each other.
 #ifndef KESTROVA_SYSTEM_KESTROVAPOPEN_H
 #define KESTROVA_SYSTEM_KESTROVAPOPEN_H
 

@@ -93,11 +93,11 @@ public:
     /// @return true if the last tryLock() or lock() failed because another object holds the lock
     bool busy() const;
 
-    /// @return errno of the last tryLock(), lock() or publish() that failed: EWOULDBLOCK if busy(),
-    /// EALREADY if this object already held a lock, ENOLCK for a publish() without a lock; ELOOP
-    /// (symbolic link), ENOTDIR, EINVAL (not a regular file), EPERM (owner or permissions), EMLINK
-    /// (second name) and EFBIG (too large) for a directory or file that is refused; 0 if none has
-    /// failed
+    /// @return the errno of the last tryLock(), lock() or publish() that failed: EWOULDBLOCK if
+    /// busy(), EALREADY if this object already held a lock, ENOLCK for a publish() without a lock;
+    /// ELOOP (symbolic link), ENOTDIR, EINVAL (not a regular file), EPERM (owner or permissions),
+    /// EMLINK (second name) and EFBIG (too large) for a directory or file that is refused; 0 if
+    /// none has failed
     int error() const;
 
     /// @return one line for people about that failure, such as "the boot variables are in use by

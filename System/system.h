@@ -38,7 +38,7 @@ public:
     bool mMinimal;  ///< without drive handling; fixed for the object's lifetime
     sysBootVarsManager* mpBootVarsManager = nullptr;  ///< boot variables, never null
     sysSuperUserUtils* mpSuperUserUtils = nullptr;    ///< maintenance, never null
-    sysDriveManager* mpDriveManager = nullptr;        ///< null without drive handling
+    sysDriveManager* mpDriveManager = nullptr;  ///< null without drive handling, or after termDVR()
 
 private:
     KESTROVA_LOCAL void freeObjects();

@@ -9,7 +9,28 @@
 #include "base/export.h"
 
 /// A sink for characters. Derive from it to send a dump to a destination other than the console. A
-/// sink has no lock: its users serialise their calls.
+/// sink has no lock: its users serialise their calls. A call blocks as long as the destination
+/// does.
+///
+/// @code
+/// class Text : public PrintfOutput {
+/// public:
+///     void put(char character) override { mText += character; }
+///     void write(const char* text, unsigned int length) override {
+///         mText.append(text, length);
+///     }
+///     void flush() override {}
+///
+///     std::string mText;
+/// };
+///
+/// std::string dump(const BlockdeviceConfig& table) {
+///     Text text;
+///     KestrovaOstream stream(&text);
+///     table.DumpToKestrovaOstream(&stream);
+///     return text.mText;
+/// }
+/// @endcode
 class KESTROVA_EXPORT PrintfOutput {
 public:
     /// Layout of a piece. The default adds nothing.
@@ -54,6 +75,9 @@ public:
 };
 
 /// A formatted output stream over a sink. The stream does not own the sink, which outlives it.
+///
+/// Threads: one thread at a time uses a stream. Writing blocks as long as the sink does. It does
+/// not fail, logs nothing, and throws only what the sink throws.
 class KESTROVA_EXPORT KestrovaOstream {
 public:
     /// Format flags. The two lowest are marks for clients: the dump of the partition table sets
@@ -76,7 +100,7 @@ public:
     /// Replaces the format flags.
     /// @param flags FormatFlag values, combined with |
     void setFormatFlags(unsigned flags) { mFormatFlags = flags; }
-    /// @return base of the integers
+    /// @return the base of the integers
     int base() const { return mBase; }
     /// Sets the base for later integers.
     /// @param base 2 to 16; any other value means 10
@@ -136,9 +160,10 @@ private:
 /// @return the stream
 KESTROVA_EXPORT KestrovaOstream& operator<<(KestrovaOstream& stream, const std::string& text);
 
-/// The console stream: standard output, unbuffered, independent of the log's verbosity. Never null,
-/// never destroyed. The library sets its base and format flags under a lock that an application
-/// cannot take, so an application may use it only while no other thread is inside the library.
+/// The console stream: standard output, unbuffered, with eFlagFlushEach, independent of the log's
+/// verbosity. Never null, never destroyed. The library sets its base and format flags under a lock
+/// that an application cannot take, so an application may use it only while no other thread is
+/// inside the library.
 KESTROVA_EXPORT extern KestrovaOstream* const pCoutKestrovaOstream;
 
 #endif

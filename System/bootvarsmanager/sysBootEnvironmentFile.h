@@ -36,6 +36,17 @@
 /// nothing. What is done with the files is logged at level 1, without names and values of
 /// variables. Only allocation failure is thrown; the variables and the arguments are then as they
 /// were.
+///
+/// @code
+/// bool makeEnvironment(const char* path, const std::string& settings) {
+///     sysBootEnvironmentFile file(path);
+///     if (!file.create(true) || !file.importText(settings)) {
+///         std::fprintf(stderr, "%s\n", file.reason().c_str());
+///         return false;
+///     }
+///     return true;
+/// }
+/// @endcode
 class KESTROVA_EXPORT sysBootEnvironmentFile {
 public:
     /// What the files hold.
@@ -152,7 +163,7 @@ public:
     /// succeeded; eStMissing before the first one
     State state() const;
 
-    /// @return errno of the last operation if it failed, otherwise 0: EINVAL, EFBIG, EEXIST,
+    /// @return the errno of the last operation if it failed, otherwise 0: EINVAL, EFBIG, EEXIST,
     /// ENODATA, EILSEQ and EWOULDBLOCK as described above, EBADMSG without a valid file (damaged),
     /// ENOENT without any file, or that of the system call that failed
     int error() const;

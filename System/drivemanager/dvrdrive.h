@@ -111,15 +111,15 @@ public:
     /// @param status the new status
     void setStatus(Status status);
 
-    /// @return block size in bytes of the data partition if there is one, otherwise of the storage
-    /// partition; 0 if that partition is not mounted, and on the failures of
+    /// @return the block size in bytes of the data partition if there is one, otherwise of the
+    /// storage partition; 0 if that partition is not mounted, and on the failures of
     /// sysPartition::fsCapacity()
     unsigned int blockSize();
-    /// @return free space in MiB, rounded down, of the partition that blockSize() measures; 0 on
-    /// the same failures as blockSize()
+    /// @return the free space in MiB, rounded down, of the partition that blockSize() measures; 0
+    /// on the same failures as blockSize()
     unsigned int freeMB();
-    /// @return total space in MiB, rounded down, of the partition that blockSize() measures; 0 on
-    /// the same failures as blockSize()
+    /// @return the total space in MiB, rounded down, of the partition that blockSize() measures; 0
+    /// on the same failures as blockSize()
     unsigned int totalMB();
 
     /// Returns the directory for recordings: the mount directory of the file system that freeMB()
@@ -146,8 +146,8 @@ public:
     /// @return false if the last of these operations has not failed
     bool lastFailure(sysPartition::Failure* failure) const;
 
-    /// @return model text of the drive; valid until the next init(). Do not call it while init()
-    /// runs
+    /// @return the model text of the drive; valid until the next init(). Do not call it while
+    /// init() runs
     const char* model() const { return mModel.c_str(); }
 
 private:

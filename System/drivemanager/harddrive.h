@@ -66,7 +66,7 @@ public:
     /// @return always true
     virtual bool shut();
 
-    /// @return number of partitions in the partition table
+    /// @return the number of partitions in the partition table
     int numPartitions() const { return static_cast<int>(mPartitions.size()); }
     /// Returns one partition, in the order of the partition table.
     /// @param index from 0
@@ -93,21 +93,22 @@ public:
     /// This and the four operations below describe the last run of "/sbin/sfdisk" for this object,
     /// even after shut() or delPartitions(). They run nothing, do not block and log nothing; one
     /// thread at a time, as for the class.
-    /// @return result of the last scanPartitions(), which init(), partitionCustom() and
+    /// @return the result of the last scanPartitions(), which init(), partitionCustom() and
     /// partitionOneBig() call; eTableUnread before the first one
     TableState tableState() const;
-    /// @return raw wait status, as waitpid() returns it, of the tool in the last scanPartitions();
-    /// -1 if the tool was not started or waitpid() failed
+    /// @return the raw wait status, as waitpid() returns it, of the tool in the last
+    /// scanPartitions(); -1 if the tool was not started or waitpid() failed
     int tableToolStatus() const;
-    /// @return errno of the call that failed in the last scanPartitions(): the start of the tool,
-    /// its execution, or the wait for it; 0 if none failed, whatever the tool's status
+    /// @return the errno of the call that failed in the last scanPartitions(): the start of the
+    /// tool, its execution, or the wait for it; 0 if none failed, whatever the tool's status
     int tableToolError() const;
-    /// @return raw wait status of the tool in the last partitionCustom() or partitionOneBig(), as
-    /// tableToolStatus() returns it; SIGKILL if the tool could not be given the whole table and was
-    /// killed
+    /// @return the raw wait status of the tool in the last partitionCustom() or partitionOneBig(),
+    /// as tableToolStatus() returns it; SIGKILL if the tool could not be given the whole table and
+    /// was killed
     int partitionToolStatus() const;
-    /// @return errno of the call that failed in the last partitionCustom() or partitionOneBig(), as
-    /// tableToolError() returns it; a failed write of the table to the tool is included
+    /// @return the errno of the call that failed in the last partitionCustom() or
+    /// partitionOneBig(), as tableToolError() returns it; a failed write of the table to the tool
+    /// is included
     int partitionToolError() const;
 
     /// Writes a new partition table with up to four primary partitions and rebuilds the list, even

@@ -92,17 +92,18 @@ public:
     /// the node does not exist or cannot be opened, which is logged at level 1 with its name
     bool init(const char* path, unsigned long long capacity, int type);
 
-    /// @return device node that init() found; valid until the next init()
+    /// @return the device node that init() found; valid until the next init()
     const char* path() const { return mPath.c_str(); }
-    /// @return size in bytes that was passed to init()
+    /// @return the size in bytes that was passed to init()
     unsigned long long capacity() const { return mCapacity; }
-    /// @return partition table's type byte that was passed to init()
+    /// @return the partition table's type byte that was passed to init()
     int type() const { return mType; }
-    /// @return file system that init() recognised; formatting does not change it
+    /// @return the file system that init() recognised; formatting does not change it
     FSType fileSystemType() const { return mFsType; }
-    /// @return volume label that init() read, or null if it is empty; valid until the next init()
+    /// @return the volume label that init() read, or null if it is empty; valid until the next
+    /// init()
     const char* label() const { return mLabel.empty() ? nullptr : mLabel.c_str(); }
-    /// @return directory where init(), isMounted() or mount() last found the partition mounted;
+    /// @return the directory where init(), isMounted() or mount() last found the partition mounted;
     /// null before that and after unmount(); valid until the next operation
     const char* mountpoint() const { return mMountPoint.empty() ? nullptr : mMountPoint.c_str(); }
 
@@ -150,14 +151,15 @@ public:
 
     /// Measures the file system at mountpoint(). If another process has unmounted the partition,
     /// that is the file system that contains the directory.
-    /// @return size of the mounted file system in bytes; 0 if it is not known to be mounted, cannot
-    /// be measured, or has a value that does not fit 32 bits, because the 32-bit statfs() then
-    /// fails
+    /// @return the size of the mounted file system in bytes; 0 if it is not known to be mounted,
+    /// cannot be measured, or has a value that does not fit 32 bits, because the 32-bit statfs()
+    /// then fails
     unsigned long long fsCapacity() const;
-    /// @return free bytes of the mounted file system, including the blocks reserved for root; 0 on
-    /// the failures of fsCapacity()
+    /// @return the free bytes of the mounted file system, including the blocks reserved for root; 0
+    /// on the failures of fsCapacity()
     unsigned long long fsFree() const;
-    /// @return block size of the mounted file system in bytes; 0 on the failures of fsCapacity()
+    /// @return the block size of the mounted file system in bytes; 0 on the failures of
+    /// fsCapacity()
     unsigned int fsBlockSize() const;
 
     /// Reads the size of the file system from the superblock on the device, mounted or not. If it
@@ -191,8 +193,8 @@ public:
     /// reported on standard error
     bool ext3_format(const char* label);
     /// Returns a progress value. Any thread may call it.
-    /// @return progress of the running or last ext3_format(), in thousandths of a per cent, 0 to
-    /// 100000; 100000 at the end, even if the tool failed, and 0 if fork() failed
+    /// @return the progress of the running or last ext3_format(), in thousandths of a per cent, 0
+    /// to 100000; 100000 at the end, even if the tool failed, and 0 if fork() failed
     int ext3_format_progress() const { return mFormatProgress.load(std::memory_order_relaxed); }
 
     /// Makes an XFS file system. Destroys existing data; does not check whether the partition is
@@ -211,7 +213,7 @@ public:
     /// gives the reason
     bool ext3_fscheck();
     /// Returns a progress value. Any thread may call it.
-    /// @return progress of the running or last ext3_fscheck(), in thousandths of a per cent, as
+    /// @return the progress of the running or last ext3_fscheck(), in thousandths of a per cent, as
     /// ext3_format_progress(); each of the tool's five passes counts 20000. Within a pass of more
     /// than 42949 steps the value drops at times. The check of a mounted partition does not change
     /// it

@@ -28,7 +28,24 @@
 ///
 /// Failures are logged at level 1, the reason why a header was refused at level 2; the only
 /// exception is std::bad_alloc.
-/// thrown.
+///
+/// @code
+/// bool show(const char* address) {
+///     HTTPConnection connection;
+///     HTTPReplyHeader header;
+///     if (!connection.Open(address, header) || header.code() != 200) {
+///         return false;  // a request that could not be sent leaves code 0
+///     }
+///     char piece[1024];
+///     long long length = 0;
+///     int n = 0;
+///     while ((n = connection.Read(piece, sizeof(piece))) > 0) {
+///         std::fwrite(piece, 1, static_cast<std::size_t>(n), stdout);
+///         length += n;
+///     }
+///     return n == 0 && length >= header.contentSize();
+/// }
+/// @endcode
 class KESTROVA_EXPORT HTTPConnection {
 public:
     /// No socket.
@@ -57,13 +74,14 @@ public:
     bool Open(const char* url, HTTPReplyHeader& hdr);
     /// Like Open(url, hdr), but discards the header.
     /// @param url an "http://" address that httpURL::parse() accepts
-    /// @return see Open(url, hdr); only lastFailure() shows that the request could not be sent
+    /// @return the same as Open(url, hdr); only lastFailure() shows that the request could not be
+    /// sent
     bool Open(const char* url);
 
     /// Receives a part of the body with one recv(). Logs nothing.
     /// @param[out] buf the bytes
     /// @param len size of `buf` in bytes
-    /// @return number of bytes received; 0 at the end of the stream, even if that is before the
+    /// @return the number of bytes received; 0 at the end of the stream, even if that is before the
     /// announced length; negative on an error, without a socket, or after 30 s without a byte, with
     /// errno set
     int Read(void* buf, unsigned int len);

@@ -54,6 +54,19 @@ struct sysChainFetcherQEntry {
 /// calls back, and releases it for 10 ms after each entry. An operation blocks until then, for up
 /// to four attempts, each as long as HTTPConnection blocks. Logs nothing; the connection logs its
 /// own failures. The only exception is std::bad_alloc; in the worker it ends the process.
+///
+/// @code
+/// void show(bool ok, unsigned id, const char* type, char*, int length, void*) {
+///     std::printf("%u: %s, %d bytes of %s\n", id, ok ? "whole" : "failed",
+///                 length, type);
+/// }
+///
+/// void queuePages(sysChainFetcher& fetcher) {
+///     fetcher.setCallback(show, nullptr);
+///     fetcher.pushUrl(1, "http://guide.example/today");
+///     fetcher.pushUrl(2, "http://guide.example/tomorrow");
+/// }
+/// @endcode
 class KESTROVA_EXPORT sysChainFetcher {
 public:
     /// Starts the worker. If no thread can be created, entries are queued but never fetched.
