@@ -69,6 +69,17 @@ Look lookClosely(const base::Descriptor& file, sysResourceLock::Holder& holder) 
 
 }  // namespace
 
+namespace {
+
+/// The path of a resource's lock file, and what errno says.
+std::string failedCall(sysResourceLock::Resource resource) {
+    const char* const problem = std::strerror(errno);
+    std::string text = resourcelock::kFolder;
+    return text.append("/").append(namesOf(resource).mFile).append(": ").append(problem);
+}
+
+}  // namespace
+
 struct sysResourceLock::State {
     Resource mResource;
     Record mRecord;  // of this object's lock
@@ -160,8 +171,7 @@ bool sysResourceLock::State::show(base::Descriptor& file, Mode mode) {
     const bool full = slot < 0 && errno == EAGAIN && mode == eMoShared;
     if (!full && (slot < 0 || !resourcelock::writeSlot(file, slot, mRecord) ||
                   !resourcelock::showSlot(file, slot))) {
-        return failOn(std::string(resourcelock::kFolder) + "/" + namesOf(mResource).mFile + ": " +
-                      std::strerror(errno));
+        return failOn(failedCall(mResource));
     }
     mBusy = false;
     mError = 0;
@@ -236,9 +246,7 @@ bool sysResourceLock::publish(const char* state, int percent) {
         resourcelock::fieldText(state != nullptr ? state : "", resourcelock::kLongestState);
     record.mPercent = std::clamp(percent, 0, whole);
     return mpState->mSlot < 0 || resourcelock::writeSlot(mpState->mFile, mpState->mSlot, record) ||
-           mpState->fail(errno, std::string(resourcelock::kFolder) + "/" +
-                                    namesOf(mpState->mResource).mFile + ": " +
-                                    std::strerror(errno));
+           mpState->fail(errno, failedCall(mpState->mResource));
 }
 
 bool sysResourceLock::holder(Resource resource, Holder& holder) {
@@ -253,8 +261,7 @@ bool sysResourceLock::holder(Resource resource, Holder& holder) {
         return failure.mError == ENOENT;
     }
     if (lookClosely(file, holder) == Look::eFailed) {
-        holder.mReason =
-            std::string(resourcelock::kFolder) + "/" + name + ": " + std::strerror(errno);
+        holder.mReason = failedCall(resource);
         return false;
     }
     return true;

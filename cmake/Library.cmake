@@ -113,8 +113,8 @@ target_compile_options(kestrova-objects PRIVATE -ffunction-sections -fdata-secti
 # caller's.
 set_source_files_properties(base/process/childprocess.cpp PROPERTIES
   COMPILE_OPTIONS -fno-sanitize=all)
-set_source_files_properties(base/text/crc32.cpp System/bootvarsmanager/bootvariables.cpp
-  PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
+set_source_files_properties(base/text/crc32.cpp PROPERTIES
+  COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
 target_link_libraries(kestrova-objects PRIVATE kestrova-compile Threads::Threads)
 
 add_library(kestrova-system SHARED $<TARGET_OBJECTS:kestrova-objects>)

@@ -13,13 +13,15 @@ bool isEmpty(const BootRecord& record) {
     return record.mValue.empty();
 }
 
+/// Of two records with the same key the earlier one in the file comes first.
 bool precedes(const BootRecord& one, const BootRecord& other) {
-    return one.mKey < other.mKey;
+    const int order = one.mKey.compare(other.mKey);
+    return order < 0 || (order == 0 && one.mKey.data() < other.mKey.data());
 }
 
 /// Sorts the records. Of those with the same key only the last one remains.
 void sortByKey(std::vector<BootRecord>& records) {
-    std::stable_sort(records.begin(), records.end(), precedes);
+    std::sort(records.begin(), records.end(), precedes);
     auto kept = records.begin();
     for (auto record = records.begin(); record != records.end(); ++record) {
         const auto next = record + 1;
@@ -136,11 +138,11 @@ bool BootVariables::find(std::string_view key, BootRecord& record) const {
 void BootVariables::appendTo(KestrovaVector<std::string>& names,
                              KestrovaVector<std::string>& values) const {
     // Everything that can fail comes first, so that both vectors always grow together.
-    std::vector<std::pair<std::string, std::string>> found;
-    found.reserve(count());
+    std::vector<std::pair<std::string, std::string>> found(count());
     for (std::size_t place = 0; place < count(); ++place) {
         const auto [name, value] = at(place);
-        found.emplace_back(name, value);
+        found[place].first = name;
+        found[place].second = value;
     }
     names.reserve(names.size() + found.size());
     values.reserve(values.size() + found.size());

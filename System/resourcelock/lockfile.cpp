@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace resourcelock {
@@ -24,9 +25,9 @@ constexpr int kRounds = 100;
 constexpr off_t kOwnerBytes = kLargestFile;
 constexpr off_t kShownBytes = kOwnerBytes + kSlots;
 
-bool fail(Failure& failure, int error, const std::string& path, const std::string& why) {
+bool fail(Failure& failure, int error, const std::string& path, const char* why) {
     failure.mError = error;
-    failure.mText = path + ": " + why;
+    failure.mText.assign(path).append(": ").append(why);
     return false;
 }
 
@@ -34,21 +35,17 @@ bool fail(Failure& failure, int error, const std::string& path) {
     return fail(failure, error, path, std::strerror(error));
 }
 
-std::string octal(mode_t mode) {
-    char text[8];
-    (void)std::snprintf(text, sizeof(text), "%04o", static_cast<unsigned>(mode & 07777));
-    return text;
-}
-
 bool checkOwner(const struct stat& status, mode_t foreign, const std::string& path,
                 Failure& failure) {
+    char why[64];
     if (status.st_uid != 0) {
-        return fail(failure, EPERM, path,
-                    "belongs to user " + std::to_string(status.st_uid) + ", not to root");
+        (void)std::snprintf(why, sizeof(why), "belongs to user %u, not to root", status.st_uid);
+        return fail(failure, EPERM, path, why);
     }
     if ((status.st_mode & foreign) != 0) {
-        return fail(failure, EPERM, path,
-                    "its mode " + octal(status.st_mode) + " gives rights to other users");
+        (void)std::snprintf(why, sizeof(why), "its mode %04o gives rights to other users",
+                            status.st_mode & 07777U);
+        return fail(failure, EPERM, path, why);
     }
     return true;
 }
@@ -84,8 +81,10 @@ bool checkFile(const struct stat& status, const std::string& path, Failure& fail
         return fail(failure, EMLINK, path, "has another name, too (hard link)");
     }
     if (status.st_size > static_cast<off_t>(kLargestFile)) {
-        return fail(failure, EFBIG, path,
-                    "is too large (" + std::to_string(status.st_size) + " bytes)");
+        char why[64];
+        (void)std::snprintf(why, sizeof(why), "is too large (%lld bytes)",
+                            static_cast<long long>(status.st_size));
+        return fail(failure, EFBIG, path, why);
     }
     return true;
 }

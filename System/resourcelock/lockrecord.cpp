@@ -24,15 +24,6 @@ bool isField(std::string_view text, std::size_t longest) {
     return text.size() <= longest && std::none_of(text.begin(), text.end(), isControl);
 }
 
-std::string checkLine(std::string_view text) {
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data());
-    char line[32];
-    (void)std::snprintf(
-        line, sizeof(line), "check %08x\n",
-        static_cast<unsigned>(kestrova_crc32(bytes, static_cast<int>(text.size()))));
-    return line;
-}
-
 /// Removes lines such as "pid 812" from the start of a text.
 class Lines {
 public:
@@ -49,8 +40,7 @@ public:
         return true;
     }
 
-    template <typename Number>
-    bool takeNumber(std::string_view name, Number least, Number most, Number& number) {
+    bool takeNumber(std::string_view name, long long least, long long most, long long& number) {
         std::string_view text;
         if (!takeText(name, text)) {
             return false;
@@ -80,16 +70,17 @@ std::string fieldText(std::string_view text, std::size_t longest) {
 }
 
 std::string formatRecord(const Record& record) {
-    std::string text = kFirstLine;
-    text += "pid " + std::to_string(record.mPid) + "\n";
-    text += "since " + std::to_string(record.mSince) + "\n";
-    text += std::string("mode ") + (record.mShared ? "shared" : "exclusive") + "\n";
-    text += "command " + record.mCommand + "\n";
-    text += "state " + record.mState + "\n";
-    text += "percent " + std::to_string(record.mPercent) + "\n";
-    text += checkLine(text);
-    text.resize(kRecordSize, '\n');
-    return text;
+    char text[kRecordSize];
+    const int length = std::snprintf(
+        text, sizeof(text), "%spid %d\nsince %lld\nmode %s\ncommand %s\nstate %s\npercent %d\n",
+        kFirstLine, record.mPid, record.mSince, record.mShared ? "shared" : "exclusive",
+        record.mCommand.c_str(), record.mState.c_str(), record.mPercent);
+    const auto check = kestrova_crc32(reinterpret_cast<const unsigned char*>(text), length);
+    (void)std::snprintf(text + length, sizeof(text) - static_cast<std::size_t>(length),
+                        "check %08x\n", static_cast<unsigned>(check));
+    std::string whole = text;
+    whole.resize(kRecordSize, '\n');
+    return whole;
 }
 
 bool parseRecord(std::string_view bytes, Record& record) {
@@ -101,14 +92,18 @@ bool parseRecord(std::string_view bytes, Record& record) {
     std::string_view mode;
     std::string_view command;
     std::string_view state;
+    long long pid = 0;
+    long long percent = 0;
     Record found;
-    if (!lines.takeNumber("pid", 1, INT_MAX, found.mPid) ||
-        !lines.takeNumber("since", 0LL, LLONG_MAX, found.mSince) || !lines.takeText("mode", mode) ||
+    if (!lines.takeNumber("pid", 1, INT_MAX, pid) ||
+        !lines.takeNumber("since", 0, LLONG_MAX, found.mSince) || !lines.takeText("mode", mode) ||
         !lines.takeText("command", command) || !lines.takeText("state", state) ||
-        !lines.takeNumber("percent", 0, kWholePercent, found.mPercent) ||
+        !lines.takeNumber("percent", 0, kWholePercent, percent) ||
         !isField(command, kLongestCommand) || !isField(state, kLongestState)) {
         return false;
     }
+    found.mPid = static_cast<int>(pid);
+    found.mPercent = static_cast<int>(percent);
     found.mShared = mode == "shared";
     found.mCommand = command;
     found.mState = state;
