@@ -123,7 +123,7 @@ void expectGuided(const Guide& guide, const std::string& log) {
         const std::string call = source[number - 1] + source[number];
         EXPECT_TRUE(call.find('"' + start) != std::string::npos ||
                     (start == "Moving " && call.find("moveFile(") != std::string::npos) ||
-                    (start == "Setting key " && call.find("logLongSetting(") != std::string::npos))
+                    (start == "Setting key " && call.find("logTextSetting(") != std::string::npos))
             << lines[i] << " " << lines[i + 1] << ": " << call;
     }
 }
