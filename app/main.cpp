@@ -59,13 +59,13 @@ int main(int argc, char** argv) {
         if (streams.outputError() == 0) {
             return status;
         }
-        // A reader that has had enough, such as 'head', needs no message.
+        // A reader that has enough data, such as 'head', needs no message.
         if (streams.outputError() != EPIPE) {
             app::printError(std::string("standard output: ") + std::strerror(streams.outputError()),
                             true);
         }
         return worse(status, app::eFailed);
-    } catch (const std::exception& error) {  // no memory, or no descriptors
+    } catch (const std::exception& error) {  // out of memory, or of descriptors
         app::printError(error.what(), true);
         return app::eFailed;
     }

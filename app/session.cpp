@@ -53,7 +53,8 @@ Result Session::useDrive(const Invocation& invocation, sysDVRDrive*& drive) {
         DriveIdentity identity;
         result = identifyDrive(identity);
         if (result.good()) {
-            getSystem()->termDVR();  // of an earlier attempt that found no drive
+            getSystem()->termDVR();  // frees the drive manager of an earlier attempt that found no
+                                     // drive
             mSystem.bringUpDrive();
             result = this->drive() != nullptr ? Result() : Result::failed(noDriveReason());
         }
@@ -90,7 +91,7 @@ ExitStatus Session::close() {
         mInteractive = false;
         status = runNow(kDriveWatchCommand);
     }
-    // A single 'drive start' leaves the drive started, for whatever follows it.
+    // A single 'drive start' leaves the drive started for the programs that use it.
     const bool started = drive() != nullptr && statusOf(*drive()) == sysDVRDrive::eStStarted;
     if (mShell && started) {
         complain("the drive is still started at the end of the shell: stopping it");
@@ -100,7 +101,7 @@ ExitStatus Session::close() {
     return status;
 }
 
-/// Runs a command of the drive that nobody has typed.
+/// Runs a drive command that the user has not typed.
 ExitStatus Session::runNow(const Command& command) {
     Invocation invocation;
     invocation.mCommand = &command;
@@ -130,7 +131,7 @@ Result Session::perform(const Invocation& invocation) {
     return result;
 }
 
-/// Work that nobody watched has ended before the next command: tells how, apart from that command.
+/// Reports work that has ended before the next command while no command followed it.
 void Session::reportEndedWork() {
     const std::unique_ptr<Work> work = std::move(mWork);
     const Result result = work->finish();
@@ -187,7 +188,7 @@ bool Session::confirm(const std::string& question) {
 }
 
 bool Session::interrupted() {
-    // At a terminal what is pending belongs to the prompt.
+    // At a terminal a pending signal belongs to the prompt.
     mInterrupted = mInterrupted || (!mInteractive && mInterrupts.take());
     return mInterrupted || mInterrupts.ending() != 0;
 }

@@ -8,7 +8,7 @@
 
 namespace app {
 
-/// How far something is.
+/// Progress of some work.
 struct Progress {
     std::string mState;
     int mPercent = 0;
@@ -18,8 +18,8 @@ struct Progress {
     }
 };
 
-/// Something long that runs on a thread of its own or of the library. Its destructor waits until it
-/// has ended, wherever that is needed.
+/// Long-running work on its own thread or on one of the library. Its destructor waits for the end
+/// if necessary.
 class Work {
 public:
     Work() = default;
@@ -27,13 +27,13 @@ public:
     Work(const Work&) = delete;
     Work& operator=(const Work&) = delete;
 
-    /// "format", "start" or "check".
+    /// Returns "format", "start" or "check".
     virtual const char* name() const = 0;
-    /// True when it has ended, so that the drive is free again. Answers at once.
+    /// Returns whether the work has ended, so that the drive is free again. Does not block.
     virtual bool ended() = 0;
-    /// Answers at once.
+    /// Does not block.
     virtual Progress progress() = 0;
-    /// What came of it. To be called once, after it has ended.
+    /// Returns the result. Call it once, after the end.
     virtual Result finish() = 0;
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A command of kestrova: its row, and how it was asked for. Parsing, help and running go by the
-// row, which stands beside the code of its command.
+// A command of kestrova: its table row and its invocation. Parsing, help and running use the row,
+// which is defined next to the code of its command.
 #ifndef KESTROVA_APP_CLI_COMMAND_H
 #define KESTROVA_APP_CLI_COMMAND_H
 
@@ -18,7 +18,7 @@ struct Invocation;
 
 using Words = std::vector<std::string>;
 
-/// Options that some commands take, as bits of Command::mOptions.
+/// Options that only some commands accept, as bits of Command::mOptions.
 enum CommandOption : unsigned {
     eOptionYes = 1,
     eOptionNoWait = 2,
@@ -33,33 +33,33 @@ enum CommandOption : unsigned {
     eOptionSaveTable = 1024,
 };
 
-/// What a command needs and does, as bits of Command::mTraits.
+/// Requirements and effects of a command, as bits of Command::mTraits.
 enum CommandTrait : unsigned {
-    eNeedsDrive = 1,        ///< the drive's part of the system; refused with --minimal
-    eDestroysData = 2,      ///< asks before it does
+    eNeedsDrive = 1,        ///< needs the drive; refused with --minimal
+    eDestroysData = 2,      ///< asks for confirmation first
     eRunsBesideWork = 4,    ///< may run during a format, a mount or a check
-    eReadsInput = 8,        ///< reads standard input when it has no arguments
-    eReadsVariables = 16,   ///< holds the lock of the boot variables while it runs, shared
-    eWritesVariables = 32,  ///< the same, exclusively
-    eRunsCommands = 64,     ///< the shell
+    eReadsInput = 8,        ///< reads standard input if it has no arguments
+    eReadsVariables = 16,   ///< holds a shared lock of the boot variables while it runs
+    eWritesVariables = 32,  ///< holds an exclusive lock of the boot variables while it runs
+    eRunsCommands = 64,     ///< runs other commands (the shell)
 };
 
 struct Command {
-    const char* mName;       ///< one word, or a group's name and another word
+    const char* mName;       ///< one word, or the name of a group and another word
     const char* mArguments;  ///< "" for none
 
     /// The help page, in lines of at most 80 columns: a summary line, an empty line, details, an
-    /// empty line, "Exit status:" with 1 and those from 3 on, an empty line, and "Example:". Usage,
-    /// options and the common statuses are added when it is shown.
+    /// empty line, "Exit status:" with 1 and those from 3, an empty line, and "Example:". Usage,
+    /// options and the common statuses are added for display.
     const char* mHelp;
 
     unsigned mOptions;  ///< CommandOption bits
     unsigned mTraits;   ///< CommandTrait bits
 
-    /// Runs it.
+    /// Runs the command.
     Result (*mRun)(Session& session, const Invocation& invocation);
-    /// Checks the arguments without touching the machine. There are no fewer than the row asks for.
-    /// Null when there is nothing to check but their number.
+    /// Checks the arguments without touching the machine. The number of arguments is at least the
+    /// one in the row. Null if only their number needs a check.
     Result (*mCheck)(const Words& arguments) = nullptr;
 
     bool has(CommandTrait trait) const { return (mTraits & trait) != 0; }
@@ -82,12 +82,12 @@ struct Options {
     std::string mSaveTable;              ///< value of --save-table, never empty when given
 };
 
-/// A command as it was asked for.
+/// A parsed command with its arguments and options.
 struct Invocation {
     const Command* mCommand = nullptr;  ///< null for help, version and exit
     Words mArguments;
     Options mOptions;
-    std::string mAnswer;  ///< the text of --help or --version, to be printed instead of a run
+    std::string mAnswer;  ///< text of --help or --version, printed instead of running a command
 };
 
 }  // namespace app

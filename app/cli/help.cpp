@@ -22,7 +22,7 @@ std::string summary(const Command& command) {
     return page.substr(0, page.find('\n'));
 }
 
-/// The lines of a section of a command's page, to its end or to the next section.
+/// Returns the lines of a section of a command's page, up to its end or to the next section.
 std::string section(const Command& command, const char* title, const char* next) {
     const std::string page = command.mHelp;
     const std::size_t begin = page.find(title) + std::strlen(title);
@@ -61,7 +61,7 @@ constexpr char kLockStatuses[] =
     "  6  cancelled by Ctrl-C\n"
     "  7  another process has the lock; nothing was touched\n";
 
-/// `lines` begin with that of status 1.
+/// `lines` start with the line of status 1.
 std::string statuses(const std::string& lines) {
     const std::size_t second = lines.find('\n') + 1;
     return kStatusTitle + std::string("  0  done\n") + lines.substr(0, second) +

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The help pages, but for their lists of options, which parse.cpp has.
+// The help pages except their lists of options, which are in parse.cpp.
 #ifndef KESTROVA_APP_CLI_HELP_H
 #define KESTROVA_APP_CLI_HELP_H
 
@@ -10,12 +10,12 @@
 
 namespace app {
 
-/// The page for a command, a group ("drive"), or all of kestrova (""), up to its options.
+/// Returns the page for a command, a group ("drive"), or all of kestrova (""), up to its options.
 std::string helpBeforeOptions(const std::string& name);
-/// The rest of the page: exit statuses and examples.
+/// Returns the rest of the page: exit statuses and examples.
 std::string helpAfterOptions(const std::string& name);
 
-/// "vars set [OPTION...] NAME VALUE"; the options are those of the command alone.
+/// Returns "vars set [OPTION...] NAME VALUE"; the options are those of the command only.
 std::string synopsis(const Command& command);
 
 }  // namespace app

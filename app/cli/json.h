@@ -11,8 +11,8 @@
 
 namespace app {
 
-/// A JSON value: null until something is added. Only json.cpp includes the library behind it, which
-/// takes long to compile.
+/// A JSON value, initially null. Only json.cpp includes the JSON library, because it takes long to
+/// compile.
 class Json {
 public:
     Json();
@@ -23,14 +23,14 @@ public:
     /// A byte that is not UTF-8 becomes the character with the byte's number, so that the document
     /// is well-formed and still shows the byte.
     Json(const std::string& text);
-    /// The same; a null pointer is a JSON null.
+    /// Like the string constructor; a null pointer is a JSON null.
     Json(const char* text);
     template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
     Json(Number value)
         : Json(static_cast<
                std::conditional_t<std::is_signed_v<Number>, long long, unsigned long long>>(
               value)) {}
-    /// An array, which can stay empty.
+    /// Returns an empty array.
     static Json array();
 
     Json(const Json& other);
@@ -40,12 +40,12 @@ public:
 
     /// Adds a member to an object. Members keep their order.
     Json& add(const char* name, const Json& value);
-    /// Adds all members of another object; a null has none.
+    /// Adds all members of another object, or none of a null.
     Json& add(const Json& other);
     /// Adds an element to an array.
     Json& append(const Json& value);
 
-    /// The value on one line. An object without members is "{}", also while it is still null.
+    /// Returns the value on one line. An object without members, including a null one, is "{}".
     std::string text() const;
 
 private:

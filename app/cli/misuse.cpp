@@ -18,7 +18,7 @@ std::string called(const std::string& words, bool inShell) {
     return inShell ? "'" + words + "'" : "'kestrova " + words + "'";
 }
 
-/// How many letters have to be inserted, deleted, replaced or swapped with their neighbour.
+/// Number of letters to insert, delete, replace or swap with their neighbour.
 std::size_t distance(const std::string& one, const std::string& other) {
     std::vector<std::size_t> before;
     std::vector<std::size_t> last;
@@ -41,10 +41,10 @@ std::size_t distance(const std::string& one, const std::string& other) {
     return row[other.size()];
 }
 
-/// Collects the names that come nearest to what was typed.
+/// Collects the names that are most similar to the typed word.
 class Nearest {
 public:
-    /// `name` is suggested when `typed` is spelt much like `word`, or begins it.
+    /// Suggests `name` if `typed` is similar to `word` or is a prefix of it.
     void offer(const std::string& typed, const std::string& word, const std::string& name) {
         const bool begun = word.compare(0, typed.size(), typed) == 0 && word != typed;
         const std::size_t length = begun ? 1 : distance(typed, word);
@@ -62,7 +62,7 @@ public:
         }
     }
 
-    /// "; do you mean 'vars set' or 'syslog set'?", or another text when nothing comes near.
+    /// Returns "; do you mean 'vars set' or 'syslog set'?", or `other` if no name is similar.
     std::string questionOr(const std::string& other) const {
         std::string text;
         for (const std::string& name : mNames) {
@@ -76,7 +76,7 @@ private:
     std::vector<std::string> mNames;
 };
 
-/// The names of the command's arguments.
+/// Returns the names of the command's arguments.
 Words argumentNames(const Command& command) {
     std::istringstream text(command.mArguments);
     Words names;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What to say about words that cannot be run, and the next step. A hint names the command as it is
-// called from where the words come from: within a shell without "kestrova".
+// Messages about words that cannot be run, with the next step. A hint names the command as the user
+// must type it: within a shell without "kestrova".
 #ifndef KESTROVA_APP_CLI_MISUSE_H
 #define KESTROVA_APP_CLI_MISUSE_H
 
@@ -14,14 +14,14 @@ namespace app {
 /// "; 'kestrova vars get --help' lists the options"
 std::string optionsHint(const std::string& name, bool inShell);
 
-/// For one or two words that name no command. Suggests the commands that are spelt like them.
+/// Message for one or two words that do not name a command. Suggests similar commands.
 std::string unknownCommand(const Words& words, bool inShell);
 
-/// For a group, or nothing, without a command.
+/// Message for a group, or nothing, without a command.
 std::string missingCommand(const std::string& group, bool inShell);
 
-/// For a word that names no option of a command, or of any if `name` is empty. Suggests the one of
-/// the known long options that is spelt like it.
+/// Message for a word that is not an option of the command, or of any command if `name` is empty.
+/// Suggests a similar one of the known long options.
 std::string unknownOption(const std::string& word, const Words& known, const std::string& name,
                           bool inShell);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The only file that includes CLI11, which takes long to compile.
+// The only file that includes CLI11, because it takes long to compile.
 #include "app/cli/parse.h"
 
 #include <CLI/CLI.hpp>
@@ -40,11 +40,11 @@ CLI::Option* addNumber(CLI::App& app, const char* name, Number& number, unsigned
     return app.add_option(name, convert, help);
 }
 
-/// Options that a line of a shell cannot have.
+/// Options that are not available within a shell.
 constexpr const char* kStartOptions[] = {"--minimal", "-v", "--level", "--version", "--in"};
 
-/// Parses one command. CLI11 parses options and finds the command. Arguments are what it leaves:
-/// as arguments of its own it would split "[a,b]".
+/// Parses one command. CLI11 parses options and finds the command. The arguments are the remaining
+/// words, because CLI11 would split an argument of its own such as "[a,b]".
 class Parser {
 public:
     Parser(const Source& source, Invocation& invocation)
@@ -58,7 +58,8 @@ public:
         if (Result mistyped = mistypedLongOption(optionsAndNames); !mistyped.good()) {
             return mistyped;
         }
-        std::reverse(optionsAndNames.begin(), optionsAndNames.end());  // as CLI11 wants them
+        std::reverse(optionsAndNames.begin(), optionsAndNames.end());  // the order that CLI11
+                                                                       // expects
         try {
             mRoot.parse(std::move(optionsAndNames));
         } catch (const CLI::CallForHelp&) {
@@ -83,8 +84,8 @@ private:
     static constexpr char kGeneralOptions[] = "Options";
     static constexpr char kCommandOptions[] = "Options of this command";
 
-    /// Describes to CLI11 what the words can mean. Describing all commands would take longer than
-    /// most commands run.
+    /// Describes the commands that the words can mean to CLI11. Describing all commands would take
+    /// longer than most commands run.
     void describe(const Words& words) {
         const auto given = [&words](const std::string& name) {
             return std::find(words.begin(), words.end(), name) != words.end();
@@ -121,7 +122,7 @@ private:
         }
     }
 
-    /// Each command has the general options too, so that they can stand before and after its name.
+    /// Each command has the general options as well, so that they can be before and after its name.
     void addGeneralOptions(CLI::App& app) {
         mApps.push_back(&app);
         if (!mSource.mShell) {
@@ -207,7 +208,8 @@ private:
         }
     }
 
-    /// A long option with a single dash, such as "-help": CLI11 would read it letter by letter.
+    /// Reports a long option with a single dash, such as "-help", which CLI11 would parse letter by
+    /// letter.
     Result mistypedLongOption(const Words& words) const {
         Words names;
         for (const CLI::App* const app : mApps) {
@@ -240,7 +242,7 @@ private:
         mInvocation.mCommand = findCommand(mName);
     }
 
-    /// What CLI11 has left, without the arguments behind "--".
+    /// Reports the words that CLI11 did not parse, except the arguments after "--".
     Result unknownWords() const {
         const Words words = mRoot.remaining(true);
         const auto name = std::find_if_not(words.begin(), words.end(), isOption);
@@ -269,7 +271,7 @@ private:
         return Result::misused(unknownOption(*option, known, mName, mSource.mShell));
     }
 
-    /// A section of the help page. CLI11's own formatter lists options otherwise in each version.
+    /// Returns a section of the help page. CLI11's own formatter depends on its version.
     std::string optionList(const std::string& group) const {
         constexpr std::size_t width = 23;
         std::string list;
@@ -346,7 +348,7 @@ private:
     std::vector<const CLI::App*> mApps;
     const CLI::App* mSelected = nullptr;
     std::string mName;  // of the command or group
-    Words mArguments;   // behind "--"
+    Words mArguments;   // after "--"
     unsigned mVerbosity = 0;
 };
 

@@ -8,7 +8,7 @@ namespace app {
 
 namespace {
 
-/// Collects words and commands from single characters.
+/// Builds words and commands from single characters.
 class Splitter {
 public:
     explicit Splitter(std::vector<Words>& commands) : mCommands(commands) {}
@@ -39,7 +39,7 @@ private:
     bool mInWord = false;
 };
 
-/// Returns the position after the quote that closes the one at `position`; npos without one.
+/// Returns the position after the closing quote of the one at `position`, or npos if it is missing.
 std::size_t putQuoted(std::string_view text, std::size_t position, Splitter& splitter) {
     const char quote = text[position];
     splitter.openQuote();

@@ -9,10 +9,10 @@
 
 namespace app {
 
-/// Splits a text into commands, which end at ';' or a line end, and commands into words, between
-/// blanks. Single and double quotes keep blanks and ';' within a word, a backslash outside of
-/// single quotes keeps the next character, and '#' at the start of a word makes the rest of the
-/// line a comment. Commands without words are left out. Fails when a quote is not closed.
+/// Splits a text into commands at ';' and newlines, and commands into words at blanks. Single and
+/// double quotes protect blanks and ';', a backslash outside single quotes protects the next
+/// character, and '#' at the start of a word starts a comment up to the end of the line. Commands
+/// without words are dropped. Fails if a quote is not closed.
 Result splitCommands(std::string_view text, std::vector<Words>& commands);
 
 }  // namespace app

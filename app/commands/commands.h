@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The table of commands. Each row stands in the file of its command.
+// The table of commands. Each row is defined in the file of its command.
 #ifndef KESTROVA_APP_COMMANDS_COMMANDS_H
 #define KESTROVA_APP_COMMANDS_COMMANDS_H
 
@@ -42,13 +42,13 @@ extern const Command kSyslogApplyCommand;
 extern const Command kProductionCommand;
 extern const Command kShellCommand;
 
-/// All commands, in the order of the help.
+/// Returns all commands, in the order of the help.
 const std::vector<const Command*>& commands();
 
-/// The command of this name, such as "table" or "drive info"; null if there is none.
+/// Returns the command with this name, such as "table" or "drive info"; null if there is none.
 const Command* findCommand(const std::string& name);
 
-/// True for the first word of commands of two words, such as "drive".
+/// Returns whether a word is the first word of commands of two words, such as "drive".
 bool isCommandGroup(const std::string& word);
 
 }  // namespace app

@@ -5,7 +5,7 @@ namespace app {
 
 namespace {
 
-// Set once, before any thread; like the streams themselves they belong to the process.
+// Set once, before any thread starts; global, like the streams themselves.
 bool outputShows = false;
 bool errorShows = false;
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Colours of single words, where a person sees them: on a terminal that can, unless NO_COLOR is
-// set. Everywhere else the text stays as it is.
+// Colours single words on a terminal that supports it, unless NO_COLOR is set. Otherwise the text
+// is unchanged.
 #ifndef KESTROVA_APP_UI_COLOUR_H
 #define KESTROVA_APP_UI_COLOUR_H
 
@@ -16,7 +16,7 @@ enum Colour {
     eYellow = 33,
 };
 
-/// Tells which of the two streams show colours. Until then neither does.
+/// Sets which of the two streams show colours. Initially neither does.
 void showColours(bool output, bool error);
 
 /// For standard output.

@@ -6,7 +6,7 @@
 
 namespace app {
 
-/// A moment some seconds after the construction, by the monotonic clock.
+/// A point in time some seconds after the construction, by the monotonic clock.
 class Deadline {
 public:
     explicit Deadline(unsigned seconds)

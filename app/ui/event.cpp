@@ -23,7 +23,7 @@ Event::~Event() {
 void Event::set() const {
     const std::uint64_t one = 1;
     const ssize_t written = ::write(mDescriptor, &one, sizeof(one));
-    (void)written;  // it cannot fail before the counter is full
+    (void)written;  // cannot fail before the counter overflows
 }
 
 bool Event::take() const {

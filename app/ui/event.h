@@ -4,7 +4,7 @@
 
 namespace app {
 
-/// Something that one thread tells another one, which can wait for it beside other descriptors.
+/// Signals an event from one thread to another, which can poll its descriptor.
 class Event {
 public:
     Event();
@@ -13,9 +13,9 @@ public:
     Event& operator=(const Event&) = delete;
 
     void set() const;
-    /// Takes it back; true when it was set.
+    /// Clears the event. Returns whether it was set.
     bool take() const;
-    /// Readable when set.
+    /// Readable while the event is set.
     int descriptor() const { return mDescriptor; }
 
 private:

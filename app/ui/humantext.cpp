@@ -15,7 +15,7 @@ unsigned byteAt(std::string_view text, std::size_t position) {
     return static_cast<unsigned char>(text[position]);
 }
 
-/// Length that the first byte of a character announces, and the least value that needs it.
+/// Length that the first byte of a character announces, and the smallest value that needs it.
 struct CharacterClass {
     std::size_t mLength;
     unsigned mValue;
@@ -43,7 +43,7 @@ bool isControl(std::string_view character) {
     if (character.size() == 1) {
         return first < 0x20 || first == 0x7f;
     }
-    // The second range of control characters, U+0080 to U+009F, which terminals obey too.
+    // The second range of control characters, U+0080 to U+009F, which terminals interpret as well.
     return first == 0xc2 && byteAt(character, 1) < 0xa0;
 }
 

@@ -10,36 +10,35 @@
 
 namespace app {
 
-/// Length in bytes of the well-formed UTF-8 character at the beginning of the text; 0 when there is
-/// none.
+/// Returns the length in bytes of the well-formed UTF-8 character at the start of the text, or 0.
 std::size_t characterLength(std::string_view text);
 
-/// The text with control characters and malformed bytes written as \xNN: a volume label or a
-/// mistyped argument must not drive somebody's terminal.
+/// Returns the text with control characters and malformed bytes as \xNN, so that a volume label or
+/// a mistyped argument cannot control the terminal.
 std::string printable(std::string_view text);
 
-/// The text between single quotes, printable.
+/// Returns the text in single quotes, printable.
 std::string quoted(std::string_view text);
 
-/// The text without blanks at both ends. A drive pads its model and serial number.
+/// Returns the text without blanks at both ends. A drive pads its model and serial number.
 std::string trimmed(std::string_view text);
 
-/// The text, filled up with blanks to a width.
+/// Returns the text, padded with blanks to a width.
 std::string padded(std::string_view text, std::size_t width);
 
-/// A size in bytes as "512 MiB", or from 10 GiB as "74.5 GiB"; rounded down.
+/// Returns a size in bytes as "512 MiB", or from 10 GiB as "74.5 GiB"; rounded down.
 std::string sizeText(unsigned long long bytes);
 
-/// An amount of bytes from 0 on, finer: "7 bytes", "20.5 KiB", "1.3 MiB".
+/// Returns an amount of bytes with more precision: "7 bytes", "20.5 KiB", "1.3 MiB".
 std::string amountText(unsigned long long bytes);
 
-/// "; run it as root" for an errno that root would not get; "" for any other, and for root.
+/// Returns "; run it as root" for an errno that root would not get; "" for any other, and for root.
 std::string rootHint(int error);
 
-/// What an errno means, with rootHint().
+/// Returns the text of an errno, with rootHint().
 std::string rootErrorText(int error);
 
-/// Reads a decimal number from 0 to `maximum`: digits only, the whole text. Otherwise returns
+/// Parses a decimal number from 0 to `maximum`: only digits, the whole text. Otherwise returns
 /// false.
 bool readDecimal(std::string_view text, unsigned long maximum, unsigned long& value);
 

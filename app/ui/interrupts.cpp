@@ -21,7 +21,8 @@ bool isIgnored(int number) {
     return ::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-/// Those that are not ignored: a blocked signal arrives even so.
+/// Returns the signals that are not ignored: a signalfd would receive an ignored signal if it is
+/// blocked.
 sigset_t heededSignals() {
     sigset_t signals;
     (void)sigemptyset(&signals);
@@ -47,7 +48,7 @@ Interrupts::Interrupts() {
     mDescriptor = ::signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
 }
 
-// The signals stay blocked: a worker may still run while the system goes down.
+// Leaves the signals blocked, because a worker may still run while the system stops.
 Interrupts::~Interrupts() {
     (void)::close(mDescriptor);
 }

@@ -6,12 +6,12 @@
 
 namespace app {
 
-/// Turns Ctrl-C (SIGINT), SIGTERM and SIGHUP into something to wait for.
+/// Receives Ctrl-C (SIGINT), SIGTERM and SIGHUP through a descriptor.
 ///
-/// The terminal sends SIGINT and SIGHUP to every process of the command, so also to a tool that is
-/// in the middle of writing a file system. Blocked here, they are blocked in the library's workers
-/// and in the tools too, which inherit that: a format is never cut off half-way. Make it before any
-/// other thread. A signal that the caller ignores, as nohup does with SIGHUP, stays ignored.
+/// The terminal sends SIGINT and SIGHUP to every process of the command, including a tool that is
+/// writing a file system. These signals are blocked, and the library's workers and the tools
+/// inherit that, so that a format is never interrupted. Create the object before any other thread.
+/// A signal that the caller ignores, as nohup does with SIGHUP, stays ignored.
 class Interrupts {
 public:
     Interrupts();
@@ -19,13 +19,14 @@ public:
     Interrupts(const Interrupts&) = delete;
     Interrupts& operator=(const Interrupts&) = delete;
 
-    /// Readable when a signal is pending.
+    /// Readable while a signal is pending.
     int descriptor() const { return mDescriptor; }
-    /// Takes what is pending; true when there was something.
+    /// Consumes the pending signals. Returns whether there were any.
     bool take() const;
-    /// Waits; true as soon as a signal arrives, false when the time has passed.
+    /// Waits. Returns true as soon as a signal arrives, and false after the time.
     bool wait(int milliseconds) const;
-    /// SIGTERM or SIGHUP, once one has been taken: the process is to end; 0 before.
+    /// Returns SIGTERM or SIGHUP after one has been consumed, which means that the process must
+    /// exit; otherwise 0.
     int ending() const { return mEnding; }
 
 private:
@@ -33,8 +34,8 @@ private:
     mutable int mEnding = 0;
 };
 
-/// Children that are started in its scope can be ended by the signals of Interrupts, as those of
-/// other programs. A signal that comes to this process within the scope is pending afterwards.
+/// Children that are started in this scope can be interrupted by the signals of Interrupts, as
+/// usual. A signal to this process during the scope is pending afterwards.
 class InterruptibleChildren {
 public:
     InterruptibleChildren();

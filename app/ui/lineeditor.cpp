@@ -23,7 +23,7 @@ namespace {
 
 constexpr int kHistory = 200;  // lines
 
-/// What is used of the library. It is never unloaded.
+/// The functions of the library that are used. It is never unloaded.
 struct Functions {
     decltype(&::el_init) mInit = nullptr;
     decltype(&::el_end) mEnd = nullptr;
@@ -117,7 +117,7 @@ private:
         return self(editor).readOne(*character);
     }
 
-    /// 1 for a character, 0 at the end, -1 after a signal or an error.
+    /// Returns 1 for a character, 0 at the end, -1 after a signal or an error.
     int readOne(wchar_t& character) {
         std::mbstate_t state = {};
         for (;;) {
@@ -179,7 +179,7 @@ std::unique_ptr<LineEditor> LineEditor::create(int terminal, const Interrupts& i
     if (!functions.load()) {
         return nullptr;
     }
-    // Characters beyond ASCII can be typed where the locale has them.
+    // Enables characters beyond ASCII, if the locale has them.
     if (std::setlocale(LC_CTYPE, "") == nullptr) {
         (void)std::setlocale(LC_CTYPE, "C.UTF-8");
     }

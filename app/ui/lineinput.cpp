@@ -53,7 +53,7 @@ bool LineInput::takeLine(std::string& line, Outcome& outcome) {
     return true;
 }
 
-/// The last line may lack its end.
+/// Returns the last line, which may not end with a newline.
 LineInput::Outcome LineInput::takeRest(std::string& line) {
     if (std::exchange(mSkipping, false)) {
         mBuffer.clear();

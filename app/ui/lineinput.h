@@ -8,20 +8,20 @@
 
 namespace app {
 
-/// Reads lines from a descriptor, which stays the caller's.
+/// Reads lines from a descriptor, which the caller still owns.
 class LineInput {
 public:
     enum Outcome {
         eLine,
-        eEnd,          ///< end of input, or it cannot be read
-        eInterrupted,  ///< a signal; what was typed of the line is dropped
+        eEnd,          ///< end of input, or a read error
+        eInterrupted,  ///< a signal; the incomplete line is dropped
         eTooLong,      ///< a line of more than kLongest bytes, which is skipped
     };
     static constexpr std::size_t kLongest = 4096;
 
     explicit LineInput(int descriptor) : mDescriptor(descriptor) {}
 
-    /// Reads the next line, without its end. Blocks for it.
+    /// Reads the next line, without its end. Blocks until it is complete.
     Outcome read(const Interrupts& interrupts, std::string& line);
 
 private:

@@ -20,7 +20,7 @@ std::string percentText(int percent) {
     return number + " %";
 }
 
-/// Name, bar if there is one, per cent, and the first details.
+/// Returns name, bar, per cent and the first details.
 std::string assembled(const ProgressLine& line, const std::string& bar, std::size_t details) {
     std::string text = line.mName;
     if (line.mPercent != ProgressLine::kNoPercent) {
@@ -37,8 +37,8 @@ std::string barText(int percent, std::size_t width, Paint paint) {
     return " [" + paint(std::string(filled, '#'), eGreen) + std::string(width - filled, '-') + "]";
 }
 
-/// The width that fits into the room, or a half or a quarter of it, so that the bar does not grow
-/// and shrink with the text; 0 when there is no room.
+/// Returns the width if it fits into the room, otherwise a half or a quarter of it, so that the bar
+/// does not change its size with every change of the text; 0 if there is no room.
 std::size_t barWidth(std::size_t width, std::size_t room) {
     while (width + kFrame > room) {
         width /= 2;
@@ -52,7 +52,7 @@ std::size_t barWidth(std::size_t width, std::size_t room) {
 }  // namespace
 
 std::string fitted(const ProgressLine& line, int columns, Paint paint) {
-    // A line that fills the last column makes some terminals begin another one.
+    // Some terminals start a new line after a character in the last column.
     const auto room = static_cast<std::size_t>(std::max(columns - 1, 0));
     for (std::size_t details = line.mDetails.size(); details > 0; --details) {
         const std::string text = assembled(line, "", details);
@@ -67,7 +67,7 @@ std::string fitted(const ProgressLine& line, int columns, Paint paint) {
 }
 
 std::string overdrawn(const std::string& line) {
-    return "\r" + line + "\033[K";  // clears what is left of a longer one
+    return "\r" + line + "\033[K";  // clears the rest of a longer line
 }
 
 int terminalColumns(int descriptor) {

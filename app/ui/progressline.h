@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The line that shows how far something is, redrawn in place.
+// A progress line that is redrawn in place.
 #ifndef KESTROVA_APP_UI_PROGRESSLINE_H
 #define KESTROVA_APP_UI_PROGRESSLINE_H
 
@@ -17,27 +17,27 @@ namespace app {
 /// coloured() or colouredError().
 using Paint = std::string (*)(std::string_view text, Colour colour);
 
-/// What a progress line shows.
+/// The contents of a progress line.
 struct ProgressLine {
     static constexpr int kNoPercent = -1;
 
     std::string mName;
     int mPercent = kNoPercent;
-    std::size_t mBarWidth = 0;          ///< characters, where there is room for them
-    std::vector<std::string> mDetails;  ///< the most important first
+    std::size_t mBarWidth = 0;          ///< characters, if there is room for them
+    std::vector<std::string> mDetails;  ///< in order of importance
 };
 
-/// "name [####----]  50 % detail, detail", in fewer characters than the terminal has columns, so
-/// that it can be redrawn: where the room is short, with a shorter bar or none, then without the
-/// last details, at the end cut.
+/// Returns "name [####----]  50 % detail, detail", shorter than the terminal's width, so that it
+/// can be redrawn. If the room is insufficient, shortens or drops the bar, then drops the last
+/// details, then truncates the line.
 std::string fitted(const ProgressLine& line, int columns, Paint paint);
-/// A line that takes the place of the one that the cursor is in.
+/// Returns the output that replaces the terminal's current line with this one.
 std::string overdrawn(const std::string& line);
 
-/// Columns of the terminal behind a descriptor; 80 when it does not say.
+/// Returns the columns of the terminal on a descriptor; 80 if they are unknown.
 int terminalColumns(int descriptor);
 
-/// Time since the object was made, on a clock that nobody sets.
+/// Measures the time since its construction, on a clock that cannot be set.
 class Stopwatch {
 public:
     std::chrono::seconds elapsed() const;
@@ -46,7 +46,7 @@ private:
     std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
 };
 
-/// A duration as "0:01:05".
+/// Returns a duration as "0:01:05".
 std::string durationText(std::chrono::seconds duration);
 
 }  // namespace app

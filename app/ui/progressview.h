@@ -12,18 +12,18 @@
 
 namespace app {
 
-/// Shows how far a piece of work is: on a terminal a bar with the time since its start, elsewhere a
-/// line for every change, and for JSON nothing until the end.
+/// Shows the progress of work: on a terminal a bar with the elapsed time, elsewhere a line for
+/// every change, and for JSON nothing until the end.
 class ProgressView {
 public:
-    /// `talking`: the library writes its own lines, between which a bar would be torn.
+    /// `talking`: the library logs, which would break a bar.
     ProgressView(StandardStreams& streams, std::string name, bool quiet, bool talking);
 
     void show(const Progress& progress);
-    /// Leaves the bar as a whole line. More may be shown afterwards.
+    /// Ends the bar's line. More progress may be shown afterwards.
     void end();
 
-    /// Everything shown, each change once.
+    /// Returns everything that was shown, each change once.
     const Json& changes() const { return mChanges; }
 
 private:
@@ -37,7 +37,7 @@ private:
     bool mShown = false;
     bool mOpenLine = false;
     Progress mLast;
-    std::chrono::seconds mLastTime{-1};  // of the bar
+    std::chrono::seconds mLastTime{-1};  // time shown in the bar
     Json mChanges = Json::array();
 };
 

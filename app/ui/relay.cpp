@@ -36,7 +36,7 @@ bool hasEnded(int pid) {
            information.si_pid == pid;
 }
 
-/// What is there to be read; closes the end when there will be nothing more.
+/// Reads the available bytes; closes the end at the end of the stream.
 std::string readPiece(int& end) {
     std::string piece(kPiece, '\0');
     const ssize_t count = ::read(end, piece.data(), piece.size());
@@ -67,9 +67,9 @@ void Relay::run(const Interrupts& interrupts, int pid) {
     }
 }
 
-/// False when there is nothing more to wait for.
+/// Returns false if there is nothing more to wait for.
 bool Relay::relayOnce(const Interrupts& interrupts, int pid) {
-    constexpr int interval = 50;  // milliseconds between two looks for the end of the child
+    constexpr int interval = 50;  // milliseconds between two checks for the child's exit
     const bool wants = mIn >= 0 && mPending.empty() && !mInputEnded;
     const auto writing = static_cast<short>(mPending.empty() ? 0 : POLLOUT);
     pollfd ends[] = {{wants ? mStreams.input() : -1, POLLIN, 0},
@@ -97,7 +97,7 @@ bool Relay::relayOnce(const Interrupts& interrupts, int pid) {
     if (ends[4].revents != 0 && interrupts.take() && interrupts.ending() != 0) {
         (void)::kill(pid, interrupts.ending());
     }
-    // What a child has left behind may write for ever.
+    // A process that the child has left behind may write forever.
     return interrupts.ending() == 0 || !hasEnded(pid) || (ready > 0 && mLast-- > 0);
 }
 
@@ -111,7 +111,7 @@ void Relay::takeInput() {
     }
 }
 
-/// `gone` tells that the child reads no more.
+/// `gone` means that the child does not read any more.
 void Relay::feed(bool gone) {
     const ssize_t count = gone ? -1 : ::write(mIn, mPending.data(), mPending.size());
     if (count > 0) {
@@ -129,7 +129,7 @@ void Relay::passOutput() {
     }
     mStreams.write(piece);
     if (mStreams.outputError() != 0) {
-        closeEnd(mOut);  // the child is told as it would be without us
+        closeEnd(mOut);  // the child then gets SIGPIPE, as it would without the relay
     }
 }
 

@@ -9,21 +9,20 @@ namespace app {
 class Interrupts;
 class StandardStreams;
 
-/// Passes the streams of a child through, in both directions at once, so that neither side waits
-/// for one that waits itself.
+/// Forwards the streams of a child in both directions at once, so that they cannot deadlock.
 class Relay {
 public:
-    /// The child's pipes; owned from here on. `in` is -1 for none. With `outputToErrors` both of
-    /// its outputs go to standard error.
+    /// Takes ownership of the child's pipes. `in` is -1 for none. With `outputToErrors` both of its
+    /// outputs go to standard error.
     Relay(StandardStreams& streams, int in, int out, int err, bool outputToErrors);
     ~Relay();
     Relay(const Relay&) = delete;
     Relay& operator=(const Relay&) = delete;
 
-    /// Returns when all ends are closed: its outputs by whoever writes there, its input by itself
-    /// or at the end of ours. SIGTERM and SIGHUP are passed on to the child with this pid; after
-    /// that, returns when the child has ended. Ctrl-C is dropped: the terminal sends it to the
-    /// child, too.
+    /// Returns when all pipes are closed: the outputs by their last writer, the input by the child
+    /// or at the end of this process's input. Forwards SIGTERM and SIGHUP to the child with this
+    /// pid, and then returns when the child has exited. Ignores Ctrl-C, because the terminal sends
+    /// it to the child as well.
     void run(const Interrupts& interrupts, int pid);
 
 private:
@@ -38,9 +37,9 @@ private:
     int mOut;
     int mErr;
     bool mOutputToErrors;
-    std::string mPending;  // read, and not yet taken by the child
+    std::string mPending;  // read, and not yet written to the child
     bool mInputEnded = false;
-    int mLast = 16;  // pieces that are still passed on when the child was ended
+    int mLast = 16;  // pieces that are still forwarded after the child has exited
 };
 
 }  // namespace app

@@ -19,7 +19,8 @@ namespace {
 void fillClosed() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (::fcntl(descriptor, F_GETFD) < 0) {
-            (void)::open("/dev/null", O_RDWR | O_CLOEXEC);  // gets the lowest number, this one
+            (void)::open("/dev/null", O_RDWR | O_CLOEXEC);  // gets the lowest free number, which is
+                                                            // this one
             (void)::fcntl(descriptor, F_SETFD, 0);
         }
     }
@@ -57,7 +58,7 @@ bool isScreen(int descriptor) {
            std::string_view(terminal) != "dumb";
 }
 
-/// Set, and not empty: the wish to have no colours.
+/// Returns whether NO_COLOR is set and not empty.
 bool colourUnwanted() {
     const char* const wish = std::getenv("NO_COLOR");
     return wish != nullptr && *wish != '\0';
@@ -76,8 +77,8 @@ StandardStreams::StandardStreams() {
     }
     (void)::dup2(STDERR_FILENO, STDOUT_FILENO);
     showColours(canRedraw() && !colourUnwanted(), canRedrawError() && !colourUnwanted());
-    // A reader that goes away must not end the process in the middle of a format. A handler, since
-    // the tools would inherit that the signal is ignored.
+    // A reader that exits must not kill the process in the middle of a format. Installs a handler,
+    // because the tools would inherit an ignored signal.
     (void)std::signal(SIGPIPE, [](int) {});
 }
 

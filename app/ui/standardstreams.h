@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The command's own input and output, kept apart from what the library and its tools use.
+// The command's own input and output, separate from those of the library and its tools.
 #ifndef KESTROVA_APP_UI_STANDARDSTREAMS_H
 #define KESTROVA_APP_UI_STANDARDSTREAMS_H
 
@@ -8,16 +8,16 @@
 
 namespace app {
 
-/// Owns the descriptors that the process was given as standard input and output.
+/// Owns the descriptors that the process received as standard input and output.
 ///
-/// The library logs to descriptor 1, and the tools that it starts inherit 0 and 1: left as they
-/// are, a tool's chatter would tear a JSON document apart and a tool could read the shell's next
-/// commands. So both move to descriptors of their own, which no tool inherits; descriptor 1 becomes
-/// another standard error, and descriptor 0 becomes empty. A stream that the caller closed is
-/// treated as /dev/null, so that no file opened later takes its number.
+/// The library logs to descriptor 1, and the tools that it starts inherit 0 and 1. A tool's
+/// messages would corrupt a JSON document, and a tool could read the shell's next commands.
+/// Therefore both move to separate descriptors, which no tool inherits; descriptor 1 becomes a copy
+/// of standard error, and descriptor 0 becomes /dev/null. A stream that the caller has closed is
+/// treated as /dev/null, so that no file opened later gets its number.
 class StandardStreams {
 public:
-    /// To be made first, before any file is opened.
+    /// Create the object first, before any file is opened.
     StandardStreams();
     ~StandardStreams();
     StandardStreams(const StandardStreams&) = delete;
@@ -25,17 +25,17 @@ public:
 
     int input() const { return mInput; }
     int output() const { return mOutput; }
-    /// True when a person can be asked: the input is a terminal, and so is standard error, where
-    /// questions are written.
+    /// Returns whether a person can answer a question: the input is a terminal, and so is standard
+    /// error, to which questions are written.
     bool canAsk() const;
-    /// True when the output is a terminal that can rewrite a line.
+    /// Returns whether the output is a terminal that can redraw a line.
     bool canRedraw() const;
-    /// The same of standard error.
+    /// Returns whether standard error is a terminal that can redraw a line.
     bool canRedrawError() const;
 
-    /// Writes to the output. A failure is kept for outputError().
+    /// Writes to the output. outputError() returns a failure.
     void write(std::string_view text);
-    /// errno of the first write that failed; 0 when all went well.
+    /// Returns the errno of the first failed write, or 0.
     int outputError() const { return mOutputError; }
 
 private:
@@ -44,11 +44,11 @@ private:
     int mOutputError = 0;
 };
 
-/// Writes to standard error as it is: questions and prompts.
+/// Writes a question or a prompt to standard error, unchanged.
 void writeError(std::string_view text);
-/// Writes a line "kestrova: ..." to standard error: something to know.
+/// Writes a line "kestrova: ..." to standard error, as a notice.
 void complain(std::string_view message);
-/// The same for what has failed, in red unless it is to be plain.
+/// Writes such a line for a failure, in red unless `plain` is set.
 void printError(std::string_view message, bool plain);
 
 }  // namespace app

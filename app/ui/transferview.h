@@ -10,14 +10,14 @@
 
 namespace app {
 
-/// Bytes a second, of the last seconds.
+/// Bytes per second, over the last few seconds.
 class Rate {
 public:
     using Time = std::chrono::steady_clock::time_point;
 
-    /// So many bytes in all, at this time.
+    /// Adds the total number of bytes at a time.
     void add(Time time, unsigned long long bytes);
-    /// 0 as long as there is nothing to tell from.
+    /// Returns 0 until there are enough samples.
     unsigned long long perSecond() const;
 
 private:
@@ -28,15 +28,15 @@ private:
     std::deque<Sample> mSamples;
 };
 
-/// Shows on standard error how far a transfer is, in one line that is redrawn. The standard output
-/// may be where the bytes go.
+/// Shows the progress of a transfer on standard error, in one line that is redrawn, because
+/// standard output may receive the bytes.
 class TransferView {
 public:
     TransferView(std::string name, bool shown);
 
-    /// A length of 0 is not known.
+    /// A `length` of 0 means that it is unknown.
     void show(unsigned long long received, unsigned long long length);
-    /// Leaves the line as a whole one.
+    /// Ends the progress line.
     void end();
 
 private:

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The command that checks a partition: ext2/ext3 by the library, XFS by the box's xfs_repair.
+// The command that checks a partition: ext2/ext3 with the library, XFS with the box's xfs_repair.
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -21,7 +21,7 @@ namespace {
 
 constexpr int kWhole = 100;
 
-/// A check on a thread of its own.
+/// A check on its own thread.
 class CheckWork : public Work {
 public:
     explicit CheckWork(PartitionLook partition) : mPartition(std::move(partition)) {}
@@ -87,7 +87,7 @@ private:
     sysPartition mExt;
 };
 
-/// The tool announces each of its phases by "Phase N".
+/// Runs xfs_repair, which announces each of its phases with "Phase N".
 class XfsCheck : public CheckWork {
 public:
     XfsCheck(const PartitionLook& partition, bool repair) : CheckWork(partition), mRepair(repair) {
@@ -145,7 +145,7 @@ private:
     ToolRun mRun;
 };
 
-/// The partition that a PARTITION argument means, or null.
+/// Returns the partition that a PARTITION argument selects, or null.
 const PartitionLook* findPartition(const DriveLook& look, const std::string& argument) {
     unsigned long number = 0;
     const bool byNumber = readDecimal(argument, INT32_MAX, number);

@@ -14,7 +14,8 @@ namespace app {
 
 namespace {
 
-/// While the publisher runs, it alone uses the claim.
+/// Publishes the progress of work. While the publisher thread runs, only that thread uses the
+/// claim.
 class PublishedWork : public Work {
 public:
     PublishedWork(std::unique_ptr<Work> work, DriveClaim& claim)
@@ -66,7 +67,7 @@ private:
     std::mutex mLock;  // guards mWork and mStopped
     std::condition_variable mStop;
     bool mStopped = false;
-    std::thread mPublisher;  // after what it uses
+    std::thread mPublisher;  // last member: started after everything that it uses
 };
 
 }  // namespace
@@ -91,7 +92,7 @@ void DriveClaim::publish(const Progress& progress) {
 }
 
 std::unique_ptr<Work> publishedWork(std::unique_ptr<Work> work, DriveClaim& claim) {
-    claim.publish(work->progress());  // from its first moment on
+    claim.publish(work->progress());  // so that the progress is visible at once
     return std::make_unique<PublishedWork>(std::move(work), claim);
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The recording drive's lock as a session holds it, and what it tells onlookers.
+// The recording drive's lock, held by a session, and the progress published with it.
 #ifndef KESTROVA_APP_COMMANDS_DRIVE_DRIVECLAIM_H
 #define KESTROVA_APP_COMMANDS_DRIVE_DRIVECLAIM_H
 
@@ -19,18 +19,17 @@ struct Invocation;
 /// thread at a time.
 class DriveClaim {
 public:
-    /// Takes the lock, unless it is held already. See takeLock() for the result.
+    /// Takes the lock, unless it is already held. See takeLock() for the result.
     Result take(Session& session, const Invocation& invocation);
     bool held() const { return mLock != nullptr; }
-    /// Shows other processes what happens to the drive. Does nothing without the lock.
+    /// Publishes the state of the drive for other processes. Does nothing without the lock.
     void publish(const Progress& progress);
 
 private:
     std::unique_ptr<sysResourceLock> mLock;
 };
 
-/// Work whose progress is published while it runs, whether anybody in this process follows it or
-/// not.
+/// Wraps work so that its progress is published while it runs, even if no command follows it.
 std::unique_ptr<Work> publishedWork(std::unique_ptr<Work> work, DriveClaim& claim);
 
 }  // namespace app

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The commands of the drive that are done when they return.
+// The drive commands that have completed when they return.
 #include "app/cli/command.h"
 #include "app/commands/commands.h"
 #include "app/commands/drive/drivedescription.h"
@@ -29,7 +29,7 @@ Result spun(bool done, const char* text, const char* error) {
     return result;
 }
 
-/// What was seen is shown all the same.
+/// Adds the failure to read the partition table; the other data is still shown.
 Result withTableFailure(const DriveLook& look, Result result) {
     if (!look.mTableFailure.empty()) {
         result.mStatus = eFailed;
@@ -38,7 +38,7 @@ Result withTableFailure(const DriveLook& look, Result result) {
     return result;
 }
 
-/// The drive without its partitions: what is mounted stays mounted.
+/// The drive without its partitions, so that mounted file systems stay mounted.
 class DriveNode : public sysHardDrive {
 public:
     DriveNode() { mDevice = kDriveDevice; }
@@ -100,7 +100,8 @@ Result runDriveStop(Session& session, const Invocation& invocation) {
     }
     sysDVRDrive* drive = nullptr;
     if (result.good()) {
-        result = session.useDrive(invocation, drive);  // also unmounts what it finds mounted
+        result = session.useDrive(invocation, drive);  // also unmounts file systems that it finds
+                                                       // mounted
     }
     if (!result.good()) {
         return result;

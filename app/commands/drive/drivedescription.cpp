@@ -52,7 +52,7 @@ std::string mebibytesText(unsigned long long bytes) {
     return std::to_string(bytes >> 20U) + " MiB";
 }
 
-/// "Storage:   /dvr, 250 MiB free of 256 MiB"
+/// Returns, for example, "Storage:   /dvr, 250 MiB free of 256 MiB".
 std::string spaceText(const char* title, const PartitionLook* partition) {
     if (partition == nullptr) {
         return {};
@@ -83,7 +83,7 @@ Json spaceData(const PartitionLook* partition) {
     return data;
 }
 
-/// Of the file system that sysDVRDrive::freeMB() measures.
+/// Measures the file system that sysDVRDrive::freeMB() measures.
 Space recordingSpace(const DriveLook& look) {
     const PartitionLook* const partition = look.data() != nullptr ? look.data() : look.storage();
     if (partition == nullptr || partition->mMountPoints.empty()) {
@@ -131,7 +131,7 @@ bool isStatusName(const std::string& text) {
 
 DriveState stateOfDrive(const Session& session) {
     DriveState state;
-    // A user who may not look at the lock sees the drive all the same.
+    // A user without permission to read the lock still sees the drive.
     if (!session.claimsDrive()) {
         (void)sysResourceLock::holder(sysResourceLock::eResRecordingDrive, state.mHolder);
     }
@@ -168,7 +168,7 @@ std::string driveName(const DriveIdentity& identity) {
 
 std::string statusText(const DriveState& state) {
     std::string text = "Status:    " + coloured(state.mStatus, statusColour(state.mStatus));
-    // At rest it is 100, which would look odd after "not-formatted".
+    // Without running work the progress is 100, which would look wrong after "not-formatted".
     if (isWork(state.mStatus)) {
         text += ", " + std::to_string(state.mProgress) + " %";
     }

@@ -13,14 +13,14 @@ std::string toolEnd(int status) {
     if (WIFSIGNALED(status)) {
         return "ended by signal " + std::to_string(WTERMSIG(status));
     }
-    constexpr int notFound = 127;  // of the shell; the formatters' children exit with 255
+    constexpr int notFound = 127;  // from the shell; the formatters' children exit with 255
     constexpr int notExecuted = 255;
     const int code = WEXITSTATUS(status);
     return "exit status " + std::to_string(code) +
            (code == notFound || code == notExecuted ? ", perhaps the tool is missing" : "");
 }
 
-/// ": " and what the system or the tool says, or "".
+/// Returns ": " and the error of the system or the tool, or "".
 std::string detail(const sysPartition::Failure& failure) {
     if (failure.mToolStatus > 0) {
         return ": " + toolEnd(failure.mToolStatus);

@@ -8,8 +8,8 @@
 
 namespace app {
 
-/// Why an operation on the drive failed, in one line: which step, on which node or directory, with
-/// the tool's end or the text of errno.
+/// Returns why an operation on the drive failed, in one line: the step, the node or directory, and
+/// the tool's exit status or the text of errno.
 std::string driveFailureText(const sysPartition::Failure& failure);
 
 }  // namespace app

@@ -21,7 +21,7 @@ namespace app {
 namespace {
 
 /// Lists the partitions without the identification of sysHardDrive::init(), which opens the drive
-/// for writing: on a desktop that alone makes the device manager read the drive again.
+/// for writing. On a desktop, opening it for writing makes the device manager read the drive again.
 class DriveTable : public sysHardDrive {
 public:
     DriveTable() {
@@ -43,7 +43,7 @@ PartitionLook lookAt(sysPartition& partition, int index) {
     return look;
 }
 
-/// Why the partition table is not known; empty when it was read.
+/// Returns why the partition table is not known; empty if it was read.
 std::string tableFailure(const sysHardDrive& drive) {
     if (drive.tableState() == sysHardDrive::eTableRead) {
         return {};
@@ -56,13 +56,13 @@ std::string tableFailure(const sysHardDrive& drive) {
     if (drive.tableState() == sysHardDrive::eTableUnread) {
         return intro + "no process for /sbin/sfdisk: " + rootErrorText(drive.tableToolError());
     }
-    // Once more, for what it writes to standard error.
+    // Run the tool once more to capture its standard error.
     const ToolRun run = runTool(commandLine(drivemanager::listPartitionTable(kDriveDevice)));
     return intro + run.reason("/sbin/sfdisk -d") +
            "; if it is a tool of today, 'kestrova-box-tools enable' adapts it";
 }
 
-/// Of the two partitions that recordings need.
+/// Checks one of the two partitions that recordings need.
 std::string sizeProblem(const PartitionLook* partition) {
     if (partition == nullptr || !partition->isTooSmall()) {
         return {};
@@ -74,7 +74,7 @@ std::string sizeProblem(const PartitionLook* partition) {
            "format";
 }
 
-/// As the library recognises the two: a later match replaces an earlier one.
+/// Recognises the two like the library: a later match replaces an earlier one.
 void findRecordingPartitions(DriveLook& look) {
     for (const PartitionLook& partition : look.mPartitions) {
         if (partition.mFileSystem != sysPartition::eFsXfs) {
@@ -128,7 +128,7 @@ Result identifyDrive(DriveIdentity& identity) {
     char serial[256];
     const bool known =
         get_drive_model(descriptor, model, sizeof(model), serial, sizeof(serial)) == 0;
-    // The request's number holds the size of size_t, the answer is of 64 bits everywhere.
+    // The request number contains the size of size_t, but the result has 64 bits on every machine.
     unsigned long long capacity = 0;
     const bool sized = ::ioctl(descriptor, BLKGETSIZE64, &capacity) == 0 && capacity != 0;
     (void)::close(descriptor);

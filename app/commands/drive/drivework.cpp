@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The commands of the drive whose work the drive's own worker does: format and start.
+// The drive commands whose work runs in the drive's own worker: format and start.
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -31,18 +31,18 @@ Progress progressOf(sysDVRDrive& drive) {
     return {statusName(status), percent};
 }
 
-/// ": " and the reason of the last failure, or what else to do.
+/// Returns ": " and the reason for the last failure, or a hint if it is unknown.
 std::string reasonText(const sysDVRDrive& drive) {
     const std::string reason = failureReason(drive);
     return reason.empty() ? "; -v shows more" : ": " + reason;
 }
 
-/// A format that the drive's own worker does.
+/// A format in the drive's own worker.
 class FormatWork : public Work {
 public:
-    // The status alone does not show the end: it is "error" from a failure on the data partition
-    // on, while the storage partition is still being formatted. But stop() waits for the worker,
-    // and changes nothing on a drive that is not started.
+    // The status alone does not show the end: after a failure on the data partition it is "error"
+    // while the storage partition is still being formatted. stop() waits for the worker, and
+    // changes nothing on a drive that is not started.
     FormatWork(Session& session, sysDVRDrive& drive)
         : mSession(session),
           mDrive(drive),
@@ -63,7 +63,8 @@ public:
             mDataFailed = true;
         }
         if (progress.mState != statusName(sysDVRDrive::eStFormatting)) {
-            progress.mPercent = mPercent;  // 100 already, and not over yet
+            progress.mPercent = mPercent;  // the drive already reports 100 here, but the worker
+                                           // still runs
         }
         if (progress.mState == statusName(sysDVRDrive::eStReady)) {
             progress.mState = statusName(sysDVRDrive::eStFormatting);
@@ -84,7 +85,8 @@ private:
             return Result::failed("the storage partition could not be formatted" + reason());
         }
         const std::string dataReason = reason();
-        // The drive keeps what it read of the partitions before the format: it reads them again.
+        // The drive keeps what it read from the partitions before the format, so it must read them
+        // again.
         (void)mDrive.shut();
         if (!mDrive.init() || statusOf(mDrive) != sysDVRDrive::eStReady) {
             return Result::failed("the drive is not ready after the format" + reason());
@@ -112,10 +114,10 @@ private:
     sysDVRDrive& mDrive;
     int mPercent = 0;
     bool mDataFailed = false;
-    std::future<bool> mEnd;  // its end waits for the worker
+    std::future<bool> mEnd;  // ready when the worker has exited
 };
 
-/// The mounting that the drive's own worker does.
+/// A mount in the drive's own worker.
 class StartWork : public Work {
 public:
     StartWork(Session& session, sysDVRDrive& drive) : mSession(session), mDrive(drive) {}
@@ -141,13 +143,13 @@ private:
     sysDVRDrive& mDrive;
 };
 
-/// What a format destroys: the first two partitions.
+/// Returns the losses of a format, which destroys the first two partitions.
 std::vector<Loss> formatLosses(std::vector<Loss> losses) {
     losses.resize(std::min<std::size_t>(losses.size(), kDataPosition + 1));
     return losses;
 }
 
-/// The data partition first, as the library does it.
+/// Returns the commands in the library's order: the data partition first.
 std::vector<std::string> formatCommands(const DriveLook& look) {
     std::vector<std::string> commands;
     for (const PartitionLook& partition : look.mPartitions) {

@@ -13,11 +13,11 @@ namespace app {
 class Session;
 struct Invocation;
 
-/// Takes the drive's lock, checks the drive, brings it up and begins to mount it. `drive` is set on
+/// Takes the drive's lock, checks the drive, initialises it and starts to mount it. Sets `drive` on
 /// success only.
 Result startDrive(Session& session, const Invocation& invocation, sysDVRDrive*& drive);
 
-/// The mounting that startDrive() has begun.
+/// Returns the mount that startDrive() has started.
 std::unique_ptr<Work> startWork(Session& session, sysDVRDrive& drive);
 
 }  // namespace app

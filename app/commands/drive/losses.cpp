@@ -15,8 +15,8 @@ namespace {
 constexpr int kTypeLinux = 0x83;
 constexpr char kProbe[] = "/sbin/blkid";
 
-/// The value of a line NAME=VALUE, as "blkid -o export" prints it, or of NAME="VALUE" within a
-/// line, as smaller tools of that name do; empty for none.
+/// Returns the value of a line NAME=VALUE, as "blkid -o export" prints it, or of NAME="VALUE"
+/// within a line, as smaller tools of that name print it; empty if there is none.
 std::string valueOf(const std::string& text, const std::string& name) {
     std::size_t begin = ("\n" + text).find("\n" + name + "=");
     if (begin != std::string::npos) {
@@ -73,7 +73,7 @@ std::vector<Loss> findLosses(const DriveLook& look) {
         }
         losses.push_back(loss);
     }
-    // Within the partitions' disk an earlier life of the whole disk may still be recognised.
+    // With partitions, do not look at the whole disk: an old signature may still be on it.
     if (losses.empty()) {
         losses.push_back(contentOf(kDriveDevice, look.mIdentity.mCapacity));
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a new partition table or a format would destroy, and why it must not.
+// The data that a new partition table or a format would destroy, and the reasons to refuse it.
 #ifndef KESTROVA_APP_COMMANDS_DRIVE_LOSSES_H
 #define KESTROVA_APP_COMMANDS_DRIVE_LOSSES_H
 
@@ -12,7 +12,7 @@
 
 namespace app {
 
-/// A partition, or the whole drive, with what it holds.
+/// A partition, or the whole drive, with its contents.
 struct Loss {
     std::string mPath;             ///< device node
     unsigned long long mCapacity;  ///< bytes
@@ -23,16 +23,16 @@ struct Loss {
     bool isForeign() const { return !mContent.empty() && !mOwn; }
 };
 
-/// What the drive holds: its partitions or, without any, the whole drive. The library recognises
-/// the content; where it knows none, the box's "/sbin/blkid" is asked, if there is one.
+/// Returns the contents of the drive: its partitions or, if there are none, the whole drive. If the
+/// library does not recognise the contents, runs the box's "/sbin/blkid", if it exists.
 std::vector<Loss> findLosses(const DriveLook& look);
 
-/// Fails when the drive must not be partitioned or formatted: its table could not be read, one of
-/// its partitions is mounted or in use, or it holds what is not the recording drive's own. `force`
-/// allows the last one.
+/// Fails if the drive must not be partitioned or formatted: its table could not be read, one of its
+/// partitions is mounted or in use, or it holds data that does not belong to the recording drive.
+/// `force` permits the last case.
 Result checkDestruction(const DriveLook& look, const std::vector<Loss>& losses, bool force);
 
-/// One line each: node, size, content and label.
+/// Return one line or one object each, with node, size, content and label.
 std::string lossesText(const std::vector<Loss>& losses);
 Json lossesData(const std::vector<Loss>& losses);
 

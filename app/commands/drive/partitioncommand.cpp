@@ -16,14 +16,14 @@ namespace app {
 
 namespace {
 
-/// What is going to happen, after all that speaks against it has been looked at.
+/// A new partition table that has passed all checks.
 struct Plan {
     DriveLook mLook;
     std::vector<Loss> mLosses;
     PartitionSizes mSizes;
 };
 
-/// Fails when the drive cannot be partitioned as wanted.
+/// Fails if the drive cannot be partitioned as requested.
 Result makePlan(const Invocation& invocation, Plan& plan) {
     Result result =
         invocation.mOptions.mDryRun ? lookAtDrive(plan.mLook) : lookWhenQuiet(plan.mLook);
@@ -54,7 +54,7 @@ Result dryRun(const Plan& plan) {
     return result;
 }
 
-/// True when there is a table to save: a bare disk has none.
+/// Returns whether there is a table to save; an empty disk has none.
 bool hasTable(const Plan& plan) {
     return !plan.mLook.mPartitions.empty() || !plan.mLosses.front().mContent.empty();
 }
@@ -66,9 +66,9 @@ void describeBackup(const TableBackup& backup, Result& result) {
     result.mData.add("savedTable", backup.mFile).add("restore", backup.mRestore);
 }
 
-/// Writes the table and looks at what is there then.
+/// Writes the table and reads it back.
 Result writeTable(Session& session, sysDVRDrive& drive, Plan& plan) {
-    // The drive must not hold on to partitions that go away under it.
+    // The drive must not keep pointers to partitions that are about to disappear.
     session.publish({"partitioning", 0});
     (void)drive.shut();
     const bool written = drive.partitionCustom(plan.mSizes);

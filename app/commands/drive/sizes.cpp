@@ -9,9 +9,9 @@ namespace app {
 
 namespace {
 
-constexpr int kRest = -1;  // as the library has it
+constexpr int kRest = -1;  // the value that the library uses
 
-/// MiB of one unit, or 0 for a letter that is none.
+/// Returns the number of MiB in a unit, or 0 for any other letter.
 unsigned long unitOf(char letter) {
     switch (letter) {
         case 'M':
@@ -31,7 +31,7 @@ bool parseShare(const std::string& number, unsigned long long capacity, int& siz
         return false;
     }
     const unsigned long long share = (capacity >> 20U) * percent / 100;
-    // Without a capacity only the argument's form is checked.
+    // If the capacity is unknown, only the argument's syntax is checked.
     size = capacity == 0 ? 1 : static_cast<int>(share);
     return size > 0;
 }

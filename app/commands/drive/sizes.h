@@ -10,23 +10,23 @@
 
 namespace app {
 
-/// Sizes as sysHardDrive::partitionCustom() takes them: MiB, -1 for the rest of the drive, and 0
-/// for no further partition.
+/// Sizes for sysHardDrive::partitionCustom(): MiB, -1 for the rest of the drive, and 0 for no
+/// further partition.
 using PartitionSizes = int[4];
 
-/// Converts one to four SIZE arguments: a number of MiB ("1500"), a number with a unit ("1500M",
+/// Parses one to four SIZE arguments: a number of MiB ("1500"), a number with a unit ("1500M",
 /// "6G", "1T"; MiB, GiB and TiB), a share of the drive ("50%"), or, as the last one, "rest". Fails
 /// with a message that names the bad argument. Shares are of `capacity` bytes, rounded down to MiB;
-/// a capacity of 0 stands for a drive that has not been looked at yet.
+/// a capacity of 0 means that it is not known yet.
 Result parseSizes(const Words& arguments, unsigned long long capacity, PartitionSizes& sizes);
 
-/// The same, for a drive that has not been looked at.
+/// Parses the arguments without a known capacity.
 Result checkSizes(const Words& arguments);
 
-/// How many bytes the sizes need, without the rest.
+/// Returns the number of bytes that the sizes need, without the rest.
 unsigned long long totalSize(const PartitionSizes& sizes);
 
-/// "6000 MiB, the rest"
+/// Returns, for example, "6000 MiB, the rest".
 std::string sizesText(const PartitionSizes& sizes);
 
 }  // namespace app

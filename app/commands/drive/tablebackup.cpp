@@ -20,8 +20,8 @@ namespace {
 constexpr char kLastingFolder[] = "/var/lib/kestrova";
 constexpr char kPassingFolder[] = "/run/kestrova";
 
-/// The partition tool that can also write a saved table: where the adapter for today's tool stands
-/// at /sbin/sfdisk, the tool itself.
+/// Returns the partition tool that can also write a saved table: if /sbin/sfdisk is the adapter for
+/// the current tool, the tool itself.
 std::string tableTool() {
     const char* const folder = std::getenv("KESTROVA_TOOLS");
     const std::string adapted =
@@ -38,11 +38,11 @@ int writeAndSync(int descriptor, const std::string& text) {
         }
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
-    // EINVAL: a pipe or a terminal has nothing to sync.
+    // A pipe or a terminal fails with EINVAL, because it cannot be synced.
     return ::fsync(descriptor) == 0 || errno == EINVAL ? 0 : errno;
 }
 
-/// Leaves no file behind when it fails; its status is eBusy when the name is taken.
+/// Removes the file on failure. The status is eBusy if the name exists.
 Result writeNew(const std::string& path, const std::string& text) {
     const int descriptor =
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -59,7 +59,7 @@ Result writeNew(const std::string& path, const std::string& text) {
                                          failure == EEXIST ? eBusy : eFailed);
 }
 
-/// The file is found after a power cut only when its folder is on the disk, too.
+/// Syncs the directory, without which the file could be missing after a power cut.
 void syncFolder(const std::string& folder) {
     const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor >= 0) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Saves a partition table before a new one takes its place.
+// Saves a partition table before a new one replaces it.
 #ifndef KESTROVA_APP_COMMANDS_DRIVE_TABLEBACKUP_H
 #define KESTROVA_APP_COMMANDS_DRIVE_TABLEBACKUP_H
 
@@ -10,16 +10,16 @@
 
 namespace app {
 
-/// A partition table that was saved.
+/// A saved partition table.
 struct TableBackup {
-    std::string mFile;     ///< what "sfdisk -d" printed
-    std::string mRestore;  ///< the command line that writes it back
-    bool mLasting = true;  ///< false when the file does not outlive a restart of the box
+    std::string mFile;     ///< output of "sfdisk -d"
+    std::string mRestore;  ///< command line that restores it
+    bool mLasting = true;  ///< false if the file does not survive a restart of the box
 };
 
-/// Saves the drive's partition table as text of "sfdisk -d" and puts it on the disk: in `file`, or
-/// when that is empty in a new file below /var/lib/kestrova or, where that cannot be written,
-/// /run/kestrova. An existing file is never replaced.
+/// Saves the drive's partition table as printed by "sfdisk -d" and syncs it to disk: in `file`, or
+/// if that is empty in a new file below /var/lib/kestrova or, if that is not writable,
+/// /run/kestrova. Never replaces an existing file.
 Result saveTable(const std::string& file, TableBackup& backup);
 
 }  // namespace app

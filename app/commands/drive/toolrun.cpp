@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kPiece = 4096;
 constexpr std::size_t kKept = 1U << 20U;
 
-/// Reads what is there, and closes the descriptor at the end of the stream.
+/// Reads the available bytes, and closes the descriptor at the end of the stream.
 void take(int& descriptor, std::string& kept, const ToolListener& listener) {
     char piece[kPiece];
     const ssize_t count = ::read(descriptor, piece, sizeof(piece));
@@ -84,7 +84,7 @@ ToolRun runTool(const std::string& command, const ToolListener& listener) {
     while (out >= 0 || err >= 0) {
         pollfd ends[] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
         if (::poll(ends, 2, -1) < 0) {
-            continue;  // interrupted
+            continue;  // EINTR
         }
         if (ends[0].revents != 0) {
             take(out, run.mOutput, listener);

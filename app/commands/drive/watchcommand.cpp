@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The command that follows what happens to the drive, in this process or in another one.
+// The command that follows work on the drive, in this process or in another one.
 #include <algorithm>
 #include <iterator>
 
@@ -18,7 +18,7 @@ namespace {
 
 using Holder = sysResourceLock::Holder;
 
-/// States that pass by themselves, as kestrova publishes them.
+/// Returns whether a state, as kestrova publishes it, ends by itself.
 bool isWork(const std::string& state) {
     static const char* const names[] = {"formatting", "starting", "stopping", "checking",
                                         "partitioning"};
@@ -32,7 +32,7 @@ Holder readHolder() {
     return holder;
 }
 
-/// The state of the drive, with every change that was seen.
+/// Returns the state of the drive, with every change that was seen.
 Result withState(const Session& session, Result result, const Json& changes) {
     const DriveState state = stateOfDrive(session);
     if (!state.mFound.good()) {
@@ -44,9 +44,10 @@ Result withState(const Session& session, Result result, const Json& changes) {
     return result;
 }
 
-/// Follows another process until its work has ended. Reads nothing but the lock file meanwhile.
+/// Follows another process until its work has ended. Reads only the lock file meanwhile.
 Result followHolder(Session& session, const Holder& first) {
-    constexpr int interval = 20;  // milliseconds: the end is shown for a moment only
+    constexpr int interval = 20;  // milliseconds; short, because the final state is visible only
+                                  // for a moment
     ProgressView view(session.streams(), "process " + std::to_string(first.mPid), session.quiet(),
                       kestrova_debug_output_level > 0);
     Holder holder = first;

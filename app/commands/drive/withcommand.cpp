@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The command that starts the drive, runs a program, and stops the drive whatever happens.
+// The command that starts the drive, runs a program, and always stops the drive.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -26,10 +26,10 @@ namespace {
 
 constexpr int kNotFound = 127;
 constexpr int kNotExecutable = 126;
-/// How long a program may take to end after SIGTERM or SIGHUP, before it is killed.
+/// Time that a program has after SIGTERM or SIGHUP, before it is killed.
 constexpr int kGraceMilliseconds = 20000;
 
-/// The terminal, when this process is in its foreground: the program gets it while it runs.
+/// The terminal, if this process is in its foreground. The program gets the terminal while it runs.
 class Foreground {
 public:
     Foreground() : mTerminal(::open("/dev/tty", O_RDWR | O_CLOEXEC)) {
@@ -52,7 +52,8 @@ private:
         if (!mOurs) {
             return;
         }
-        // From the background it raises SIGTTOU, which stops a process that does not block it.
+        // tcsetpgrp() from the background raises SIGTTOU, which stops a process that does not block
+        // it.
         sigset_t signals;
         sigset_t before;
         (void)sigemptyset(&signals);
@@ -66,16 +67,16 @@ private:
     bool mOurs;
 };
 
-/// A program in a process group of its own.
+/// A program in its own process group.
 class Program {
 public:
     Program(Session& session, const Words& words, const char* directory);
 
-    /// Waits for the program, and passes signals on to it. Returns its wait status, or -1.
+    /// Waits for the program, and forwards signals to it. Returns its wait status, or -1.
     int wait();
 
     pid_t pid() const { return mPid; }
-    /// errno of the execution, or 0.
+    /// errno of a failed execution, or 0.
     int error() const { return mError; }
 
 private:
@@ -89,7 +90,7 @@ private:
     Foreground mForeground;
     pid_t mPid = -1;
     int mError = 0;
-    int mGrace = -1;  // milliseconds until the program is killed; negative: for ever
+    int mGrace = -1;  // milliseconds until the program is killed; negative means never
 };
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
@@ -114,7 +115,7 @@ std::vector<std::string> environmentWith(const char* directory) {
 }
 
 Program::Program(Session& session, const Words& words, const char* directory) : mSession(session) {
-    // Everything that the child needs is made before the fork.
+    // Create everything that the child needs before the fork.
     std::vector<std::string> arguments(words);
     std::vector<std::string> environment = environmentWith(directory);
     const std::vector<char*> argumentPointers = pointers(arguments);
@@ -132,7 +133,7 @@ Program::Program(Session& session, const Words& words, const char* directory) : 
     mError = mPid < 0 ? errno : 0;
     (void)::close(report[1]);
     if (mPid > 0) {
-        (void)::setpgid(mPid, mPid);  // in parent and child: either may run first
+        (void)::setpgid(mPid, mPid);  // in parent and child, because either may run first
         mForeground.give(mPid);
         ssize_t count = 0;
         do {
@@ -142,12 +143,13 @@ Program::Program(Session& session, const Words& words, const char* directory) : 
     (void)::close(report[0]);
 }
 
-/// In the child: only what is safe between fork and exec.
+/// Runs in the child: only code that is safe between fork and exec.
 void Program::execute(char* const* arguments, const char* const* environment, int report,
                       int output) const {
     (void)::setpgid(0, 0);
     mForeground.give(::getpid());
-    // A killed kestrova can't stop the drive: what still records must at least end.
+    // If kestrova is killed it cannot stop the drive, but the program that records must at least
+    // exit.
     (void)::prctl(PR_SET_PDEATHSIG, SIGTERM);
     (void)::dup2(mSession.inputForChildren(), STDIN_FILENO);
     (void)::dup2(output, STDOUT_FILENO);
@@ -158,11 +160,11 @@ void Program::execute(char* const* arguments, const char* const* environment, in
     ::execvpe(arguments[0], arguments, const_cast<char* const*>(environment));
     const int error = errno;
     const ssize_t written = ::write(report, &error, sizeof(error));
-    (void)written;  // the parent then takes it for the program's own end
+    (void)written;  // without a report the parent assumes that the program itself exited
     ::_exit(kNotFound);
 }
 
-/// Ctrl-Z has stopped the program: this process stops as well, and both go on together.
+/// Ctrl-Z has stopped the program: stops this process as well; both continue together.
 void Program::stopTogether() {
     mForeground.take();
     (void)::kill(::getpid(), SIGSTOP);
@@ -170,9 +172,9 @@ void Program::stopTogether() {
     pass(SIGCONT);
 }
 
-/// True when a signal has come.
+/// Returns true if a signal has arrived.
 bool Program::takeSignals() {
-    constexpr int interval = 50;  // milliseconds between two looks for the program's end
+    constexpr int interval = 50;  // milliseconds between two checks for the program's end
     const bool came = mSession.interrupts().wait(interval);
     const int ending = mSession.interrupts().ending();
     if (came && ending == 0) {
@@ -231,8 +233,8 @@ Result runProgram(Session& session, sysDVRDrive& drive, const Words& words) {
     return program.error() != 0 ? notRun(words, program.error()) : programEnd(words, status);
 }
 
-/// True when the drive is started; waits for it. The way there is shown to nobody: standard output
-/// is the program's.
+/// Waits until the drive is started. Shows no progress, because standard output belongs to the
+/// program.
 Result waitForStart(Session& session, sysDVRDrive& drive) {
     const std::unique_ptr<Work> work = session.published(startWork(session, drive));
     constexpr int interval = 10;  // milliseconds
@@ -250,7 +252,7 @@ Result runDriveWith(Session& session, const Invocation& invocation) {
     }
     started = waitForStart(session, *drive);
     if (!started.good()) {
-        (void)drive->init();  // one of the two may be mounted
+        (void)drive->init();  // unmounts a partition that may be mounted
         return Result::failed(started.mError);
     }
     session.publish({statusName(sysDVRDrive::eStStarted), 100});

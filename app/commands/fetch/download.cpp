@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kPiece = 262144;
 
-/// Keeps the calling thread from being cancelled for a scope.
+/// Disables cancellation of the calling thread for a scope.
 class Uncancelled {
 public:
     Uncancelled() { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &mState); }
@@ -30,12 +30,12 @@ private:
 };
 
 struct AnnouncedLength {
-    long long mBytes;  ///< 0 for none
-    bool mCut;         ///< the library has cut it to 32 bits
+    long long mBytes;  ///< 0 if there is none
+    bool mCut;         ///< the library has clamped it to 32 bits
 };
 
 AnnouncedLength announcedLength(HTTPReplyHeader& header) {
-    // First, because getValue() enters a missing field.
+    // Call contentSize() first, because getValue() inserts a missing field.
     const int inAnyCase = header.contentSize();
     const std::string text = header.getValue("Content-Length");
     if (text.empty()) {
@@ -47,12 +47,12 @@ AnnouncedLength announcedLength(HTTPReplyHeader& header) {
 
 }  // namespace
 
-/// Says that the thread has ended, also when it was cancelled.
+/// Signals the end of the thread, even after a cancellation.
 class Download::Ending {
 public:
     explicit Ending(Download& download) : mDownload(download) {}
     ~Ending() {
-        // Setting the event is a cancellation point, through which nothing may unwind here.
+        // Setting the event is a cancellation point, and a destructor must not be unwound.
         const Uncancelled uncancelled;
         mDownload.decide(eStopped);
         mDownload.mEnd.set();
@@ -96,7 +96,7 @@ Download::Wake Download::wait(const Interrupts& interrupts, int milliseconds) {
     if (sources[2].revents == 0) {
         return eTimeOut;
     }
-    // The reader of the output has gone. Without data the thread would not notice that.
+    // The reader of the output has exited. Without data the thread would not notice that.
     cancel();
     if (mOutcome == eStopped) {
         mOutcome = eNotWritten;
@@ -129,12 +129,12 @@ void* Download::run(void* self) {
     return nullptr;
 }
 
-/// The thread's body. It can be cancelled while it waits for the server.
+/// The thread's function. It can be cancelled while it waits for the server.
 void Download::fetch() {
     HTTPReplyHeader header;
     const bool opened = mConnection.Open(mUrl.c_str(), header);
     mFailure = HTTPConnection::lastFailure();
-    // Open() succeeds although the request could not be sent.
+    // Open() also returns true if the request could not be sent.
     if (!opened || mFailure.mReason != HTTPFailure::eNone) {
         decide(eNotOpened);
         return;
@@ -145,7 +145,7 @@ void Download::fetch() {
     std::vector<char> buffer(kPiece);
     int count = 0;
     do {
-        // Ctrl-Z and 'fg' interrupt it, too.
+        // Ctrl-Z and 'fg' also interrupt the read.
         do {
             count = mConnection.Read(buffer.data(), static_cast<unsigned>(buffer.size()));
         } while (count < 0 && HTTPConnection::lastFailure().mErrno == EINTR);
@@ -156,7 +156,7 @@ void Download::fetch() {
     } while (takePiece({buffer.data(), static_cast<std::size_t>(count)}));
 }
 
-/// False when the download is over.
+/// Returns false if the download has ended.
 bool Download::takeHeader(HTTPReplyHeader& header) {
     const AnnouncedLength length = announcedLength(header);
     if (length.mBytes < 0) {
@@ -170,7 +170,7 @@ bool Download::takeHeader(HTTPReplyHeader& header) {
     return mOutcome == eRunning;
 }
 
-/// False when the download is over.
+/// Returns false if the download has ended.
 bool Download::takePiece(std::string_view piece) {
     const Uncancelled uncancelled;
     const Amount before = amount();
@@ -205,7 +205,7 @@ void Download::takeEnd(int lastRead) {
     decide(whole ? eWhole : eBrokenOff);
 }
 
-/// The first outcome counts.
+/// Keeps the first outcome.
 void Download::decide(Outcome outcome) {
     if (mOutcome == eRunning) {
         mOutcome = outcome;

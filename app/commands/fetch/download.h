@@ -15,51 +15,52 @@
 
 namespace app {
 
-/// A document that a thread streams into a file. The thread reads large pieces: with the 2048 bytes
-/// of the library's fetcher, a fast network is limited by the processor.
+/// Streams a document into a file in a thread of its own. The thread reads large pieces: with the
+/// 2048 bytes of the library's fetcher, a fast network is limited by the processor.
 class Download {
 public:
-    /// How it ended.
+    /// How the download ended.
     enum Outcome {
         eRunning,
         eWhole,
-        eNotOpened,   ///< no reply with status 200 and a whole header
+        eNotOpened,   ///< no reply with status 200 and a complete header
         eBrokenOff,   ///< the connection failed, or ended before the announced length
         eStopped,     ///< cancelled
-        eTooLong,     ///< the library cuts the announced length
+        eTooLong,     ///< the library clamps the announced length
         eNotWritten,  ///< the file could not be written
     };
-    /// What a wait has ended with.
+    /// How a wait ended.
     enum Wake { eEnded, eInterrupted, eTimeOut };
     struct Amount {
         unsigned long long mReceived;
-        unsigned long long mLength;  ///< as announced; 0 when it is not known
+        unsigned long long mLength;  ///< as announced; 0 if unknown
     };
 
-    /// The file must live until the download has ended.
+    /// The file must outlive the download.
     Download(OutputFile& file, std::string url);
-    /// Cancels the download if it runs.
+    /// Cancels a running download.
     ~Download();
     Download(const Download&) = delete;
     Download& operator=(const Download&) = delete;
 
-    /// Starts the thread. Call it once.
+    /// Starts the thread. Call it only once.
     Result start();
-    /// Waits for the end, for a signal that is to end the command, or until the time has passed.
+    /// Waits for the end of the download, for a signal that ends the command, or for the time
+    /// limit.
     Wake wait(const Interrupts& interrupts, int milliseconds);
-    /// Stops the thread and waits for its end.
+    /// Stops the thread and waits until it has exited.
     void cancel();
 
-    /// How far the download is. Any thread may call it at any time.
+    /// Returns the progress. Any thread may call it at any time.
     Amount amount();
 
-    // After the end:
+    // Valid after the end:
     Outcome outcome() const { return mOutcome; }
-    /// The reason of eNotWritten.
+    /// The reason for eNotWritten.
     const Result& writeFailure() const { return mWriteFailure; }
-    /// Why the connection failed, for eNotOpened and eBrokenOff; eNone when it did not.
+    /// Why the connection failed, for eNotOpened and eBrokenOff; eNone if it did not fail.
     const HTTPFailure& failure() const { return mFailure; }
-    /// The server has sent more than it announced; the rest was dropped.
+    /// Returns whether the server has sent more than it announced; the rest was dropped.
     bool surplus() const { return mSurplus; }
 
 private:
@@ -77,13 +78,13 @@ private:
     const std::string mUrl;
     Event mEnd;
     std::mutex mLock;
-    Amount mAmount = {0, 0};  // under mLock
+    Amount mAmount = {0, 0};  // guarded by mLock
     Outcome mOutcome = eRunning;
     Result mWriteFailure;
     HTTPFailure mFailure = {HTTPFailure::eNone, 0, 0, ""};
     bool mSurplus = false;
     HTTPConnection mConnection;
-    pthread_t mThread = 0;  // 0 when none has to be joined
+    pthread_t mThread = 0;  // 0 if there is no thread to join
 };
 
 }  // namespace app

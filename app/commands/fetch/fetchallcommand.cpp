@@ -23,15 +23,15 @@ namespace app {
 
 namespace {
 
-/// What came of one URL.
+/// The result for one URL.
 struct Entry {
     std::string mUrl;
     bool mOk = false;
     std::string mType;
     std::string mBody;
-    std::string mFile;    ///< where it is; empty when it was not saved
-    std::string mReason;  ///< why it failed; empty otherwise
-    int mStatus = 0;      ///< of HTTP; 0 when there was no reply
+    std::string mFile;    ///< its path; empty if it was not saved
+    std::string mReason;  ///< why it failed; otherwise empty
+    int mStatus = 0;      ///< HTTP status; 0 if there was no reply
 };
 
 constexpr int kGood = 200;
@@ -40,18 +40,19 @@ bool unsent(const HTTPFailure& failure) {
     return failure.mReason == HTTPFailure::eSend || failure.mReason == HTTPFailure::eSendTimeOut;
 }
 
-/// The library's queue. One URL at a time is in it: the library blocks who gives it another one
-/// while it fetches, and Ctrl-C would have to wait with it.
+/// The library's queue. It holds only one URL at a time: pushUrl() blocks while a document is being
+/// fetched, and Ctrl-C would have to wait as well.
 class Queue {
 public:
     Queue() { mFetcher.setCallback(take, this); }
     Queue(const Queue&) = delete;
     Queue& operator=(const Queue&) = delete;
 
-    /// Fetches; true when Ctrl-C came meanwhile, which the fetch does not care for.
+    /// Fetches one document. Returns true if Ctrl-C arrived meanwhile, which does not stop the
+    /// fetch.
     bool fetch(const Interrupts& interrupts, Entry& entry) {
         mpEntry = &entry;
-        // What would break the request apart is not let into one; the library fails on null.
+        // Do not pass on a URL that would corrupt the request; the library fails on null.
         mFetcher.pushUrl(0, isUrl(entry.mUrl) ? entry.mUrl.c_str() : nullptr);
         bool interrupted = false;
         while (!mDelivered.take()) {
@@ -67,7 +68,7 @@ public:
     }
 
 private:
-    /// The library calls this in its worker.
+    /// Called by the library in its worker.
     static void take(bool ok, unsigned /*id*/, const char* type, char* data, int length,
                      void* self) {
         auto& queue = *static_cast<Queue*>(self);
@@ -84,7 +85,7 @@ private:
 
     Entry* mpEntry = nullptr;
     Event mDelivered;
-    sysChainFetcher mFetcher;  // goes first: its worker uses the others
+    sysChainFetcher mFetcher;  // last member, destroyed first: its worker uses the others
 };
 
 /// All entries of one command.
@@ -137,7 +138,7 @@ private:
         return std::to_string(mCount) + (mCount == 1 ? " document" : " documents");
     }
 
-    /// The rest is not wanted, or nobody is there to read of it.
+    /// Returns whether to stop: after Ctrl-C, or if the output cannot be written.
     bool over() const { return mInterrupted || mSession.streams().outputError() != 0; }
 
     void addLine(std::string line) {

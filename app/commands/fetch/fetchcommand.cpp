@@ -22,7 +22,7 @@ std::string countText(unsigned long long bytes) {
     return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
 }
 
-/// Where the document goes; empty for standard output.
+/// Returns the path for the document; empty for standard output.
 std::string outputPath(const Invocation& invocation) {
     const std::string& path = invocation.mOptions.mOutput;
     return path == "-" ? std::string() : path;
@@ -36,7 +36,7 @@ std::string brokenText(const Download& download, const Download::Amount& amount)
     return "the document broke off after " + received + (reason.empty() ? "" : ": " + reason);
 }
 
-/// What is to be said of a download that has ended, but for its file.
+/// Returns the result of a download that has ended, without its file.
 Result resultOf(const Download& download, const Download::Amount& amount, const Invocation& words) {
     switch (download.outcome()) {
         case Download::eNotOpened:
@@ -71,20 +71,20 @@ const char* outcomeName(ExitStatus status) {
     }
 }
 
-/// Status of the reply; 0 when there was none.
+/// Returns the status of the reply; 0 if there was none.
 int httpStatus(const Download& download) {
     constexpr int good = 200;
     switch (download.outcome()) {
         case Download::eNotOpened:
             return download.failure().mStatus;
         case Download::eStopped:
-            return 0;  // it may have been cancelled before the reply
+            return 0;  // the download may have been cancelled before the reply
         default:
             return good;
     }
 }
 
-/// Shows how far it is until it has ended. A signal cancels it.
+/// Shows the progress until the download has ended. A signal cancels it.
 void follow(Session& session, Download& download, bool toTerminal) {
     constexpr int interval = 200;  // milliseconds
     const bool shown = !session.quiet() && !toTerminal && kestrova_debug_output_level == 0 &&

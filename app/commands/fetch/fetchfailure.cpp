@@ -9,7 +9,7 @@ namespace app {
 
 namespace {
 
-/// The text, with the meaning of the errno when there is one.
+/// Returns the text, followed by the meaning of errno if there is one.
 std::string withError(const char* text, int error) {
     return error == 0 ? text : std::string(text) + ": " + std::strerror(error);
 }

@@ -8,8 +8,8 @@
 
 namespace app {
 
-/// Why a document could not be fetched, in words: "404 Not Found", "connection refused", "unknown
-/// host", "no answer within 30 s". Safe to print; "" when nothing has failed.
+/// Returns why a document could not be fetched: "404 Not Found", "connection refused", "unknown
+/// host", "no answer within 30 s". Safe to print; "" if there was no failure.
 std::string fetchFailureText(const HTTPFailure& failure);
 
 }  // namespace app

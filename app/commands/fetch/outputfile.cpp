@@ -28,14 +28,14 @@ std::string folderOf(const std::string& path) {
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
-/// The file that a link leads to, so that it is replaced and not the link.
+/// Returns the target of a symbolic link, so that the target is replaced and not the link.
 std::string resolved(const std::string& path) {
     const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
                                                            &std::free);
     return real != nullptr ? real.get() : path;
 }
 
-/// Waits until bytes can be written; false when stopped.
+/// Waits until the descriptor is writable. Returns false after stop().
 bool waitWritable(int descriptor, int stop) {
     pollfd sources[] = {{descriptor, POLLOUT, 0}, {stop, POLLIN, 0}};
     while (::poll(sources, 2, -1) < 0 && errno == EINTR) {
@@ -76,7 +76,7 @@ Result OutputFile::open(const std::string& path) {
         const int error = openTemporary();
         return error == 0 ? Result() : failure(error);
     }
-    // Opening a pipe without a reader would block forever.
+    // Non-blocking, because opening a pipe without a reader would block forever.
     mDescriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     return mDescriptor >= 0 ? Result() : failure(errno);
 }
@@ -106,8 +106,8 @@ void OutputFile::borrow(int descriptor) {
 
 Result OutputFile::write(std::string_view bytes) {
     while (!bytes.empty()) {
-        // To a stream no more than a pipe takes at once when it takes anything: a write must not
-        // get stuck.
+        // Write to a stream at most PIPE_BUF bytes at once, which a pipe accepts completely when it
+        // is writable, so that a write cannot block.
         const std::size_t length =
             mRegular ? bytes.size() : std::min<std::size_t>(bytes.size(), PIPE_BUF);
         if (!mRegular && !waitWritable(mDescriptor, mStop.descriptor())) {
@@ -127,7 +127,7 @@ Result OutputFile::commit() {
     if (mTemporary.empty()) {
         return {};
     }
-    // First the bytes, then the name: a power cut in between leaves no empty file under it.
+    // Sync the bytes before the rename, so that a power cut between the two leaves no empty file.
     if (::fsync(mDescriptor) != 0 || ::rename(mTemporary.c_str(), mPath.c_str()) != 0) {
         return failure(errno);
     }

@@ -10,31 +10,30 @@
 
 namespace app {
 
-/// Where a document is written: a file that has its name only when it is whole, or a stream.
+/// Output of a document: a file that gets its name only when it is complete, or a stream.
 ///
-/// A file is written under another name in the same folder, and takes its own name, in place of an
-/// older file, at the end. What is no regular file (a pipe, a device) is written as it is.
-/// A failure names the file. It has no message when the reader of standard output has gone: it has
-/// what it wanted.
+/// A file is written under a temporary name in the same directory, and renamed at the end, which
+/// replaces an older file. A pipe or a device is written directly. A failure names the file, but
+/// has no message if the reader of standard output has exited, because it needs no more data.
 class OutputFile {
 public:
     OutputFile() = default;
-    /// Closes; removes what was not committed.
+    /// Closes the file, and removes it if it was not committed.
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     /// Opens a file at its path.
     Result open(const std::string& path);
-    /// Writes to standard output, whose descriptor stays the caller's.
+    /// Writes to standard output, whose descriptor the caller still owns.
     void borrow(int descriptor);
 
-    /// Writes all of it. Returns eCancelled after stop(), also while it waits for a slow reader.
+    /// Writes all bytes. Returns eCancelled after stop(), even while it waits for a slow reader.
     Result write(std::string_view bytes);
-    /// Ends a write() in another thread, and every later one.
+    /// Cancels a write() in another thread, and every later one.
     void stop() const { mStop.set(); }
 
-    /// Puts it on the disk, and gives it its name.
+    /// Syncs the file to disk, and renames it.
     Result commit();
 
     int descriptor() const { return mDescriptor; }
@@ -47,8 +46,8 @@ private:
     bool mOwned = false;
     bool mRegular = false;
     std::string mName;       // as given; empty for standard output
-    std::string mPath;       // where it belongs
-    std::string mTemporary;  // where it is; empty for what is written as it is
+    std::string mPath;       // final path
+    std::string mTemporary;  // current path; empty for a pipe or a device
     Event mStop;
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// URLs as people write them.
+// URLs as people type them.
 #ifndef KESTROVA_APP_COMMANDS_FETCH_WEBADDRESS_H
 #define KESTROVA_APP_COMMANDS_FETCH_WEBADDRESS_H
 
@@ -11,18 +11,18 @@
 
 namespace app {
 
-/// True when a request can be made of the text: http://HOST[:PORT]/PATH, without blanks and control
-/// characters, which would break the request apart.
+/// Returns whether a text is a valid URL for a request: http://HOST[:PORT]/PATH, without blanks and
+/// control characters, which would corrupt the request.
 bool isUrl(const std::string& text);
 
-/// The check of arguments that are URLs.
+/// Checks arguments that are URLs.
 Result checkUrls(const Words& arguments);
 
-/// Names for documents in one folder, none twice.
+/// Unique names for documents in one directory.
 class FileNames {
 public:
-    /// A name after the last part of the URL's path: no '/', neither "." nor "..", not hidden, no
-    /// option, and with a number behind when an earlier document has it.
+    /// Returns a name from the last part of the URL's path: without '/', not "." or "..", not
+    /// hidden, not an option, and with a number appended if an earlier document has it.
     std::string add(const std::string& url);
 
 private:

@@ -39,7 +39,7 @@ std::string addressText(unsigned address) {
     return text;
 }
 
-/// Four decimal octets, and not all of them 0, which stands for no address.
+/// Parses four decimal octets. Rejects 0.0.0.0, which means that there is no address.
 bool parseAddress(const std::string& text, unsigned& address) {
     in_addr binary = {};
     if (text.find('\0') != std::string::npos || ::inet_pton(AF_INET, text.c_str(), &binary) != 1) {
@@ -49,7 +49,8 @@ bool parseAddress(const std::string& text, unsigned& address) {
     return address != 0;
 }
 
-/// Why there is no address: the library answers alike for none and for one that it cannot read.
+/// Returns why there is no address: the library returns 0 both if there is none and if it cannot
+/// read it.
 Result noAddress() {
     sysBootVarsManager& variables = *getSystem()->mpBootVarsManager;
     char text[2] = "";
@@ -73,7 +74,7 @@ Result withAddress(unsigned address) {
     return result;
 }
 
-/// Reaps a child that has ended, and tells how.
+/// Reaps a child that has exited, and returns how it ended.
 std::string endText(int pid) {
     int status = 0;
     if (pid == 0 || ::waitpid(pid, &status, WNOHANG) != pid) {
@@ -91,7 +92,7 @@ std::string notRestarted(unsigned address) {
            (old ? "the one before still runs" : "none runs now");
 }
 
-/// Fails when a tool is missing whose failure the library does not report.
+/// Fails if a tool is missing whose failure the library does not report.
 Result checkTool(const std::string& tool) {
     return ::access(tool.c_str(), X_OK) == 0
                ? Result()
@@ -128,7 +129,8 @@ Result runSerialLogin(Session& session, const Invocation& invocation) {
     if (!result.good()) {
         return result;
     }
-    // The library does not report what becomes of the prompt: as a child it can be watched.
+    // The library does not report whether the prompt runs, but as a child of this process it can be
+    // watched.
     const ParentOfDaemons scope;
     const std::vector<Process> before = processesBelow(::getpid());
     if (utilities().SpawnGetty(static_cast<int>(port)) < 0) {
@@ -190,7 +192,8 @@ Result runSyslogApply(Session& session, const Invocation& /*invocation*/) {
     Result result = withAddress(address);
     const std::vector<Process> before = processesNamed(kLogDaemon);
     {
-        const InterruptibleChildren scope;  // the daemon must not inherit that SIGTERM is blocked
+        const InterruptibleChildren scope;  // so that the daemon does not inherit the blocked
+                                            // SIGTERM
         utilities().RestartRemoteLog(address);
     }
     const Process daemon = newProcess(before, processesNamed(kLogDaemon));

@@ -16,14 +16,14 @@ namespace app {
 
 namespace {
 
-/// Reads /proc/PID/stat. False when there is no such process.
+/// Reads /proc/PID/stat. Returns false if there is no such process.
 bool readProcess(const std::string& pid, Process& process) {
     std::ifstream file("/proc/" + pid + "/stat");
     std::string text;
     if (!std::getline(file, text, '\0')) {
         return false;
     }
-    // The name stands in parentheses and can hold any character, these among them.
+    // The name is in parentheses and can contain any character, including parentheses.
     const std::size_t begin = text.find('(');
     const std::size_t end = text.rfind(')');
     if (begin == std::string::npos || end == std::string::npos || end < begin) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Processes that the library starts without telling what becomes of them.
+// Processes that the library starts without reporting their fate.
 #ifndef KESTROVA_APP_COMMANDS_MAINTENANCE_PROCESSES_H
 #define KESTROVA_APP_COMMANDS_MAINTENANCE_PROCESSES_H
 
@@ -18,28 +18,29 @@ struct Process {
     unsigned long long mStart =
         0;  ///< in clock ticks since the boot; tells a pid that was used again
 
-    bool mEnded = false;  ///< and its parent has not taken note yet
+    bool mEnded = false;  ///< exited, and not yet reaped by its parent
 
     bool operator==(const Process& other) const {
         return mPid == other.mPid && mStart == other.mStart;
     }
 };
 
-/// The processes of the machine. Empty when /proc cannot be read.
+/// Returns the processes of the machine. Empty if /proc cannot be read.
 std::vector<Process> allProcesses();
 
-/// Those with a program's name that run, or those with a parent, also when they have ended.
+/// Return the running processes with a program's name, or the children of a process, including
+/// those that have exited.
 std::vector<Process> processesNamed(const std::string& name);
 std::vector<Process> processesBelow(int parent);
 
-/// The first of `now` that is not in `before`; its pid is 0 when there is none.
+/// Returns the first process of `now` that is not in `before`; its pid is 0 if there is none.
 Process newProcess(const std::vector<Process>& before, const std::vector<Process>& now);
 
-/// Watches a process for a moment that is long enough for a program that cannot do its work. False
-/// when it has ended until then. A signal ends the watch early.
+/// Watches a process long enough to detect a program that fails at its start. Returns false if it
+/// has exited meanwhile. A signal ends the watch early.
 bool staysAlive(const Process& process, const Interrupts& interrupts);
 
-/// Makes this process the parent of daemons that are started in its scope.
+/// Makes this process the parent of daemons that are started in this scope.
 class ParentOfDaemons {
 public:
     ParentOfDaemons();

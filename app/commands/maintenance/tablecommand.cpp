@@ -38,7 +38,8 @@ const char* usageName(unsigned usage) {
     }
 }
 
-/// The devices that have partitions of a known usage, each once: the table is asked by usage.
+/// Returns the devices that have partitions of a known usage, each once. The table can only be
+/// queried by usage.
 std::vector<const BlockdevConfig*> devices() {
     KestrovaVector<PartitionConfig*> partitions;
     for (const unsigned usage : {eUsageCustom, eUsageSoftware, eUsageData}) {
@@ -53,7 +54,7 @@ std::vector<const BlockdevConfig*> devices() {
     return found;
 }
 
-/// What the partition is used for, a line each, as a box's console is narrow.
+/// Returns the purposes of a partition, one per line, because a box's console is narrow.
 std::string purposes(const PartitionConfig& partition) {
     const std::string directory = partition.mpMountPoint;
     std::string text;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The command that runs a command.
+// The command that runs a command of the system's shell.
 #include <cerrno>
 #include <cstring>
 

@@ -11,7 +11,7 @@ namespace app {
 
 namespace {
 
-/// Runs commands one after the other.
+/// Runs commands one after another.
 class Shell {
 public:
     explicit Shell(Session& session) : mSession(session), mInteractive(session.interactive()) {}
@@ -60,7 +60,7 @@ private:
         }
     }
 
-    /// True when no further command is to be run.
+    /// Returns true if no further command must run.
     bool over() {
         if (!mOver && mSession.interrupted()) {
             const int signal = mSession.interrupts().ending();
@@ -127,7 +127,7 @@ ExitStatus runInput(Session& session) {
     return shell.status();
 }
 
-// It is no command of a session, but runs those of a session.
+// Not a command of a session: it creates the session and runs its commands.
 constexpr char kShellHelp[] = R"(Run several commands in one process.
 
 Reads commands from standard input, or from -e, and runs them in one process,

@@ -10,11 +10,10 @@
 
 namespace app {
 
-/// Runs commands that have been parsed, up to the first that fails or "exit". Returns the status of
-/// the last one.
+/// Runs parsed commands, up to "exit" or the first that fails. Returns the status of the last one.
 ExitStatus runScript(Session& session, const std::vector<Invocation>& script);
 
-/// Reads commands from the session's input and runs them, as the shell's help says.
+/// Reads commands from the session's input and runs them. The shell's help page has the details.
 ExitStatus runInput(Session& session);
 
 }  // namespace app

@@ -31,7 +31,7 @@ std::uint32_t bigEndian(std::string_view image, std::size_t offset) {
            byteAt(image, offset + 2) << 8U | byteAt(image, offset + 3);
 }
 
-/// Bit by bit: it has to be plainly right, not fast.
+/// Bit by bit: this must be obviously correct, not fast.
 std::uint32_t checksum(std::string_view bytes) {
     constexpr std::uint32_t polynomial = 0xedb88320;
     std::uint32_t rest = 0xffffffff;
@@ -103,7 +103,7 @@ private:
             return;
         }
         if (size == 0 && stored != 0 && !behindHeader.empty()) {
-            // Readers take size 0 for an environment without variables, whatever the checksum is.
+            // Readers treat size 0 as an environment without variables, whatever the checksum is.
             problem(kSizeOffset, "bad size: 0, but a checksum and " + number(behindHeader.size()) +
                                      " bytes are there");
             return;
@@ -162,7 +162,7 @@ private:
     BootImage mResult;
 };
 
-/// Waits until something can be read. False after a signal; -1 stands for no signals.
+/// Waits until the input is readable. Returns false after a signal; -1 disables signals.
 bool awaitInput(int input, int signals) {
     pollfd sources[] = {{input, POLLIN, 0}, {signals, POLLIN, 0}};
     while (::poll(sources, 2, -1) < 0 && errno == EINTR) {
@@ -197,7 +197,7 @@ BootImage checkBootImage(std::string_view image) {
 
 Result readContent(const std::string& path, std::size_t limit, const Interrupts* interrupts,
                    std::string& content) {
-    // Does not block for a pipe without a writer: a signal could not end that.
+    // Non-blocking, because a signal could not interrupt the open of a pipe without a writer.
     const int input = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     int error = errno;
     if (input >= 0) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The command's own reader of boot environment files. It shares nothing with the library on
-// purpose: it is the second opinion when the library cannot, or should not, be asked.
+// The command's own parser of boot environment files. It shares no code with the library on
+// purpose, so that it can verify the library's files independently.
 #ifndef KESTROVA_APP_COMMANDS_VARS_BOOTIMAGE_H
 #define KESTROVA_APP_COMMANDS_VARS_BOOTIMAGE_H
 
@@ -16,29 +16,27 @@ namespace app {
 
 class Interrupts;
 
-/// Something at a place of a file.
+/// A remark about a position in a file.
 struct BootImageRemark {
     std::size_t mOffset;
     std::string mText;
 };
 
-/// What is to say about an image.
+/// Result of a check.
 struct BootImage {
-    std::size_t mVariables = 0;              ///< whole records
-    std::vector<BootImageRemark> mProblems;  ///< because of these variables are or may be lost
-    std::vector<BootImageRemark> mNotes;     ///< unusual, without harm
+    std::size_t mVariables = 0;              ///< complete records
+    std::vector<BootImageRemark> mProblems;  ///< errors that lose variables, or may lose them
+    std::vector<BootImageRemark> mNotes;     ///< unusual, but harmless
 };
 
-/// The largest file that is an environment.
+/// Size of the largest file that can be an environment.
 constexpr std::size_t kLargestBootImage = 65536;
 
-/// Checks an image from its first to its last byte; goes on behind a problem where that makes
-/// sense.
+/// Checks an image from its first to its last byte; continues after a problem if that is possible.
 BootImage checkBootImage(std::string_view image);
 
-/// Reads at most `limit` bytes of a file, also of a pipe, for which it blocks. With `interrupts` a
-/// signal ends that with eCancelled. A file that does not exist is eAbsent. The message names no
-/// file.
+/// Reads at most `limit` bytes of a file or a pipe; blocks for a pipe. With `interrupts` a signal
+/// ends the read with eCancelled. A missing file is eAbsent. The message does not name the file.
 Result readContent(const std::string& path, std::size_t limit, const Interrupts* interrupts,
                    std::string& content);
 

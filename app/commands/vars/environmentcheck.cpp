@@ -17,7 +17,8 @@ namespace app {
 
 namespace {
 
-/// First directory on which the device, under any of its names, is mounted; "" when it is not.
+/// Returns the first mount directory of the device, under any of its names; "" if it is not
+/// mounted.
 std::string mountedOn(const std::string& device) {
     KestrovaVector<std::string> directories;
     return sysPartition::listMounts(device.c_str(), &directories) && !directories.empty()

@@ -6,13 +6,13 @@
 
 namespace app {
 
-/// Fails when there is no software partition: its device is missing, and not mounted either. The
+/// Fails if there is no software partition: its device is missing, and not mounted either. The
 /// library would report that for each of its attempts to mount it.
 Result checkSoftwarePartition();
 
-/// Reads the environment files where the partition table has them; mounts the software partition
-/// read-only for that if it is not mounted. The library reports no variables both for an
-/// environment that is empty and for one that it cannot read; this distinguishes them.
+/// Reads the environment files at the paths in the partition table; if the software partition is
+/// not mounted, mounts it read-only for that. The library returns no variables both for an empty
+/// environment and for an unreadable one; this function distinguishes them.
 /// - done: there is a valid environment without variables
 /// - eAbsent: there are no files yet
 /// - eFailed: there should be an environment, but it cannot be read

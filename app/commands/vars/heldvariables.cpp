@@ -40,16 +40,16 @@ Result HeldVariables::take(Session& session, const Invocation& invocation) {
     return result.good() && reads ? takeDevice(session, invocation) : result;
 }
 
-/// Readers share the lock, but each of them mounts the software partition when it is not mounted,
-/// and unmounts it afterwards, perhaps before another one has read. So they take turns by a flock
-/// of the device, which is short: nobody is refused because of it.
+/// Readers share the lock, but each of them mounts the software partition if it is not mounted, and
+/// unmounts it afterwards, possibly before another reader has finished. Therefore they also take a
+/// flock of the device. It is held only briefly, so that no reader fails because of it.
 Result HeldVariables::takeDevice(Session& session, const Invocation& invocation) {
     constexpr unsigned least = 10;  // seconds
     constexpr int interval = 10;    // milliseconds
     const char* const device = BlockdeviceConfig::GetInstance()->GetSoftwarePartitionMountDevice();
     mDevice = ::open(device, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (mDevice < 0) {
-        return {};  // reading fails, and says why
+        return {};  // the read fails as well, and reports the reason
     }
     const Deadline deadline(std::max(least, session.waitLimit(invocation)));
     while (::flock(mDevice, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {

@@ -12,7 +12,7 @@ namespace app {
 class Session;
 struct Invocation;
 
-/// The lock of the boot variables, for the life of a command that uses them.
+/// The lock of the boot variables, held while a command uses them.
 class HeldVariables {
 public:
     HeldVariables() = default;
@@ -20,8 +20,8 @@ public:
     HeldVariables(const HeldVariables&) = delete;
     HeldVariables& operator=(const HeldVariables&) = delete;
 
-    /// Takes what the command's row in the table asks for; done when that is nothing. Otherwise as
-    /// takeLock(); fails also when there is no software partition.
+    /// Takes the lock that the command's row in the table requires, if any. See takeLock() for the
+    /// result; fails also if there is no software partition.
     Result take(Session& session, const Invocation& invocation);
 
 private:

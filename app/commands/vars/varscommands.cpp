@@ -17,14 +17,14 @@ namespace app {
 
 namespace {
 
-// No variable is longer than the file that holds all of them.
+// No variable is longer than the file that contains all of them.
 constexpr unsigned kLongestValue = kLargestBootImage;
 
 sysBootVarsManager& manager() {
     return *getSystem()->mpBootVarsManager;
 }
 
-/// Why the library found no variable of this name.
+/// Returns why the library found no variable with this name.
 Result notFound(const std::string& name) {
     KestrovaVector<std::string> names;
     KestrovaVector<std::string> values;
@@ -81,7 +81,7 @@ std::string remarksText(const char* kind, const std::vector<BootImageRemark>& re
     return text;
 }
 
-/// A new variable needs a name that 'vars list' and the boot stage can tell from its value.
+/// Fails if 'vars list' and the boot stage could not separate a new variable's name from its value.
 Result checkNewName(const Words& arguments) {
     const std::string& name = arguments[0];
     if (name.empty()) {
@@ -169,7 +169,7 @@ Result runVarsClear(Session& /*session*/, const Invocation& invocation) {
 Result runVarsVerify(Session& session, const Invocation& invocation) {
     const std::string& file = invocation.mArguments[0];
     std::string content;
-    // One byte more than fits, so that a file that is too long is noticed.
+    // One byte more than the limit, so that a file that is too long is detected.
     Result result = readArgument(session, file, kLargestBootImage + 1, content);
     if (!result.good()) {
         return result;
