@@ -40,7 +40,7 @@ void identify(const char* drive) {
     (void)::close(descriptor);
 }
 
-/// Looks for both file systems, in the order in which the library does.
+/// Checks for both file systems in the library's order.
 void readSuperblocks(const char* partition) {
     struct stat status = {};
     char ext[1024];
@@ -122,7 +122,7 @@ void detectDrive(const std::string& drive) {
           "     /dev/sda2  2146 MB  type=83 DVRData\n"}) {
         logLine(line);
     }
-    // Nobody may have mounted the file systems since they were listed.
+    // The library checks again that the file systems have not been mounted since they were listed.
     readMountTable();
     readMountTable();
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The controls: what drive management needs of the system, done without the library and with
-// nothing around it. They leave out whatever does not have to be.
+// The controls: the system calls that drive management needs, without the library and without
+// anything else.
 #ifndef KESTROVA_BENCH_BARE_H
 #define KESTROVA_BENCH_BARE_H
 
@@ -9,17 +9,17 @@
 
 namespace bench {
 
-/// Nice value at which the library runs the long tools.
+/// Nice value of the long-running tools in the library.
 constexpr int kLowPriority = 10;
 
-/// Runs a tool, its standard output into a pipe that is read to its end, `niceness` added to its
-/// nice value. Returns what it printed; ends the program unless its status is 0.
+/// Runs a tool at `niceness` above the current nice value, with its standard output in a pipe that
+/// is read to its end. Returns its output; exits the program unless the tool's status is 0.
 std::string runTool(const char* const* arguments, int niceness);
 
-/// Reads the kernel's whole mount table and throws it away.
+/// Reads and discards the whole mount table of the kernel.
 void readMountTable();
 
-/// The system calls of one start and end of the system with two formatted partitions.
+/// Makes the system calls of starting and stopping the system with two formatted partitions.
 void detectDrive(const std::string& drive);
 
 }  // namespace bench

@@ -30,7 +30,8 @@ int openOrFail(const char* path, int flags) {
     return descriptor;
 }
 
-/// Bytes of the file in a buffer that holds the largest one, and one more.
+/// Reads the file into a buffer that has room for the largest one and one more byte. Returns the
+/// length.
 std::size_t readWhole(const char* path, char* buffer) {
     const int file = openOrFail(path, O_RDONLY);
     std::size_t used = 0;

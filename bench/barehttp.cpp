@@ -12,7 +12,7 @@ namespace bench {
 
 int openBare(std::uint16_t port, const std::string& path) {
     const std::string end = "\r\n\r\n";
-    // The library's request, so that the server has the same to read.
+    // The same request as the library's, so that the server has the same work.
     const std::string request = "GET /" + path +
                                 " HTTP/1.0\r\nHost: 127.0.0.1:" + std::to_string(port) +
                                 "\r\nUser-Agent: KestrovaMediaClient/1.0\r\n"

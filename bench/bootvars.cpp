@@ -25,7 +25,7 @@ namespace {
 constexpr char kPrimary[] = "/boot-sw/boot_env";
 constexpr char kValue[] = "a value of the size that others have, too: 50 characters";
 
-// A store that the optimiser has to make, so that no call is thought to be useless.
+// Volatile, so that the optimiser cannot remove the calls.
 volatile unsigned long keptLength = 0;
 
 void setVariable(const char* name) {
@@ -79,7 +79,7 @@ void compareProcesses(bench::Report& report, int rounds, const char* name, char*
     report.figure("boot-set-process" + suffix, times.mSubject / times.mControl, times);
 }
 
-/// What follows the dash, with it; it only names the figure.
+/// Returns the dash and the rest, which only name the figure.
 std::string suffixOf(const std::string& what) {
     const std::size_t dash = what.find('-');
     return dash == std::string::npos ? "" : what.substr(dash);

@@ -32,7 +32,7 @@ bool sendAll(int socket, const char* bytes, std::size_t length) {
     return true;
 }
 
-/// The request's path without its first '/'; empty when there is none.
+/// Returns the request's path without its first '/'; empty if there is none.
 std::string readPath(int socket) {
     constexpr char begin[] = "GET /";
     constexpr std::size_t beginLength = sizeof(begin) - 1;
@@ -60,7 +60,7 @@ void sendDocument(int socket, std::size_t length, const std::vector<char>& bytes
     }
 }
 
-/// Waits, beside the next connections, until the client goes.
+/// Waits until the client disconnects, while the server accepts other connections.
 void stall(int socket) {
     std::thread([socket] {
         char byte = 0;

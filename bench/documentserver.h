@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A server for the figures of HTTP: a process of its own, so that its time is not the client's.
+// A server for the HTTP figures. It is a separate process, so that its processor time is not the
+// client's.
 #ifndef KESTROVA_BENCH_DOCUMENTSERVER_H
 #define KESTROVA_BENCH_DOCUMENTSERVER_H
 
@@ -11,11 +12,11 @@
 
 namespace bench {
 
-/// Serves one connection after the other on 127.0.0.1, for as long as the object lives. "/N" is a
-/// document of N bytes. "/stall" begins a document of which the rest never comes.
+/// Serves one connection after another on 127.0.0.1 during the object's lifetime. "/N" is a
+/// document of N bytes. "/stall" starts a document and never completes it.
 class DocumentServer {
 public:
-    /// Forks; while the program has no other threads. Ends the program when it cannot.
+    /// Forks, so create it before any other thread. Exits the program on failure.
     DocumentServer();
     ~DocumentServer();
     DocumentServer(const DocumentServer&) = delete;

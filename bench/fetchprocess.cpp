@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// One document into a file, as a whole process: the command against curl, and the least that such a
-// process has to do:
+// Fetches one document into a file, as a whole process: the command against curl, and against the
+// minimum that such a process must do:
 //   kestrova-bench-fetchprocess KESTROVA CURL FOLDER
-// The documents are written into FOLDER, over and over under the same name.
+// The documents are written to FOLDER, always under the same name.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -27,7 +27,7 @@ constexpr std::size_t kLarge = std::size_t{64} * 1048576;
 constexpr std::size_t kSmall = 1024;
 constexpr std::size_t kPiece = 262144;
 
-/// What one process took, in nanoseconds.
+/// The cost of one process, in nanoseconds.
 struct Cost {
     double mWall;
     double mProcessor;
@@ -51,7 +51,7 @@ Cost costOf(const Start& start) {
     return {bench::now() - begin, nanoseconds(usage.ru_utime) + nanoseconds(usage.ru_stime)};
 }
 
-/// Starts a program whose standard output is thrown away, as this program's own is.
+/// Starts a program whose standard output is discarded, like this program's own.
 pid_t spawn(const std::vector<std::string>& words) {
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
@@ -88,7 +88,7 @@ int createFile(const std::string& path) {
     return file;
 }
 
-/// recv and write, nothing else.
+/// Only recv() and write().
 void copyBare(int socket, int file) {
     std::vector<char> buffer(kPiece);
     ssize_t count = 0;
@@ -99,7 +99,7 @@ void copyBare(int socket, int file) {
     }
 }
 
-/// The same within the kernel, through a pipe.
+/// Copies within the kernel, through a pipe.
 void copySpliced(int socket, int file) {
     int ends[2] = {-1, -1};
     if (::pipe2(ends, O_CLOEXEC) != 0 || ::fcntl(ends[1], F_SETPIPE_SZ, kPiece) < 0) {
@@ -129,7 +129,7 @@ struct Column {
     }
 };
 
-/// Runs the ways in turn, in every second round backwards; the first round is not counted.
+/// Runs the ways in turn, in reverse order in every second round. The first round is not counted.
 std::vector<Column> compare(int rounds, const std::vector<Start>& ways) {
     std::vector<Column> columns(ways.size());
     for (int round = 0; round <= rounds; ++round) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// How every figure is measured: subject and control take turns in one run, so that whatever else
-// the machine does meanwhile falls on both, and the medians are compared.
+// Measures a figure: subject and control alternate in one run, so that other load on the machine
+// affects both, and their medians are compared.
 #ifndef KESTROVA_BENCH_FIGURE_H
 #define KESTROVA_BENCH_FIGURE_H
 
@@ -11,19 +11,19 @@
 
 namespace bench {
 
-/// Nanoseconds of a clock that only goes forward.
+/// Returns nanoseconds of the monotonic clock.
 double now();
 
-/// Middle value; the times are reordered. There has to be at least one.
+/// Returns the median; reorders the times, of which there must be at least one.
 double median(std::vector<double>& times);
 
-/// Medians in nanoseconds a call.
+/// Medians in nanoseconds per call.
 struct Times {
     double mSubject;
     double mControl;
 };
 
-/// Nanoseconds that a call takes, as the mean of `calls`.
+/// Returns the nanoseconds of a call, as the mean of `calls`.
 template <class Call>
 double timeOf(int calls, Call& call) {
     const double begin = now();
@@ -33,9 +33,9 @@ double timeOf(int calls, Call& call) {
     return (now() - begin) / calls;
 }
 
-/// Times both in `rounds` rounds of `calls` calls each. Whoever goes second in a round finds what
-/// the first left behind (caches, a disk's buffers), so they swap places every round. The first
-/// round, which meets everything cold, is not counted.
+/// Measures both in `rounds` rounds of `calls` calls each. They swap places every round, because
+/// the second one is affected by what the first has left in caches and disk buffers. The first
+/// round, with cold caches, is not counted.
 template <class Subject, class Control>
 Times measure(int rounds, int calls, Subject subject, Control control) {
     std::vector<double> subjects;
@@ -55,19 +55,19 @@ Times measure(int rounds, int calls, Subject subject, Control control) {
     return {median(subjects), median(controls)};
 }
 
-/// Where the figures go: the standard output that the program was started with. Standard output
-/// itself leads to /dev/null from then on, because the library logs there.
+/// Output of the figures: the standard output that the program was started with. Standard output
+/// itself becomes /dev/null, because the library logs to it.
 class Report {
 public:
-    /// Ends the program when the outputs cannot be had.
+    /// Exits the program if the outputs cannot be opened.
     Report();
     ~Report();
     Report(const Report&) = delete;
     Report& operator=(const Report&) = delete;
 
-    /// A row "name<TAB>ratio", and a comment that tells the two times.
+    /// Writes a row "name<TAB>ratio", and a comment with both times.
     void figure(const std::string& name, double ratio, const Times& times);
-    /// The row alone.
+    /// Writes only the row.
     void ratio(const std::string& name, double ratio);
     void comment(const std::string& text);
 
@@ -75,7 +75,7 @@ private:
     std::FILE* mpRows;
 };
 
-/// Ends the program: a figure that could not be measured must not look like one.
+/// Exits the program: a failed measurement must not look like a figure.
 [[noreturn]] void fail(const char* what);
 
 }  // namespace bench

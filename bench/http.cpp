@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// The HTTP client, each figure against the plain way to do the same:
+// The HTTP client, each figure against a plain implementation:
 //   kestrova-bench-http [LIBCURL]
-// LIBCURL is the libcurl to compare with, for this word size, as the dynamic loader finds it; its
-// figure is left out without one.
+// LIBCURL is the libcurl for this word size, as a name for the dynamic loader. Without it its
+// figure is omitted.
 #include <dlfcn.h>
 #include <semaphore.h>
 #include <sys/resource.h>
@@ -29,7 +29,7 @@ namespace {
 constexpr std::size_t kLargeDocument = std::size_t{64} * 1048576;
 constexpr std::size_t kLargePiece = 65536;
 
-/// Something that other threads end.
+/// An event that other threads signal.
 class Event {
 public:
     Event() : mSemaphore() { (void)sem_init(&mSemaphore, 0, 0); }
@@ -54,7 +54,7 @@ void check(bool held, const char* what) {
     }
 }
 
-/// Fetches a document through the library's connection. Returns how many bytes came.
+/// Fetches a document through the library's connection. Returns the number of bytes received.
 std::size_t fetch(const std::string& url, std::vector<char>& buffer) {
     HTTPConnection connection;
     check(connection.Open(url.c_str()), "Open");
@@ -66,7 +66,7 @@ std::size_t fetch(const std::string& url, std::vector<char>& buffer) {
     return total;
 }
 
-/// Seconds of both the program and the kernel that this process has used.
+/// Returns this process's user and system time in seconds.
 double processorSeconds() {
     constexpr double microseconds = 1e6;
     rusage usage = {};
@@ -75,7 +75,7 @@ double processorSeconds() {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / microseconds;
 }
 
-/// A comment: processor seconds that a way to fetch takes for each 10^9 bytes.
+/// Writes a comment with the processor seconds of a way to fetch, per 10^9 bytes.
 template <class Call>
 void tellProcessorTime(bench::Report& report, const char* name, Call call) {
     constexpr int calls = 16;
@@ -89,8 +89,8 @@ void tellProcessorTime(bench::Report& report, const char* name, Call call) {
                    " processor seconds a GB");
 }
 
-/// What is needed of libcurl (<curl/curl.h>); loaded by name because Debian has no second word size
-/// of its headers.
+/// The functions of libcurl (<curl/curl.h>) that are used. Loaded by name, because Debian has its
+/// headers for only one word size.
 class Curl {
 public:
     explicit Curl(const char* library) : mpLibrary(dlopen(library, RTLD_NOW)) {
@@ -101,7 +101,7 @@ public:
         check(mpHandle != nullptr, "curl_easy_init");
     }
 
-    /// Fetches a document; returns how many bytes came.
+    /// Fetches a document. Returns the number of bytes received.
     std::size_t fetch(const std::string& url) {
         constexpr int optionWriteData = 10001;
         constexpr int optionUrl = 10002;
@@ -247,7 +247,7 @@ void compareChain(bench::Report& report, const bench::DocumentServer& server) {
     report.figure("http-chain", times.mSubject / times.mControl, times);
 }
 
-/// A fetcher that has begun a document of which the rest never comes.
+/// A fetcher that waits for the rest of a document that never arrives.
 class StalledFetch {
 public:
     explicit StalledFetch(const bench::DocumentServer& server) : mUrl(server.url("stall")) {
@@ -288,7 +288,7 @@ void measureCancel(bench::Report& report, const bench::DocumentServer& server) {
     report.figure("http-cancel", middle / bound, {middle, bound});
 }
 
-/// Resident memory of this process in KiB.
+/// Returns the resident memory of this process in KiB.
 double residentKib() {
     std::ifstream file("/proc/self/smaps_rollup");
     std::string word;
@@ -302,12 +302,12 @@ double residentKib() {
     bench::fail("/proc/self/smaps_rollup");
 }
 
-/// Of one more running fetcher. The first one also maps pages of code that the process had not used
-/// so far; a comment tells how many.
+/// Measures one more running fetcher. The first one also maps code pages that the process has not
+/// used yet; a comment shows their size.
 void measureMemory(bench::Report& report, const bench::DocumentServer& server) {
     constexpr double bound = 128;  // KiB
     constexpr int many = 16;
-    (void)residentKib();  // what the measuring itself takes
+    (void)residentKib();  // the first call itself uses memory
     const double idle = residentKib();
     std::deque<StalledFetch> fetches;
     fetches.emplace_back(server).begin();
@@ -331,7 +331,7 @@ int main(int argc, char** argv) {
     }
     bench::Report report;
     const bench::DocumentServer server;
-    measureMemory(report, server);  // first, while nothing is left over from other downloads
+    measureMemory(report, server);  // first, before other downloads leave memory in use
     compareRead(report, server, argc == withLibrary ? argv[1] : nullptr);
     compareFetcher(report, server);
     compareFirstByte(report, server);

@@ -7,8 +7,8 @@
 
 namespace bench {
 
-/// Copies the kernel's sum of this process's memory to standard output, without a byte of memory
-/// that is not on the stack. Returns the program's exit status.
+/// Copies the kernel's summary of this process's memory to standard output, using only the stack.
+/// Returns the program's exit status.
 inline int printMemory() {
     char text[4096];
     const int file = ::open("/proc/self/smaps_rollup", O_RDONLY | O_CLOEXEC);

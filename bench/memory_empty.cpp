@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Tells how much memory a C++ program takes that does nothing: the compiler links the C++ library
-// to it all the same.
+// Prints the memory of a C++ program that does nothing. The compiler still links the C++ library.
 #include "bench/memory.h"
 
 int main() {

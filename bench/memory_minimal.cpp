@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Tells how much memory a program takes that holds up the system without a drive.
+// Prints the memory of a program that runs the system without a drive.
 #include "System/system.h"
 #include "bench/memory.h"
 

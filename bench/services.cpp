@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// The small services that are called often, each against the plain way to do the same:
+// The small services that are called often, each against a plain implementation:
 //   kestrova-bench-services LIBZ
-// LIBZ is the zlib to compare with, for this word size, as the dynamic loader finds it.
+// LIBZ is the zlib for this word size, as a name for the dynamic loader.
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -19,10 +19,10 @@ namespace {
 constexpr int kRounds = 201;
 constexpr int kCalls = 2000;
 
-// Stores that the optimiser has to make, so that no call is thought to be useless.
+// Volatile, so that the optimiser cannot remove the calls.
 volatile unsigned long keptResult = 0;
 
-// zlib's own declaration; loaded by name because Debian has no second word size of its headers.
+// zlib's own declaration. Loaded by name, because Debian has its headers for only one word size.
 using ZlibCrc = unsigned long (*)(unsigned long, const unsigned char*, unsigned);
 
 void compareCrc(bench::Report& report, const char* library) {
@@ -48,7 +48,7 @@ void compareCrc(bench::Report& report, const char* library) {
         kRounds, calls,
         [&] { keptResult = kestrova_crc32(bytes.data(), static_cast<int>(length)); },
         [&] { keptResult = zlibCrc(0, bytes.data(), length); });
-    // A speed, not a time: the bound is a lowest one.
+    // A speed, not a time: the bound is a minimum.
     report.figure("crc32", times.mControl / times.mSubject, times);
 }
 
@@ -75,7 +75,7 @@ void compareLog(bench::Report& report) {
 void compareMountTable(bench::Report& report) {
     constexpr int calls = 200;
     sysPartition partition;
-    // Any node that is not mounted: the whole table has to be looked through.
+    // Any node that is not mounted works: the whole table must be searched.
     if (!partition.init("/dev/null", 0, 0) || partition.isMounted()) {
         bench::fail("/dev/null");
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Start and end of a shell that does nothing, in a caller with so much memory of its own:
+// Starts a shell that does nothing and waits for it, in a caller with this much memory:
 //   kestrova-bench-spawn MIB
 #include <spawn.h>
 #include <sys/mman.h>
@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int kRounds = 1001;
-constexpr int kForkRounds = 51;  // with much memory it takes its time
+constexpr int kForkRounds = 51;  // slow with much memory
 constexpr char kNothing[] = ":";
 
 const char* const kArguments[] = {"/bin/sh", "-c", kNothing, nullptr};
@@ -26,7 +26,7 @@ char* const* arguments() {
     return const_cast<char* const*>(kArguments);
 }
 
-/// Takes memory in pages of the usual size, as an application's heap is, and keeps it resident.
+/// Allocates memory in pages of the normal size, like an application's heap, and keeps it resident.
 void fill(std::size_t mib) {
     const std::size_t bytes = mib << 20U;
     if (bytes == 0) {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// From the start of a program to its end, with the library and without:
+// Starts a program and waits for its exit, with and without the library:
 //   kestrova-bench-start LINKED EMPTY PLAIN
-// All three do nothing. LINKED is linked with the library, EMPTY with the C++ library as every
-// application of ours is, PLAIN with the C library alone.
+// None of the three does anything. LINKED is linked with the library, EMPTY with the C++ library
+// like every application of ours, PLAIN with the C library alone.
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ namespace {
 constexpr int kRounds = 1001;
 constexpr double kBound = 1e6;  // nanoseconds
 
-/// Starts a program and waits for its end.
+/// Starts a program and waits for its exit.
 class Run {
 public:
     explicit Run(char* program) : mProgram(program) {}

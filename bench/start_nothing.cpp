@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Does nothing; what it is linked with makes the difference.
+// Does nothing; only the libraries that it is linked with differ.
 int main() {
     return 0;
 }

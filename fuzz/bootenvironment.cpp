@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Any bytes as a boot environment image, held against a second reading of the format.
+// Parses arbitrary bytes as a boot environment image, and compares the result with a second
+// implementation.
 #include "System/bootvarsmanager/bootenvironment.h"
 
 #include <cstdlib>
@@ -86,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t leng
         require(header.size == area->size());
         require(parsed(text + kBootEnvHeaderSize, header.size) == recordsOf(*area));
     }
-    // A checksum is hard to hit: the bytes as an area, too.
+    // A valid checksum is rare, so parse the bytes as an area as well.
     require(parsed(text, length) == recordsOf(image));
     return 0;
 }

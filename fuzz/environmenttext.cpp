@@ -23,7 +23,7 @@ void require(bool held) {
     }
 }
 
-/// The second reading, byte by byte; nothing for a malformed text.
+/// The second implementation, byte by byte. Returns nothing for a malformed text.
 std::optional<Settings> settingsOf(const std::string& text) {
     Settings found;
     std::size_t at = 0;

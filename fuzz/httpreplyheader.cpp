@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Any bytes as the header of a reply, held against a second reading of its form. They come through
-// this program's own recv().
+// Parses arbitrary bytes as the header of a reply, and compares the result with a second
+// implementation. This program defines recv(), which returns the bytes.
 #include "System/protocols/http/httpreplyheader.h"
 
 #include <strings.h>
@@ -21,8 +21,8 @@ namespace {
 constexpr int kDescriptor = 1000;
 constexpr std::size_t kLongestLine = 1022;
 
-std::string peer;          ///< all that it sends
-std::size_t received = 0;  ///< how much of that has been taken
+std::string peer;          ///< everything that the peer sends
+std::size_t received = 0;  ///< number of bytes received
 
 void require(bool held) {
     if (!held) {
@@ -30,7 +30,7 @@ void require(bool held) {
     }
 }
 
-/// A second reader, which has the whole text before it.
+/// The second implementation, which reads the whole text at once.
 class Reader {
 public:
     std::size_t mAt = 0;
@@ -66,7 +66,7 @@ private:
         return std::nullopt;
     }
 
-    /// As strtol has it, in 32 bits; `end` is 0 when there is none.
+    /// Like strtol(), in 32 bits; `end` is 0 if there is no number.
     static int number(const std::string& text, std::size_t& end) {
         end = 0;
         std::size_t at = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
@@ -129,7 +129,7 @@ extern "C" ssize_t recv(int descriptor, void* buffer, size_t length, int flags) 
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    // Its one bare word would fill the terminal.
+    // The header's bare word "Hmm" would fill the terminal.
     return std::freopen("/dev/null", "w", stdout) != nullptr ? 0 : 1;
 }
 

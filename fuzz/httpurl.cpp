@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Any text as an address, held against a second reading of its form.
+// Parses arbitrary text as an address, and compares the result with a second implementation.
 #include "System/protocols/http/httpurl.h"
 
 #include <cstdlib>
@@ -22,7 +22,8 @@ std::string lower(std::string text) {
     return text;
 }
 
-/// The port between ':' and '/': blanks, a sign, digits; none that is negative or too large.
+/// Parses the port between ':' and '/': blanks, a sign, digits. Returns nothing for a negative or
+/// too large one.
 std::optional<int> portOf(const std::string& text) {
     const std::size_t first = text.find_first_not_of(" \t\n\v\f\r");
     if (text.empty()) {
@@ -52,7 +53,7 @@ struct Fields {
     std::string mPath;
 };
 
-/// What follows "http://".
+/// Parses the text after "http://".
 std::optional<Fields> fieldsOf(const std::string& text) {
     const std::size_t slash = text.find('/');
     if (slash == std::string::npos) {

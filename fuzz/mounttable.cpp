@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Any bytes as a mount table, line by line, held against the C library's scanf.
+// Parses arbitrary bytes as a mount table, line by line, and compares the result with scanf().
 #include "base/io/mounttable.h"
 
 #include <cstdint>

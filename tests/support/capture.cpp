@@ -14,7 +14,7 @@ namespace tests {
 
 namespace {
 
-/// Well above the numbers that a test looks at.
+/// Well above the numbers that a test examines.
 constexpr int kOutOfTheWay = 500;
 
 int moved(int descriptor) {
@@ -30,12 +30,12 @@ int moved(int descriptor) {
 
 Capture::Stream::Stream(int descriptor, const char* name)
     : mDescriptor(descriptor), mSaved(moved(descriptor)), mMemory(-1) {
-    // What the test framework still holds back belongs in front of the scope.
+    // Flush first: text that the test framework has buffered does not belong to this scope.
     (void)std::fflush(nullptr);
     const int memory = ::memfd_create(name, MFD_CLOEXEC);
     mMemory = moved(memory);
     (void)::close(memory);
-    // Several writers, each with a position of its own, must not overwrite each other.
+    // Append, because several writers with separate positions must not overwrite each other.
     (void)::fcntl(mMemory, F_SETFL, O_APPEND);
     if (::dup2(mMemory, mDescriptor) != mDescriptor) {
         std::abort();
@@ -73,7 +73,7 @@ std::string Capture::Stream::text() const {
 Capture::Capture() : mOutput(STDOUT_FILENO, "output"), mErrors(STDERR_FILENO, "errors") {}
 
 Capture::~Capture() {
-    // A failed check, or a sanitizer, has told about itself in here.
+    // A failed check, or a sanitizer, has written its message here.
     if (testing::Test::HasFailure() || errors().find("Sanitizer") != std::string::npos) {
         mOutput.showAtEnd();
         mErrors.showAtEnd();

@@ -6,9 +6,9 @@
 
 namespace tests {
 
-/// Collects what is written to descriptors 1 and 2 during a scope, by whatever thread or child,
-/// in memory. The streams are back at the end of the scope; when the test has failed by then, what
-/// was collected follows there. Not to be nested.
+/// Captures everything that any thread or child writes to descriptors 1 and 2 during a scope, in
+/// memory. Restores the streams at the end of the scope, and prints the captured text there if the
+/// test has failed by then. Cannot be nested.
 class Capture {
 public:
     Capture();
@@ -16,13 +16,13 @@ public:
     Capture(const Capture&) = delete;
     Capture& operator=(const Capture&) = delete;
 
-    /// All that has been written to standard output so far.
+    /// Returns everything written to standard output so far.
     std::string output() const;
-    /// All that has been written to standard error so far.
+    /// Returns everything written to standard error so far.
     std::string errors() const;
 
 private:
-    /// One standard stream that is led into memory.
+    /// One standard stream that is redirected to memory.
     class Stream {
     public:
         Stream(int descriptor, const char* name);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// In a build that counts which lines ran: a child that ends by _exit() keeps its counts, too.
+// In a coverage build: a child that exits with _exit() also saves its counters.
 #ifdef KESTROVA_COVERAGE_FOLDER
 #include <sys/syscall.h>
 #include <unistd.h>

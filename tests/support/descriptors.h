@@ -7,10 +7,10 @@
 
 namespace tests {
 
-/// The descriptors that the process has open.
+/// Returns the open descriptors of the process.
 std::set<int> openDescriptors();
 
-/// Reads to the end of file and closes.
+/// Reads to the end of the file and closes the descriptor.
 std::string readToEnd(int descriptor);
 
 }  // namespace tests

@@ -24,7 +24,7 @@
 
 #ifdef __SANITIZE_THREAD__
 extern "C" void __tsan_acquire(void* address);
-/// The sanitizer does not see the lock under which the C library's resolver lists what it has read.
+/// The sanitizer cannot see the lock of the C library's resolver around its list.
 extern "C" const char* __tsan_default_suppressions() {
     return "race:__libc_dynarray_emplace_enlarge\n";
 }
@@ -37,16 +37,17 @@ namespace {
 constexpr int kCalls = static_cast<int>(Call::eWrite) + 1;
 constexpr int kEach = -1;
 
-/// What a test wants of one call. Set up while nobody makes that call, read by any thread.
+/// A test's settings for one call. Set while no thread makes that call, read by any thread.
 struct Plan {
     std::atomic<int> mCount{0};
-    std::atomic<int> mFailingCount{0};  ///< which one fails, kEach for all, 0 for none
+    std::atomic<int> mFailingCount{0};  ///< the count at which the call fails, kEach for all, 0 for
+                                        ///< none
     std::atomic<int> mError{0};
     std::atomic<bool> mHasAction{false};
     std::function<void()> mAction;
 };
 
-// Without a destructor: the process makes calls until its very end.
+// No destructor, because the process makes calls until it exits.
 struct Plans {
     Plan mPlan[kCalls];
     std::map<unsigned long, std::function<int(void*)>> mIoctl;
@@ -61,8 +62,8 @@ struct Plans {
     std::atomic<std::size_t> mMostBytes{0};
 };
 
-// Calls come before any constructor has run and in the child of a fork: until a test asks for
-// something there is no table, and nothing is looked up.
+// Calls are made before any constructor has run and in the child of a fork. Until a test configures
+// something there is no table, and no lookup.
 std::atomic<Plans*> plans{nullptr};
 
 Plans& everyPlan() {
@@ -76,17 +77,17 @@ Plan& planOf(Call call) {
     return everyPlan().mPlan[static_cast<int>(call)];
 }
 
-/// While a function of the test's own runs in the middle of a call.
+/// True while a function of the test runs inside a call.
 thread_local bool inTest = false;
 
-/// Runs a function of the test's own.
+/// Runs a function of the test.
 template <class Function, class... Arguments>
 auto askTest(const Function& function, Arguments... arguments) {
     const Exempt scope;
     return function(arguments...);
 }
 
-/// Counts a call. True when it is to fail; errno is set then.
+/// Counts a call. Returns true, with errno set, if it must fail.
 bool fails(Call call) {
     Plans* const all = plans.load();
     if (all == nullptr || inTest) {
@@ -105,7 +106,7 @@ bool fails(Call call) {
     return true;
 }
 
-/// How much of a transfer is let through.
+/// Returns how many bytes of a transfer are allowed.
 std::size_t limited(std::size_t length) {
     const Plans* const all = plans.load();
     const std::size_t most = all != nullptr && !inTest ? all->mMostBytes.load() : 0;
@@ -116,9 +117,8 @@ std::size_t limited(std::size_t length) {
 extern "C" void __asan_handle_no_return();
 #endif
 
-/// A thread that is cancelled in a call leaves the frames above it without their own ends. Their
-/// marks are taken off the stack ahead of that, as the address sanitizer does for a thrown
-/// exception and not for a cancellation.
+/// A thread that is cancelled in a call does not leave the frames above it normally. Unpoison their
+/// stack first: the address sanitizer does this for exceptions, but not for a cancellation.
 class Unwinding {
 public:
     Unwinding() = default;
@@ -140,7 +140,8 @@ private:
     bool mReturned = false;
 };
 
-/// A function that stands behind ours: the C library's, or a sanitizer's in front of that.
+/// The function that an interposed function calls: the C library's, or the sanitizer's wrapper of
+/// it.
 template <class Function>
 class Behind {
 public:
@@ -158,7 +159,7 @@ public:
         return function;
     }
 
-    /// A call in which the thread may be cancelled.
+    /// Makes a call in which the thread may be cancelled.
     template <class... Arguments>
     auto call(Arguments... arguments) {
         Unwinding unwinding;
@@ -276,9 +277,9 @@ using failingcalls::inTest;
 using failingcalls::limited;
 using failingcalls::plans;
 
-// With 64-bit offsets and times the headers give some calls another name in the object file. Ours
-// are defined under the same headers, so the linker's names match by themselves; only those that
-// are looked up are spelt out.
+// With 64-bit offsets and times the headers rename some calls in the object file. The functions
+// here are compiled with the same headers, so their names match. Only the names that are looked up
+// at run time must be written out.
 #ifdef __USE_TIME_BITS64
 constexpr char kFcntl[] = "__fcntl_time64";
 constexpr char kIoctl[] = "__ioctl_time64";
@@ -298,7 +299,8 @@ constexpr char kStat[] = "stat64";
 using CreateFunction = int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 using LookupFunction = int(const char*, hostent*, char*, size_t, hostent**, int*);
 
-// By its other name: the thread sanitizer's own clone takes the child for one with its own memory.
+// Uses the second name, because the thread sanitizer's clone() assumes that the child has its own
+// memory.
 Behind<int(int (*)(void*), void*, int, void*, ...)> behindClone("__clone");
 Behind<int(clockid_t, int, const timespec*, timespec*)> behindClockNanosleep(kClockNanosleep);
 Behind<int(int)> behindClose("close");
@@ -335,7 +337,7 @@ Behind<int(const char*)> behindUmount("umount");
 Behind<pid_t(pid_t, int*, int)> behindWaitpid("waitpid");
 Behind<ssize_t(int, const void*, size_t)> behindWrite("write");
 
-// All at once when the program starts, because the child of a fork may not ask the dynamic linker.
+// All at program start, because the child of a fork must not call the dynamic linker.
 __attribute__((constructor)) void findAll() {
     const auto find = [](auto&... each) { ((void)each.get(), ...); };
     find(behindClone, behindClose, behindConnect, behindFcntl, behindFdopen, behindFopen,
@@ -449,7 +451,7 @@ int mount(const char* device, const char* directory, const char* type, unsigned 
     return behindMount.get()(device, directory, type, flags, data);
 }
 
-/// Always passes on: a thread that sleeps in it is cancelled in tests.
+/// Never fails: tests cancel threads that sleep in it.
 int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left) {
     return behindClockNanosleep.call(clock, flags, time, left);
 }
@@ -504,8 +506,8 @@ int rename(const char* from, const char* to) noexcept {
 
 int sem_wait(sem_t* semaphore) {
 #ifdef __SANITIZE_THREAD__
-    // Past the sanitizer, which would ignore everything that a thread does once it was cancelled in
-    // here, and then report races with it.
+    // Bypasses the sanitizer: it would ignore all actions of a thread that was cancelled in this
+    // call, and then report races with it.
     static auto* const bare = reinterpret_cast<int (*)(sem_t*)>(
         ::dlsym(::dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD), "sem_wait"));
     const int result = bare(semaphore);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// Makes calls of the code under test fail, as the operating system would. The functions that
-// failingcalls.cpp defines stand in front of the C library's in every program that uses this header
-// and pass on to them, unless a test asked for something else. Only what the program itself calls
-// comes by here, not what the C library calls for its own needs. What an action, an answer or a
-// watcher of the test calls itself passes on and does not count.
+// Makes calls of the code under test fail, as the operating system would. failingcalls.cpp
+// interposes functions of the C library in every program that uses this header; they call the
+// originals unless a test has configured something else. Only calls of the program itself are
+// intercepted, not the C library's internal ones. Calls that a test's action, answer or watcher
+// makes itself are neither intercepted nor counted.
 #ifndef KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 #define KESTROVA_TESTS_SUPPORT_FAILINGCALLS_H
 
@@ -28,7 +28,7 @@ enum class Call {
     eFopen,
     eFork,
     eFsync,
-    eGethostbyname,  ///< the re-entrant one, which fails by returning the errno
+    eGethostbyname,  ///< the re-entrant one, which returns the errno on failure
     eIoctl,
     eMkdir,
     eMount,
@@ -46,55 +46,55 @@ enum class Call {
     eSocket,
     eStat,
     eStatfs,
-    eSync,  ///< cannot fail; to be counted and watched
+    eSync,  ///< cannot fail; counted and watched only
     eSystem,
     eUmount,
     eWaitpid,
     eWrite,
 };
 
-/// The nth call from now (1 is the next) fails with an errno, once.
+/// Makes the nth call from now (1 is the next) fail once with an errno.
 void fail(Call call, int error, int nth = 1);
-/// Every call from now on fails with an errno.
+/// Makes every further call fail with an errno.
 void failAll(Call call, int error);
-/// Runs an action ahead of every call from now on, on the thread that calls.
+/// Runs an action before every further call, on the calling thread.
 void before(Call call, std::function<void()> action);
-/// How often it was called since the last reset(), failed ones included.
+/// Returns the number of calls since the last reset(), including failed ones.
 int count(Call call);
 
-/// Answers an ioctl request; the answer's result is that of ioctl, and it sets errno itself.
+/// Replaces an ioctl request. The result of `answer` is that of ioctl(), and it sets errno itself.
 void answerIoctl(unsigned long request, std::function<int(void* argument)> answer);
-/// Answers statfs.
+/// Replaces statfs().
 void answerStatfs(std::function<int(const char* path, struct statfs* status)> answer);
 
-/// What mount() was asked for.
+/// The arguments of mount().
 struct MountRequest {
-    const char* mDevice;  ///< "" for null, as the other two
+    const char* mDevice;  ///< "" for null, like the next two
     const char* mDirectory;
     const char* mType;
     unsigned long mFlags;
     const void* mData;
 };
-/// Sees every mount ahead of its answer.
+/// Calls `watcher` before every mount().
 void watchMounts(std::function<void(const MountRequest& request)> watcher);
-/// Answers mount.
+/// Replaces mount().
 void answerMount(std::function<int(const MountRequest& request)> answer);
-/// Answers umount.
+/// Replaces umount().
 void answerUmount(std::function<int(const char* directory)> answer);
 
-/// What gethostbyname_r() was asked for, and where its answer goes.
+/// The arguments of gethostbyname_r(), including its output parameters.
 struct Lookup {
     const char* mName;
     hostent* mEntry;
     char* mBuffer;
     std::size_t mSize;
-    hostent** mFound;  ///< null as long as the answer does not say otherwise
+    hostent** mFound;  ///< null unless the answer sets it
     int* mError;
 };
-/// Answers gethostbyname_r.
+/// Replaces gethostbyname_r().
 void answerLookup(std::function<int(const Lookup& lookup)> answer);
 
-/// What setsockopt() was asked for.
+/// The arguments of setsockopt().
 struct SocketOption {
     int mSocket;
     int mLevel;
@@ -102,25 +102,24 @@ struct SocketOption {
     const void* mValue;
     socklen_t mSize;
 };
-/// Answers setsockopt; the answer's result is that of setsockopt, and it sets errno itself.
+/// Replaces setsockopt(). The result of `answer` is that of setsockopt(), and it sets errno itself.
 void answerSetsockopt(std::function<int(const SocketOption& option)> answer);
 
-/// Answers recv.
+/// Replaces recv().
 void answerReceive(
     std::function<ssize_t(int socket, void* buffer, std::size_t length, int flags)> answer);
-/// Answers send.
+/// Replaces send().
 void answerSend(
     std::function<ssize_t(int socket, const void* bytes, std::size_t length, int flags)> answer);
 
-/// No read, write, receipt or sending takes more than so many bytes at once, 0 for no
-/// limit.
+/// Limits each read, write, recv and send to this many bytes; 0 for no limit.
 void limitTransfers(std::size_t most);
 
-/// Everything passes on again, the counts are 0. While no other thread makes calls.
+/// Removes all settings and sets the counts to 0. No other thread may make calls meanwhile.
 void reset();
 
-/// What the calling thread calls during a scope passes on and does not count: for what belongs to
-/// the test itself, such as a server that the code under test talks to. Nests.
+/// Excludes the calling thread's calls during a scope: they are neither intercepted nor counted.
+/// For the test's own components, such as a server for the code under test. Can be nested.
 class Exempt {
 public:
     Exempt();
@@ -132,7 +131,7 @@ private:
     bool mBefore;
 };
 
-/// Leaves nothing behind at the end of a test, also when it failed.
+/// Calls reset() at the start and at the end of a test, even if it failed.
 class Scope {
 public:
     Scope() { reset(); }

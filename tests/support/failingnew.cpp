@@ -21,7 +21,7 @@ void* allocate(std::size_t size) {
     if (!counts.mPaused && ++counts.mMade == counts.mFailing) {
         return nullptr;
     }
-    // As the real one: more than half of the address space is never to be had.
+    // Like the original operator: more than half of the address space is never available.
     void* const memory = size <= PTRDIFF_MAX ? std::malloc(size != 0 ? size : 1) : nullptr;
     counts.mAlive += memory != nullptr && !counts.mPaused ? 1 : 0;
     return memory;

@@ -1,29 +1,30 @@
 // SPDX-License-Identifier: MIT
 //
-// Not in the library of what tests share: only a program that has this source gets its allocation.
+// Not part of the shared support library, so that only a program with this source gets this
+// allocator.
 #ifndef KESTROVA_TESTS_SUPPORT_FAILINGNEW_H
 #define KESTROVA_TESTS_SUPPORT_FAILINGNEW_H
 
 namespace tests {
 
-/// The program's own operator new, told to have no memory for one allocation of this thread.
+/// Replaces operator new, and makes one allocation of this thread fail.
 class FailingNew {
 public:
-    /// The nth allocation from now fails; 0 for none, to count only.
+    /// Makes the nth allocation from now fail; 0 only counts.
     explicit FailingNew(int nth);
     ~FailingNew();
     FailingNew(const FailingNew&) = delete;
     FailingNew& operator=(const FailingNew&) = delete;
 
-    /// No allocation fails from here on.
+    /// Lets all further allocations succeed.
     void stop();
 
-    /// Allocations since the construction.
+    /// Returns the number of allocations since the construction.
     int count() const;
-    /// Pieces of memory taken since the construction and not given back.
+    /// Returns the number of blocks allocated since the construction and not freed.
     int alive() const;
 
-    /// What a test's own function needs meanwhile neither fails nor counts.
+    /// Allocations of a test's own function in this scope neither fail nor count.
     class Pause {
     public:
         Pause();

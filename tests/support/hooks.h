@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The program's own hooks behind failed assertions and attention checks. A program that uses
+// The hooks that are called after failed assertions and attention checks. A program that uses
 // HookRecorder gets these instead of the library's empty ones.
 #ifndef KESTROVA_TESTS_SUPPORT_HOOKS_H
 #define KESTROVA_TESTS_SUPPORT_HOOKS_H
@@ -17,10 +17,10 @@ struct AttentionCall {
     std::string mFile;
     int mLine;
     unsigned mLevel;
-    std::string mPrefixes;  ///< the three texts, one behind the other, "|" between them
+    std::string mPrefixes;  ///< the three texts, joined with "|"
 };
 
-/// Records the calls of both hooks during a scope. Not to be nested.
+/// Records the calls of both hooks during a scope. Cannot be nested.
 class HookRecorder {
 public:
     HookRecorder();
@@ -30,7 +30,7 @@ public:
 
     int assertions() const;
     std::vector<AttentionCall> attentions() const;
-    /// Runs in every hook call from now on.
+    /// Sets an action for every further hook call.
     void onCall(std::function<void()> action);
 
     void addAssertion();

@@ -14,7 +14,7 @@ namespace tests {
 
 namespace {
 
-/// Well above the numbers that a test closes or looks at.
+/// Well above the numbers that a test closes or examines.
 constexpr int kReport = 600;
 
 [[noreturn]] void runAndReport(const std::function<std::string()>& function, int report) {

@@ -7,12 +7,12 @@
 
 namespace tests {
 
-/// Runs a function in a child process, which may close, redirect and limit what it likes. Returns
-/// the text that the function returned, or "exit status N" or "signal N" when the child ended
-/// before it could say so. Usual form: EXPECT_EQ("", inChild([] { ...; return problem; })).
+/// Runs a function in a child process, which may close, redirect and limit anything. Returns the
+/// text that the function returned, or "exit status N" or "signal N" if the child ended before it
+/// could report. Typical use: EXPECT_EQ("", inChild([] { ...; return problem; })).
 std::string inChild(const std::function<std::string()>& function);
 
-/// Collects what a child finds wrong, where the test framework's own checks do not reach.
+/// Collects failed checks in a child, where the test framework's checks do not work.
 class Findings {
 public:
     void expect(bool held, const char* what) {

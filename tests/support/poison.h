@@ -9,12 +9,12 @@
 
 namespace tests {
 
-/// Frees memory of malloc() after overwriting it, so that whoever still reads it does not find what
-/// it held. The C library's own M_PERTURB leaves small pieces alone.
+/// Frees memory of malloc() after overwriting it, so that a later read does not find the old
+/// contents. The C library's M_PERTURB does not overwrite small blocks.
 inline void freePoisoned(void* memory) {
     if (memory != nullptr) {
         std::memset(memory, 0xdb, ::malloc_usable_size(memory));
-        // The compiler must not take the memset for a dead store.
+        // Prevents the compiler from removing the memset() as a dead store.
         asm volatile("" : : "r"(memory) : "memory");
         std::free(memory);
     }

@@ -1,3 +1,3 @@
 // SPDX-License-Identifier: MIT
 //
-// Empty: its target holds the precompiled header that the test programs share.
+// Empty: its target provides the precompiled header for the test programs.

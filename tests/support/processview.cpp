@@ -9,7 +9,7 @@
 #include <string>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// The compiler does not always bring the header.
+// Not all versions of the compiler have the header.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
@@ -17,18 +17,18 @@ namespace tests {
 
 namespace {
 
-// As <linux/net.h> numbers them.
+// Numbers from <linux/net.h>.
 constexpr unsigned long kSocketCallConnect = 3;
 constexpr unsigned long kSocketCallRecv = 10;
 
 /// The system call in which a thread sleeps.
 struct SleepingCall {
-    long mNumber = -1;  ///< -1 when it does not sleep
+    long mNumber = -1;  ///< -1 if it does not sleep
     unsigned long mFirstArgument = 0;
 };
 
 SleepingCall sleepingCall(pid_t thread) {
-    // "running", or the number and the arguments of the call.
+    // The file contains "running", or the number and the arguments of the call.
     std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
     SleepingCall call;
     if (!(file >> call.mNumber >> std::hex >> call.mFirstArgument)) {
@@ -37,8 +37,8 @@ SleepingCall sleepingCall(pid_t thread) {
     return call;
 }
 
-/// One system call stands for all those of sockets on some machines; its first argument tells
-/// which.
+/// On some machines one system call multiplexes all socket calls; its first argument selects the
+/// call.
 bool sleepsInSocketCall(pid_t thread, long number, unsigned long kind) {
     const SleepingCall call = sleepingCall(thread);
 #ifdef SYS_socketcall

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the kernel and the allocator know of the calling process: whether all that was begun has
-// ended, and whether a thread really waits.
+// Queries the kernel and the allocator about the calling process: whether everything that was
+// started has ended, and whether a thread is really waiting.
 #ifndef KESTROVA_TESTS_SUPPORT_PROCESSVIEW_H
 #define KESTROVA_TESTS_SUPPORT_PROCESSVIEW_H
 
@@ -14,9 +14,9 @@ namespace tests {
 
 std::set<pid_t> threadIds();
 
-/// Threads of a program that has started and ended some.
+/// Number of threads of a program after its other threads have exited.
 #ifdef __SANITIZE_THREAD__
-constexpr std::size_t kOwnThreads = 2;  // the sanitizer has one of its own
+constexpr std::size_t kOwnThreads = 2;  // includes the sanitizer's own thread
 #else
 constexpr std::size_t kOwnThreads = 1;
 #endif
@@ -24,13 +24,13 @@ constexpr std::size_t kOwnThreads = 1;
 /// Bytes of the heap that are in use, in all arenas.
 std::size_t heapInUse();
 
-/// Whether a thread of this process sleeps in one of the calls by which threads wait for each
-/// other (mutex, condition, semaphore, join), in connect, in a receive or in a write.
+/// Return whether a thread of this process sleeps in a call in which threads wait for each other
+/// (mutex, condition, semaphore, join), in connect(), in recv() or in write().
 bool sleepsInFutex(pid_t thread);
 bool sleepsInConnect(pid_t thread);
 bool sleepsInReceive(pid_t thread);
 bool sleepsInWrite(pid_t thread);
-/// Whether a thread of this process sleeps in clock_nanosleep().
+/// Returns whether a thread of this process sleeps in clock_nanosleep().
 bool sleepsForATime(pid_t thread);
 
 }  // namespace tests

@@ -164,7 +164,7 @@ bool Sandbox::attachLoop(const std::string& file, const std::string& device) {
     const int control = ::open("/hostdev/loop-control", O_RDWR | O_CLOEXEC);
     const int backing = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
     int loop = -1;
-    // Another program may take the free number in between.
+    // Retry, because another program may take the free number first.
     for (int attempt = 0; control >= 0 && backing >= 0 && loop < 0 && attempt < 10; ++attempt) {
         const int number = ::ioctl(control, LOOP_CTL_GET_FREE);
         const std::string name = "/hostdev/loop" + std::to_string(number);
@@ -185,7 +185,7 @@ bool Sandbox::attachLoop(const std::string& file, const std::string& device) {
         std::printf("no loop device: %s\n", std::strerror(errno));
         return false;
     }
-    // Stays open to the end: the device goes when its last user does.
+    // The descriptor stays open: the device disappears with its last user.
     return true;
 }
 
@@ -245,7 +245,7 @@ bool eventually(const std::function<bool()>& condition) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        // What takes longer than a moment needs the processor more than this loop does.
+        // After a short time sleep instead, because the awaited work needs the processor.
         if (attempt < briefly) {
             std::this_thread::yield();
         } else {

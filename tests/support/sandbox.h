@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A root of its own for the code under test, in which the box's tools are stubs that write down how
-// they were run and do what the test tells them.
+// A private root directory for the code under test. The box's tools in it are stubs that record how
+// they were run and behave as the test specifies.
 #ifndef KESTROVA_TESTS_SUPPORT_SANDBOX_H
 #define KESTROVA_TESTS_SUPPORT_SANDBOX_H
 
@@ -12,21 +12,21 @@
 
 namespace tests {
 
-/// What a stub is to do in one run: the arguments that it must be given, then actions in order. It
-/// ends with status 0 unless told otherwise.
+/// One run of a stub: the arguments that it must receive, then its actions in order. It exits with
+/// status 0 unless specified otherwise.
 class Role {
 public:
     explicit Role(const std::vector<std::string>& arguments);
 
     Role& print(const std::string& text) { return add("print", text); }
-    /// Writes to the descriptor that is its argument 2, as fsck.ext3 does with -C.
+    /// Writes to the descriptor given in its argument 2, like fsck.ext3 with -C.
     Role& report(const std::string& text) { return add("report", text); }
-    /// Reads its standard input to the end, into the record.
+    /// Reads its standard input to the end, and records it.
     Role& readInput() { return add("input", ""); }
     Role& close(int descriptor) { return add("close", std::to_string(descriptor)); }
-    /// Stops until the test calls Sandbox::release().
+    /// Blocks until the test calls Sandbox::release().
     Role& hold() { return add("hold", ""); }
-    /// Mounts an empty file system whose device has this name.
+    /// Mounts an empty file system with this device name.
     Role& mount(const std::string& device, const std::string& directory) {
         return add("mount", device + " " + directory);
     }
@@ -48,15 +48,16 @@ struct ToolRun {
     int mNice = 0;
     std::string mDirectory;
     bool mLeadsSession = false;
-    std::string mSignals;  ///< masks of what is blocked and ignored, in hexadecimal
+    std::string mSignals;  ///< masks of the blocked and ignored signals, in hexadecimal
     std::map<int, std::string> mDescriptors;  ///< number to target and "r", "w" or "rw"
     std::string mInput;
-    bool mReadInput = false;  ///< it has read its input to the end
+    bool mReadInput = false;  ///< it read its input to the end
     bool mRefused = false;
 };
 
-/// The view from inside. Every tool of the box is a stub at first; "/bin/sh" and what is in "/usr"
-/// are the machine's. "/dev" holds "null" and "zero" only; "/dvr" is an empty directory.
+/// The sandbox as seen from inside. Initially every tool of the box is a stub; "/bin/sh" and the
+/// contents of "/usr" are the machine's. "/dev" contains only "null" and "zero"; "/dvr" is an empty
+/// directory.
 class Sandbox {
 public:
     Sandbox();
@@ -64,30 +65,30 @@ public:
     Sandbox(const Sandbox&) = delete;
     Sandbox& operator=(const Sandbox&) = delete;
 
-    /// The next run of a stub must be this one; runs come in the order of these calls.
+    /// Expects this run of a stub next. Runs must occur in the order of these calls.
     void expect(const Role& role);
-    /// Runs like this one may come at any time and any number of times.
+    /// Allows runs like this one at any time and any number of times.
     void allow(const Role& role);
-    /// Everything that has been run so far, in order.
+    /// Returns all runs so far, in order.
     std::vector<ToolRun> runs() const;
-    /// Waits until a stub holds. Throws when none does for a minute.
+    /// Waits until a stub blocks in hold(). Throws after a minute.
     void awaitHeld();
     void release();
 
-    /// Puts the machine's tool, "/usr" before the path, in the stub's place.
+    /// Replaces the stub with the machine's tool, which is at "/usr" plus the path.
     void useReal(const std::string& path);
     void removeTool(const std::string& path);
-    /// Makes a stub of a tool that the sandbox does not have by itself.
+    /// Adds a stub for a tool that the sandbox does not have by default.
     void addTool(const std::string& path);
 
-    /// Puts a text in the place of /proc/mounts.
+    /// Replaces the contents of /proc/mounts.
     void replaceMounts(const std::string& text);
 
-    /// Makes a block device of a file. Skips the test, false, where the machine has no loop device
-    /// to spare; it is given back when the sandbox is gone.
+    /// Creates a block device from a file. Skips the test and returns false if the machine has no
+    /// free loop device. The device is released with the sandbox.
     bool attachLoop(const std::string& file, const std::string& device);
 
-    /// Reports as failures what was expected and not run, and what was run and not expected.
+    /// Reports expected runs that did not happen, and unexpected runs, as failures.
     void verify() const;
 
 private:
@@ -97,23 +98,24 @@ private:
     int mGo = -1;
 };
 
-/// Writes a whole file; longer than the text when `size` says so.
+/// Writes a whole file, extended to `size` if that is longer than the text.
 void writeFile(const std::string& path, const std::string& text, long long size = 0);
 std::string readFile(const std::string& path);
 
-/// The beginning of an XFS file system, as far as it is looked at.
+/// Returns the start of an XFS file system, as far as the library reads it.
 std::string xfsHeader(const std::string& label);
-/// The beginning of an ext3 file system; a label beyond 16 characters runs into the next field.
+/// Returns the start of an ext3 file system; a label of more than 16 characters continues in the
+/// next field.
 std::string extHeader(const std::string& label);
 
-/// Tries until a condition holds, without keeping the processor busy for longer than a moment.
-/// False when the condition does not hold for a minute.
+/// Retries until a condition holds, without using the processor for long. Returns false after a
+/// minute.
 bool eventually(const std::function<bool()>& condition);
 
-/// Runs a test's body in a sandbox: a child process with mounts and processes of its own, which are
-/// gone when it ends, however that comes. Checks of the test framework work inside as usual. Where
-/// the machine gives no namespaces, the test is skipped. A body that runs for longer than the limit
-/// is killed, with everything that it started.
+/// Runs a test's body in a sandbox: a child process in its own mount and PID namespaces, which
+/// disappear with it in every case. Checks of the test framework work inside as usual. Skips the
+/// test if the machine provides no namespaces. Kills a body that exceeds the time limit, with
+/// everything that it started.
 void inSandbox(const std::function<void(Sandbox&)>& body, unsigned limitSeconds = 240);
 
 }  // namespace tests

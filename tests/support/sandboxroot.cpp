@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The sandbox from outside: the processes and the root that a test's body runs in.
+// The outside of the sandbox: the processes and the root directory in which a test's body runs.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -52,7 +52,7 @@ void bindFolder(const std::string& from, const std::string& to) {
     check(::mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, to);
 }
 
-/// The folders that programs of the machine load their libraries from.
+/// Binds the directories from which programs of the machine load their libraries.
 void provideLibraries(const std::string& root) {
     bindFolder("/usr", root + "/usr");
     for (const std::string name : {"/lib", "/lib32", "/lib64", "/libx32"}) {
@@ -76,8 +76,8 @@ void provideDevices(const std::string& root) {
 }
 
 #ifdef KESTROVA_COVERAGE_FOLDER
-/// The counters of which lines ran are kept in the same place inside and outside. The folder is
-/// open since before the root, under which it may lie.
+/// Binds the directory of the coverage counters to the same path inside. It was opened before the
+/// root was mounted over /tmp, which may contain it.
 void provideCounters(const std::string& root, int folder) {
     const std::string path = root + KESTROVA_COVERAGE_FOLDER;
     for (std::size_t at = path.find('/', root.size() + 1); at != std::string::npos;
@@ -89,7 +89,8 @@ void provideCounters(const std::string& root, int folder) {
 }
 #endif
 
-/// Builds the root over /tmp, which only this process and its children see, and enters it.
+/// Builds the root directory over /tmp, visible only to this process and its children, and enters
+/// it.
 void enterRoot() {
     const std::string root = "/tmp";
     const int stub = ::open(KESTROVA_TOOL_STUB, O_RDONLY | O_CLOEXEC);
@@ -118,7 +119,7 @@ void enterRoot() {
     check(::chroot(root.c_str()) == 0 && ::chdir("/") == 0, "chroot");
 }
 
-/// Namespaces for the children of this process. False when the machine gives none.
+/// Creates namespaces for the children of this process. Returns false if the machine provides none.
 bool unshareAll() {
     const uid_t user = ::geteuid();
     const gid_t group = ::getegid();
@@ -145,13 +146,13 @@ void runBody(const std::function<void(Sandbox&)>& body) {
     }
 }
 
-/// The first process of the new namespace: with it all that the body started ends.
+/// Runs as the first process of the new namespace: everything that the body started ends with it.
 [[noreturn]] void runFirst(const std::function<void(Sandbox&)>& body) {
     (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    // Whatever the caller of the test program left open must not look like ours.
+    // Close descriptors inherited by the test program, so that they do not look like leaks.
     (void)::close_range(STDERR_FILENO + 1, ~0U, 0);
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    // Also while a test captures standard error.
+    // The sanitizer reports even while a test captures standard error.
     __sanitizer_set_report_fd(reinterpret_cast<void*>(
         static_cast<std::intptr_t>(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 700))));
 #endif

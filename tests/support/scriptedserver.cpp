@@ -25,10 +25,10 @@ namespace tests {
 namespace {
 
 constexpr char kEndOfRequest[] = "\r\n\r\n";
-/// More than any test connects at once.
+/// More than any test's number of simultaneous connections.
 constexpr int kBacklog = 1000;
-/// How many segments of a drip may be on their way: fewer than the kernel sends unacknowledged, so
-/// that it never joins two.
+/// Limit of a drip's segments in flight: fewer than the kernel sends unacknowledged, so that it
+/// never joins two.
 constexpr int kDripsOnTheirWay = 8;
 
 int require(int result, const char* what) {
@@ -47,7 +47,7 @@ sockaddr_in loopback(int port) {
     return address;
 }
 
-/// Binds a socket to a free port of loopback; returns the port.
+/// Binds a socket to a free port of loopback. Returns the port.
 int bindToLoopback(int socket) {
     sockaddr_in address = loopback(0);
     auto* const plain = reinterpret_cast<sockaddr*>(&address);
@@ -82,16 +82,16 @@ Script replyWith(const std::string& bytes) {
 struct ScriptedServer::Connection {
     int mSocket = -1;
     std::deque<Script::Step> mSteps;
-    std::size_t mSent = 0;      ///< of the bytes of the step
-    std::size_t mAnswered = 0;  ///< of what was received, by requests that were read
+    std::size_t mSent = 0;      ///< bytes sent of the current step
+    std::size_t mAnswered = 0;  ///< received bytes that belong to requests that were read
     bool mAwaitsAnswer = false;
     bool mStalled = false;
-    bool mFull = false;  ///< has more to send as soon as the socket takes it
+    bool mFull = false;  ///< has more to send when the socket is writable
     bool mDrips = false;
     bool mScriptEnded = false;
     bool mPeerEnded = false;
     bool mPeerReset = false;
-    bool mReady = true;  ///< something has come, or may be sent
+    bool mReady = true;  ///< bytes have arrived, or may be sent
     std::string mReceived;
 };
 
@@ -159,7 +159,7 @@ void ScriptedServer::releaseAll() {
     wake();
 }
 
-/// Null for one that has not been accepted yet.
+/// Returns null for a connection that has not been accepted yet.
 const ScriptedServer::Connection* ScriptedServer::find(int connection) const {
     const auto number = static_cast<std::size_t>(connection);
     return number < mConnections.size() ? &mConnections[number] : nullptr;
@@ -265,7 +265,7 @@ void ScriptedServer::run() {
                 const int events = connection.mFull ? POLLIN | POLLOUT : POLLIN;
                 descriptors.push_back({connection.mSocket, static_cast<short>(events), 0});
                 numbers.push_back(number);
-                // No event tells that a byte has arrived at the peer.
+                // Poll briefly, because no event reports that a byte has arrived at the peer.
                 timeOut = connection.mDrips ? 1 : timeOut;
             }
         }
@@ -351,7 +351,7 @@ void ScriptedServer::receive(Connection& connection) {
     }
 }
 
-/// True when the step is done, false when it must wait.
+/// Returns true if the step is complete, false if it must wait.
 bool ScriptedServer::step(Connection& connection, int number) {
     Script::Step& step = connection.mSteps.front();
     switch (step.mKind) {
@@ -364,7 +364,7 @@ bool ScriptedServer::step(Connection& connection, int number) {
             return true;
         }
         case Script::Step::eSend:
-            // One piece each turn, so that others get theirs. All of it may be one of many.
+            // One piece per turn, so that other connections are served as well.
             if (!send(connection, step.mBytes)) {
                 return false;
             }
@@ -385,7 +385,7 @@ bool ScriptedServer::step(Connection& connection, int number) {
     return true;
 }
 
-/// True when all the bytes of the step have been sent.
+/// Returns true if all bytes of the step have been sent.
 bool ScriptedServer::send(Connection& connection, const std::string& bytes) {
     const ssize_t count = ::send(connection.mSocket, bytes.data() + connection.mSent,
                                  bytes.size() - connection.mSent, MSG_NOSIGNAL);
@@ -408,7 +408,7 @@ bool ScriptedServer::drip(Connection& connection, const std::string& bytes) {
             return false;
         }
         if (::send(connection.mSocket, bytes.data() + connection.mSent, 1, MSG_NOSIGNAL) != 1) {
-            // What the matter is turns out when it is received from.
+            // The next receive reports the reason.
             return false;
         }
         ++connection.mSent;
@@ -417,8 +417,8 @@ bool ScriptedServer::drip(Connection& connection, const std::string& bytes) {
     return true;
 }
 
-/// Closes a connection by a reset, so that no end of it is left waiting in the kernel and takes up
-/// a port. A peer that has ended does not notice.
+/// Closes a connection with a reset, so that it does not stay in the kernel in TIME_WAIT and occupy
+/// a port. A peer that has closed its end does not notice.
 void ScriptedServer::close(Connection& connection) {
     if (connection.mSocket >= 0) {
         const linger now = {1, 0};
@@ -447,7 +447,7 @@ DeadPort::~DeadPort() {
     (void)::close(mSocket);
 }
 
-/// Takes every place in the backlog: the kernel then drops all further attempts.
+/// Fills the backlog, so that the kernel drops all further attempts.
 void DeadPort::fill() {
     const sockaddr_in address = loopback(mPort);
     bool connected = true;

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The peer of every test of a client: a server on loopback that does with each connection what a
-// script says. It has one thread for hundreds of connections at once, and refuses whom it does not
-// expect.
+// The peer of every client test: a server on loopback that executes a script for each connection.
+// It serves hundreds of connections with one thread, and refuses unexpected ones.
 #ifndef KESTROVA_TESTS_SUPPORT_SCRIPTEDSERVER_H
 #define KESTROVA_TESTS_SUPPORT_SCRIPTEDSERVER_H
 
@@ -18,20 +17,20 @@
 
 namespace tests {
 
-/// What the server does with one connection: steps in order. A script that has come to its end
-/// sends the end of the stream and waits until the peer has ended too. A peer that is gone ends
-/// every step and what follows it.
+/// The steps of the server on one connection, in order. After the last step it closes its sending
+/// side and waits until the peer has closed as well. If the peer closes or resets the connection
+/// first, the remaining steps are skipped.
 class Script {
 public:
-    /// Waits for a whole request: everything up to and with an empty line.
+    /// Waits for a whole request: everything up to and including an empty line.
     Script& readRequest() { return add({Step::eRequest, "", 0}); }
-    /// Sends bytes, over and over when told so: that may be for ever (kEndless).
+    /// Sends bytes, repeatedly if requested; kEndless never stops.
     Script& send(const std::string& bytes, std::uint64_t times = 1);
     /// Sends bytes in segments of one byte.
     Script& drip(const std::string& bytes);
-    /// Stops until the test calls ScriptedServer::release().
+    /// Blocks until the test calls ScriptedServer::release().
     Script& stall() { return add({Step::eStall, "", 0}); }
-    /// Resets the connection: what the peer has not received by then may be lost to it.
+    /// Resets the connection: the peer may lose bytes that it has not received yet.
     Script& reset() { return add({Step::eReset, "", 0}); }
 
     static constexpr std::uint64_t kEndless = UINT64_MAX;
@@ -54,12 +53,12 @@ private:
     std::deque<Step> mSteps;
 };
 
-/// Reads the request, sends the whole reply, and ends the stream.
+/// Reads the request, sends the whole reply, and closes the stream.
 Script replyWith(const std::string& bytes);
 
-/// Connections are counted from 0, in the order in which they were accepted. Every call may come
-/// from any thread; those that await something give up, false, after a minute. The destructor
-/// resets what is still connected and reports unexpected connections as failures of the test.
+/// A server on loopback. Connections are numbered from 0, in the order in which they were accepted.
+/// Any thread may make any call. Calls that wait return false after a minute. The destructor resets
+/// open connections and reports unexpected ones as test failures.
 class ScriptedServer {
 public:
     ScriptedServer();
@@ -68,43 +67,43 @@ public:
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     int port() const { return mPort; }
-    /// "http://127.0.0.1:PORT" and a path.
+    /// Returns "http://127.0.0.1:PORT" and a path.
     std::string url(const std::string& path = "/") const;
 
-    /// The next connection that has no script yet follows this one. A connection for which there is
-    /// none is unexpected, and reset.
+    /// Sets the script for the next connection that has none yet. A connection without a script is
+    /// unexpected, and reset.
     void expect(const Script& script);
-    /// Every connection that nothing else is expected of follows this one.
+    /// Sets the script for every connection without a specific one.
     void always(const Script& script);
-    /// Every connection that nothing else is expected of sends its request, and then follows what
-    /// the function makes of it. It runs in the thread of the server and must not call that.
+    /// Sets a function for every connection without a specific script: it receives the request and
+    /// returns the script. It runs in the server's thread and must not call the server.
     void answer(std::function<Script(const std::string& request)> function);
 
-    /// Lets one stall of a connection pass, also one that comes later.
+    /// Ends one stall of a connection, even one that has not started yet.
     void release(int connection);
-    /// Lets every stall pass from now on.
+    /// Ends every stall, now and later.
     void releaseAll();
 
-    /// How many connections have been accepted.
+    /// Returns the number of accepted connections.
     int connections() const;
-    /// How many of them are still there.
+    /// Returns the number of connections that are still open.
     int open() const;
-    /// All that a connection has sent so far.
+    /// Returns all bytes received on a connection so far.
     std::string request(int connection) const;
-    /// Whether the peer has ended a connection, by its end of the stream or by a reset.
+    /// Returns whether the peer has closed or reset a connection.
     bool peerEnded(int connection) const;
-    /// Whether the peer has reset it.
+    /// Returns whether the peer has reset it.
     bool peerReset(int connection) const;
 
     bool awaitConnections(int count);
-    /// Until so many connections are in a stall at once.
+    /// Waits until this many connections are in a stall at once.
     bool awaitStalled(int count);
     bool awaitPeerEnd(int connection);
-    /// Until a connection has sent a whole request.
+    /// Waits until a connection has sent a whole request.
     bool awaitRequest(int connection);
-    /// Until a connection's script has come to its end, or the peer has ended.
+    /// Waits until a connection's script has ended, or the peer has closed.
     bool awaitEnd(int connection);
-    /// Until no connection is left, neither here nor in the backlog.
+    /// Waits until no connection is left, including the backlog.
     bool awaitIdle();
 
 private:
@@ -140,13 +139,13 @@ private:
     std::thread mThread;
 };
 
-/// A port of loopback where nobody answers.
+/// A port of loopback where no process answers.
 class DeadPort {
 public:
     enum Kind {
-        eRefusing,  ///< nobody listens, and nobody else can take the port
-        eSilent,    ///< connections come about, and nothing else ever happens
-        eFull,      ///< no connection comes about, nor a refusal
+        eRefusing,  ///< no process listens, and no other process can take the port
+        eSilent,    ///< connections are accepted, and nothing else happens
+        eFull,      ///< connections are neither accepted nor refused
     };
     explicit DeadPort(Kind kind);
     ~DeadPort();

@@ -26,7 +26,7 @@ namespace {
 
 constexpr char kRequest[] = "GET / HTTP/1.0\r\n\r\n";
 
-/// A client that is connected, or not: errno tells why.
+/// Returns a client that is connected, or an invalid one with errno set.
 Descriptor connectTo(int port) {
     Descriptor client = base::openSocket(AF_INET, SOCK_STREAM);
     sockaddr_in address = {};
@@ -45,7 +45,7 @@ void say(const Descriptor& client, const std::string& text) {
               ::send(client.get(), text.data(), text.size(), MSG_NOSIGNAL));
 }
 
-/// What comes until the end of the stream; an error ends it with its number.
+/// Returns everything up to the end of the stream; an error is appended as its number.
 std::string hear(const Descriptor& client) {
     std::string text;
     char buffer[1000];

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// How SIGPIPE stands for the calling thread.
+// The state of SIGPIPE in the calling thread.
 #ifndef KESTROVA_TESTS_SUPPORT_SIGPIPE_H
 #define KESTROVA_TESTS_SUPPORT_SIGPIPE_H
 

@@ -10,7 +10,7 @@
 
 namespace tests {
 
-/// A directory of its own for a scope.
+/// A temporary directory for a scope.
 class TempDir {
 public:
     TempDir() {
@@ -27,14 +27,14 @@ public:
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
 
-    /// Path of a name in the directory.
+    /// Returns the path of a name in the directory.
     std::string path(const char* name) const { return mPath + "/" + name; }
     /// Writes a file and returns its path.
     std::string write(const char* name, const std::string& text) const {
         std::ofstream(path(name), std::ios::binary) << text;
         return path(name);
     }
-    /// What a file holds.
+    /// Returns the contents of a file.
     static std::string read(const std::string& path) {
         std::ifstream file(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Every operation of the boot variables, from each mount state, with each state of the files.
+// Every operation of the boot variables, from each mount state and each state of the files.
 #include <cstring>
 
 #include "System/BlockdevCfg.fmp.h"
@@ -16,7 +16,8 @@ const Variables kOlder = {{"a", "0"}, {"b", "AAEC"}};
 
 struct Operation {
     const char* mName;
-    Variables mSettings;  ///< what a change sets, "" to remove; empty for a reading operation
+    Variables mSettings;  ///< variables of a change, "" to remove one; empty for a reading
+                          ///< operation
     bool (*mRun)(sysBootVarsManager&, std::string& read);
 };
 
@@ -68,7 +69,7 @@ const Operation kOperations[] = {
 
 enum class Files { eBoth, eDamagedPrimary, eNone };
 
-/// The library's table, which tells where the software partition is.
+/// The library's table, which contains the device of the software partition.
 class Table {
 public:
     Table() { (void)BlockdeviceConfig::CreateInstance(); }
@@ -115,7 +116,7 @@ private:
     const char* before() const { return mOptions != nullptr ? mOptions : ""; }
 
     void checkMount(Verdict& verdict) {
-        // The kernel may refuse the way back.
+        // The kernel may refuse to restore the mount state.
         const bool refused =
             verdict.failedIn(Function::mount) || verdict.failedIn(Function::umount);
         if (!refused) {
@@ -141,7 +142,7 @@ private:
         }
     }
 
-    /// The variables after the change, if it began with these.
+    /// Returns the variables after the change, applied to these.
     Variables changed(Variables vars) const {
         for (const auto& [key, value] : mOperation.mSettings) {
             vars.erase(key);
@@ -156,7 +157,7 @@ private:
         const std::optional<Variables> now = verdict.mWorld.environment();
         const bool isBefore = now == mBefore;
         const bool isAfter = now.has_value() && *now == changed(mBefore.value_or(Variables()));
-        // What could not be read is not in the next file; the log tells.
+        // Variables that could not be read are missing from the next file; the log reports that.
         const bool isFromBackup =
             now.has_value() && *now == changed(kOlder) && verdict.said({"trying backup"});
         const bool isFromNothing = now.has_value() && *now == changed({}) &&

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Operations of the torture's own, each with one defect: what the harness must find.
+// The harness's own operations, each with one defect that it must find.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mount.h>
@@ -21,7 +21,7 @@ namespace {
 
 constexpr char kFile[] = "/tmp/control";
 
-/// A careful operation: writes a text into a file through a buffer from the heap.
+/// An operation without a defect: writes a text to a file through a heap buffer.
 class Control : public Case {
 public:
     explicit Control(void (*defect)(Control&)) : mDefect(defect) {}
@@ -48,14 +48,14 @@ public:
         }
     }
 
-    /// Makes the file; each step can fail. False and a message then.
+    /// Creates the file; each step can fail. Returns false, and logs a message, on failure.
     bool make(bool closes = true, bool whole = true) {
         const int file = ::open(kFile, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
         if (file < 0) {
             return fail();
         }
         const char* const text = "whole";
-        // Half of it, and then the rest: a failure in between leaves half a file.
+        // Two writes: a failure between them leaves half a file.
         const bool written = whole ? ::write(file, text, 5) == 5
                                    : ::write(file, text, 2) == 2 && ::write(file, text + 2, 3) == 3;
         if (!written && whole) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The recording drive, its manager, and a hard drive on its own.
+// The recording drive, its manager, and a hard drive.
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ namespace {
 using tests::Role;
 using tests::statusOf;
 
-/// The disk, and every tool that works on it, any number of times.
+/// Provides the disk, and allows every tool for it any number of times.
 void provideDrive(World& world) {
     tests::Sandbox& box = world.box();
     tests::makeDvrDisk(box);
@@ -81,7 +81,7 @@ public:
     }
 
     int descriptorsKept(const Verdict& verdict) const override {
-        // A device that does not tell its size is kept open.
+        // The descriptor of a device without a size stays open on purpose.
         return verdict.failedIn(Function::ioctl) ? 1 : 0;
     }
 
@@ -111,7 +111,7 @@ private:
         const unsigned block = mpDrive->blockSize();
         const unsigned total = mpDrive->totalMB();
         const unsigned free = mpDrive->freeMB();
-        // A figure that cannot be measured is 0.
+        // A value that cannot be measured is 0.
         mResult =
             status == sysDVRDrive::eStStarted && progress == 100 && mpDrive->model() != nullptr;
         mResult = mResult && directory;
@@ -127,7 +127,7 @@ private:
                                              (!sure && status == sysDVRDrive::eStNotFormatted)
                                        : status == sysDVRDrive::eStError,
                                "a wrong status after init");
-                // A drive whose partitions could not be listed unmounts none.
+                // If the partitions could not be listed, none is unmounted.
                 verdict.expect(status != sysDVRDrive::eStReady || (!storage && !data) || !sure,
                                "ready and mounted");
                 break;
@@ -184,7 +184,7 @@ private:
                        "the format failed without a reason");
     }
 
-    /// An error has its reason.
+    /// Expects that an error has a reason.
     void expectReason(Verdict& verdict, sysDVRDrive::Status status) const {
         sysPartition::Failure failure;
         verdict.expect(
@@ -193,7 +193,7 @@ private:
             "an error without a reason");
     }
 
-    /// The drive can be had again, whatever it went through.
+    /// Checks that the drive can be used again.
     void checkNext(Verdict& verdict) {
         verdict.expect(mpDrive->shut(), "it cannot be shut");
         verdict.expect(statusOf(*mpDrive) == sysDVRDrive::eStNone, "shut and not forgotten");
@@ -215,7 +215,7 @@ private:
     bool mMeasured = false;
 };
 
-/// A drive that is born, found and freed by its manager.
+/// A drive that is created, detected and freed by its manager.
 class ManagerCase : public Case {
 public:
     explicit ManagerCase(bool hasDrive) : mHasDrive(hasDrive) {}
@@ -295,7 +295,7 @@ public:
             (void)mDrive.init("/dev/sda");
         }
         mDevice = ::open("/dev/sda", O_RDWR | O_CLOEXEC);
-        // The listings so far are not those of the operation.
+        // Listings before this point do not belong to the operation.
         mRunsBefore = world.box().runs().size();
     }
 
@@ -351,7 +351,7 @@ public:
         }
         if (mResult && verdict.isTool() && verdict.toolFault().mFails && mStep != DiskStep::eInit &&
             mStep != DiskStep::eSpinUp && mStep != DiskStep::eAdd) {
-            // A listing that fails after a partitioning that succeeded fails nothing.
+            // A failed listing after a successful partitioning is not a failure.
             const bool onlyListing = (mStep == DiskStep::eCustom || mStep == DiskStep::eOneBig) &&
                                      isWholeScript(verdict);
             verdict.expect(onlyListing, "success although the tool failed");
@@ -369,7 +369,7 @@ public:
     }
 
 private:
-    /// What the tools' states say agrees with the results.
+    /// Checks that the tool states agree with the results.
     void checkStates(Verdict& verdict) const {
         const bool partitions = mStep == DiskStep::eCustom || mStep == DiskStep::eOneBig;
         if (!verdict.returned()) {
@@ -405,7 +405,7 @@ private:
         return false;
     }
 
-    /// A partition tool that has seen the end of its input has seen the whole script.
+    /// Checks that a partition tool that saw the end of its input has seen the whole script.
     void checkScripts(Verdict& verdict) const {
         const std::size_t runs = verdict.mWorld.box().runs().size();
         for (std::size_t run = mRunsBefore; run < runs; ++run) {

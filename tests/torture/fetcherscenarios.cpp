@@ -25,7 +25,7 @@ tests::Script documentReply() {
     return tests::replyWith("HTTP/1.0 200 OK\r\nContent-Length: 3000\r\n\r\n" + kDocument);
 }
 
-/// What a fetcher has told, as digits.
+/// The events that a fetcher has reported, as digits.
 class Told {
 public:
     void add(int code, int length) {
@@ -34,7 +34,7 @@ public:
         mBytes += length;
         mChanged.notify_all();
     }
-    /// Waits for a code, or until no thread of the library is left that could tell it.
+    /// Waits for a code, or until no thread of the library is left to report it.
     void await(char code, std::size_t threadsBefore) {
         std::unique_lock<std::mutex> lock(mLock);
         while (mCodes.find(code) == std::string::npos &&
@@ -96,7 +96,7 @@ public:
         if (mFetch != Fetch::eNoCallback) {
             mpFetcher->setCallback(callback, this);
         }
-        mThreads = tests::threadIds().size() + 1;  // with the caller
+        mThreads = tests::threadIds().size() + 1;  // including the caller
     }
 
     void act() override {
@@ -104,7 +104,7 @@ public:
             sysUrlFetcher fetcher;
             fetcher.setCallback(callback, this);
             mStarted = fetcher.setUrl(mUrl.c_str()) == 0;
-            return;  // the destructor cancels
+            return;  // the destructor cancels the fetch
         }
         mStarted = mpFetcher->setUrl(mUrl.c_str()) == 0;
         if (mFetch == Fetch::eCancel && mStarted) {
@@ -119,7 +119,7 @@ public:
     }
 
     void settle() override {
-        // Whoever was cancelled in the wait leaves it to the next.
+        // If the waiting thread was cancelled, the fetch must still be cancelled.
         if (mpFetcher != nullptr && mFetch == Fetch::eCancel && !mRan) {
             mpServer->releaseAll();
             mpFetcher->cancelFetch();
@@ -162,7 +162,7 @@ private:
             verdict.expect(codes.empty(), "codes without a callback");
             return;
         }
-        // Header, data, and an end; or no reply at all.
+        // Header, data, and an end; or no reply.
         std::string rest = codes;
         if (!rest.empty() && rest[0] == '3') {
             rest.erase(0, rest.find_first_not_of('4', 1));

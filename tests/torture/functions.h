@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The functions of the C library that the torture program interposes, and how each can fail. A test
-// compares them with what the shared library imports.
+// compares them with the imports of the shared library.
 #ifndef KESTROVA_TESTS_TORTURE_FUNCTIONS_H
 #define KESTROVA_TESTS_TORTURE_FUNCTIONS_H
 
@@ -12,7 +12,7 @@ namespace torture {
 
 /// Ways to fail other than with an errno.
 enum : int {
-    kShort = -1,  ///< transfers half of what was asked for
+    kShort = -1,  ///< transfers half of the requested bytes
     kEnd = -2,    ///< reports the end of the file or the stream
 };
 
@@ -100,17 +100,17 @@ enum class Function : int {
 
 const char* nameOf(Function function);
 bool isCancellationPoint(Function function);
-/// Errno values, and the ways above.
+/// Returns errno values and the ways to fail above.
 const std::vector<int>& failuresOf(Function function);
 
-/// "EIO", "short", "end".
+/// Returns "EIO", "short" or "end".
 std::string failureName(int failure);
-/// The opposite; 0 for a name that is none.
+/// The inverse of failureName(). Returns 0 for an unknown name.
 int failureFrom(const std::string& name);
 
-/// A failure that the caller repeats or completes: the operation must succeed all the same.
+/// Returns whether the caller must retry or complete the call, so that the operation succeeds.
 bool isTransient(Function function, int failure);
-/// Writes the log, or what goes to the standard streams beside it.
+/// Returns whether the function writes the log or other output of the library.
 bool isOutput(Function function);
 
 }  // namespace torture

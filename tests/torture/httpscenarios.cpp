@@ -17,7 +17,7 @@ namespace {
 constexpr char kBody[] = "0123456789abcdef";
 constexpr char kReply[] = "HTTP/1.0 200 OK\r\nContent-Length: 16\r\n\r\n0123456789abcdef";
 
-/// No connection: an address and its request.
+/// An address and its request, without a connection.
 class AddressCase : public Case {
 public:
     void act() override {
@@ -57,7 +57,7 @@ public:
         mHeader.print();
     }
     void check(Verdict& verdict) override {
-        // A receipt that is interrupted ends the reading: the time-outs are to hold.
+        // An interrupted receive ends the reading on purpose, so that the time limit holds.
         const bool sure = verdict.mustSucceed();
         verdict.expect(!sure || mRead == mGood, "a wrong result");
         verdict.expect(!sure || !mGood || (mLength == 4 && mType == "text/plain"), "wrong fields");
@@ -83,7 +83,7 @@ private:
     std::string mType;
 };
 
-/// The steps of an opening, one by one, on a connection that is made first.
+/// The steps of Open(), one by one, after connectToServer().
 class StepsCase : public Case {
 public:
     void prepare(World& /*world*/) override {
@@ -115,7 +115,7 @@ public:
     }
 
 private:
-    /// The connection does not tell its socket: it is the one whose peer is the server.
+    /// Finds the connection's socket, which the class does not reveal: its peer is the server.
     int socketOf() const {
         const failingcalls::Exempt exempt;
         for (int number = 3; number < 64; ++number) {
@@ -182,7 +182,7 @@ public:
     }
 
     void settle() override {
-        // A thread that is cancelled inside leaves the closing to the connection's owner.
+        // A thread that is cancelled inside leaves the socket for the connection's owner to close.
         mConnection.Close();
     }
 

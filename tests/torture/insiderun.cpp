@@ -91,7 +91,7 @@ void* runCaller(void* argument) {
     return nullptr;
 }
 
-/// Repeats a question until its answer is yes, for as long as things take to settle.
+/// Retries a condition until it holds, within the time for everything to settle.
 template <class Condition>
 bool settles(Condition condition) {
     const auto end =
@@ -126,7 +126,7 @@ std::string linkOf(int descriptor) {
     return text.substr(0, text.find_first_of("[0123456789"));
 }
 
-/// No descriptor more than before, but those that are kept on purpose.
+/// Checks that no descriptor has been added, except those that are kept on purpose.
 void checkDescriptors(const std::set<int>& before, int kept) {
     std::set<int> more;
     const auto differs = [&] {
@@ -161,7 +161,7 @@ void* logSomething(void* /*argument*/) {
     return nullptr;
 }
 
-/// Another thread can take the print lock, and its message appears.
+/// Checks that another thread can take the print lock and that its message appears.
 void checkPrintLock() {
     const std::string before = readMemory(kOutputNumber);
     pthread_t thread = 0;
@@ -173,7 +173,7 @@ void checkPrintLock() {
     }
 }
 
-/// Sees to it that a tool misbehaves as planned. So many runs have been the preparation's.
+/// Makes a tool misbehave as planned. `runsBefore` is the number of runs during the preparation.
 void spoilTool(const Verdict& verdict, std::size_t runsBefore) {
     if (verdict.mPlan.mKind != Kind::eTool) {
         return;
@@ -193,7 +193,7 @@ void spoilTool(const Verdict& verdict, std::size_t runsBefore) {
     }
 }
 
-/// What follows has its tools again.
+/// Restores the tool for the checks that follow.
 void restoreTool() {
     (void)::unlink("/stub/fault");
     if (shared().mHiddenTool[0] != '\0') {
@@ -201,7 +201,7 @@ void restoreTool() {
     }
 }
 
-/// Notes which tools were run, and whether one of them misbehaved.
+/// Records which tools were run, and whether one of them misbehaved.
 void noteTools(World& world, Verdict& verdict, std::size_t runsBefore) {
     std::vector<tests::ToolRun> runs = world.box().runs();
     runs.erase(runs.begin(),
@@ -238,7 +238,7 @@ void checkTools(World& world) {
     }
 }
 
-/// Calls the operation and waits until every thread that it has started has ended.
+/// Calls the operation and waits until every thread that it has started has exited.
 void act(Case& tested, Verdict& verdict, const Dispositions& before) {
     const std::size_t threads = tests::threadIds().size();
     Caller caller = {tested};
@@ -268,7 +268,7 @@ void runCase(const Scenario& scenario, World& world) {
     const std::unique_ptr<Case> tested = scenario.mMake();
     tested->prepare(world);
     (void)std::fflush(nullptr);
-    // What the preparation has said does not count.
+    // Output of the preparation does not count.
     (void)!::ftruncate(kOutputNumber, 0);
     (void)!::ftruncate(kErrorsNumber, 0);
     const std::set<int> descriptors = tests::openDescriptors();
@@ -299,7 +299,7 @@ void reportCrash(int number) {
 }  // namespace
 
 void warmUp() {
-    // Loads what a cancellation and a backtrace need.
+    // Loads the code for a cancellation and a backtrace.
     pthread_t thread = 0;
     const auto wait = [](void*) -> void* {
         for (;;) {
@@ -317,10 +317,10 @@ void warmUp() {
     char buffer[8096];
     int error = 0;
     (void)::gethostbyname_r("localhost", &entry, buffer, sizeof(buffer), &found, &error);
-    // Static buffers, so that the streams take no memory later.
+    // Static buffers, so that the streams do not allocate memory later.
     static char space[2][BUFSIZ];
     (void)std::setvbuf(stdout, space[0], _IOFBF, BUFSIZ);
-    // Constructs what is constructed at first use.
+    // Constructs objects that are constructed at their first use.
     (void)failuresOf(Function::read);
     (void)toolFaults();
 }

@@ -8,11 +8,11 @@
 
 namespace torture {
 
-// Descriptors of the files that take the run's standard output and standard error.
+// Descriptors of the files that receive the run's standard output and standard error.
 constexpr int kOutputNumber = 500;
 constexpr int kErrorsNumber = 501;
 
-/// What the C library keeps for good at its first use, so that no run has to answer for it.
+/// Triggers the C library's one-time allocations, so that they are not counted in a run.
 void warmUp();
 
 [[noreturn]] void insideRun(const Scenario& scenario, World& world);

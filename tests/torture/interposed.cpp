@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The functions that stand before the C library's in the torture program. The shared library's
-// calls come here; what the plan says fails, everything else passes on.
+// The functions that the torture program interposes. The shared library calls them; planned calls
+// fail, all others call the original.
 #include "tests/torture/interposed.h"
 
 #include <dlfcn.h>
@@ -45,8 +45,8 @@ namespace torture {
 
 namespace {
 
-/// A thread that is cancelled in a call leaves the frames above it without their own ends. The
-/// sanitizer's marks are taken off the stack before that.
+/// A thread that is cancelled in a call does not leave the frames above it normally. Unpoison their
+/// stack first.
 class Unwinding {
 public:
     Unwinding() = default;
@@ -68,7 +68,8 @@ private:
     bool mReturned = false;
 };
 
-/// The function that stands behind ours: the C library's, or a sanitizer's before that.
+/// The function that an interposed function calls: the C library's, or the sanitizer's wrapper of
+/// it.
 template <class Type>
 class Behind {
 public:
@@ -99,7 +100,7 @@ private:
     std::atomic<Type*> mFunction{nullptr};
 };
 
-// With 64-bit offsets and times the headers give some calls another name in the object file.
+// With 64-bit offsets and times the headers rename some calls in the object file.
 #ifdef __USE_TIME_BITS64
 constexpr char kFcntl[] = "__fcntl_time64";
 constexpr char kIoctl[] = "__ioctl_time64";
@@ -200,8 +201,7 @@ Behind<pid_t(pid_t, int*, int)> behindWaitpid("waitpid");
 Behind<ssize_t(int, const void*, size_t)> behindWrite("write");
 Behind<ssize_t(int, const iovec*, int)> behindWritev("writev");
 
-// All at once when the program starts, because the child of a fork must not call the dynamic
-// linker.
+// All at program start, because the child of a fork must not call the dynamic linker.
 __attribute__((constructor)) void findAll() {
     const auto find = [](auto&... each) { ((void)each.get(), ...); };
     find(behind_Fork, behindChdir, behindClose, behindCloseRange, behindConnect, behindDup2,
@@ -228,7 +228,7 @@ MountAnswer& mountAnswer() {
     return answer;
 }
 
-/// The usual wrapper: fails with -1 and errno, or passes on.
+/// The usual wrapper: fails with -1 and errno, or calls the original.
 template <class Result, class Type, class... Arguments>
 Result pass(Function function, Result failed, Behind<Type>& behind, Arguments... arguments) {
     const int failure = decide(function);
@@ -239,14 +239,14 @@ Result pass(Function function, Result failed, Behind<Type>& behind, Arguments...
     return behind(arguments...);
 }
 
-/// A function that returns the error number.
+/// A wrapper of a function that returns the error number.
 template <class Type, class... Arguments>
 int passNumber(Function function, Behind<Type>& behind, Arguments... arguments) {
     const int failure = decide(function);
     return failure > 0 ? failure : behind(arguments...);
 }
 
-/// A transfer, which may also be short or meet the end.
+/// A wrapper of a transfer, which can also be short or reach the end.
 template <class Type, class Buffer, class... Arguments>
 ssize_t transfer(Function function, Behind<Type>& behind, int descriptor, Buffer buffer,
                  std::size_t length, Arguments... arguments) {
@@ -264,7 +264,7 @@ ssize_t transfer(Function function, Behind<Type>& behind, int descriptor, Buffer
     return behind(descriptor, buffer, length, arguments...);
 }
 
-/// A child in the caller's memory, which waits meanwhile: it has the caller's variables, too.
+/// A child in the caller's memory, which shares the caller's variables while the caller waits.
 struct CloneStart {
     int (*mEntry)(void*);
     void* mArgument;
@@ -277,7 +277,7 @@ int runClone(void* argument) {
     return start->mEntry(start->mArgument);
 }
 
-/// A thread that the library creates is an actor of its own.
+/// A thread that the library creates is a separate actor.
 struct ThreadStart {
     void* (*mEntry)(void*);
     void* mArgument;
@@ -285,7 +285,7 @@ struct ThreadStart {
     std::atomic<bool> mTaken;
 };
 
-// Not from the heap: the library's allocations are counted.
+// Static, because allocations of the library are counted.
 ThreadStart starts[kMostActors * 4];
 
 ThreadStart* takeStart() {
@@ -374,7 +374,7 @@ int clone(int (*entry)(void*), void* stack, int flags, void* argument, ...) noex
 }
 
 int close(int descriptor) {
-    // The kernel releases the number also when it reports an error.
+    // The kernel releases the number even if it reports an error.
     const int failure = decide(Function::close);
     const int result = behindClose(descriptor);
     if (failure > 0) {
@@ -467,7 +467,7 @@ int gethostbyname_r(const char* name, hostent* entry, char* buffer, size_t size,
         *error = failure == EAGAIN ? TRY_AGAIN : NETDB_INTERNAL;
         return failure;
     }
-    // What the resolver and its modules do is theirs, not the library's.
+    // Allocations of the resolver and its modules are not the library's.
     const failingcalls::Exempt exempt;
     return behindGethostbyname(name, entry, buffer, size, found, error);
 }
@@ -523,7 +523,7 @@ int mount(const char* device, const char* directory, const char* type, unsigned 
         errno = failure;
         return -1;
     }
-    // A fresh mount of the software partition; the others are the kernel's.
+    // A new mount of the software partition; the kernel handles the others.
     if (mountAnswer() && type != nullptr && std::strcmp(type, "ext3") == 0) {
         const failingcalls::Exempt exempt;
         return mountAnswer()(device, directory, flags);
@@ -540,7 +540,7 @@ int nanosleep(const timespec* time, timespec* left) {
         errno = failure;
         return -1;
     }
-    // The library's pauses are for others; here nobody needs them.
+    // Skip the library's pauses, which are for other processes.
     const timespec none = {0, 0};
     return behindNanosleep(isInside() ? &none : time, left);
 }
@@ -631,7 +631,7 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     start->mEntry = entry;
     start->mArgument = argument;
     start->mActor = newActor();
-    // The C library keeps a thread's stack and what belongs to it for the next thread.
+    // The C library caches a thread's stack for the next thread.
     const failingcalls::Exempt exempt;
     const int result = behindPthreadCreate(thread, attributes, runActor, static_cast<void*>(start));
     if (result != 0) {
@@ -682,7 +682,7 @@ pid_t setsid() noexcept {
 }
 
 int setsockopt(int socket, int level, int option, const void* value, socklen_t size) noexcept {
-    // A receipt that nobody answers ends soon: the library's half a minute is for the world.
+    // A receive without an answer must end soon, not after the library's half a minute.
     const timeval soon = {0, 300000};
     const bool isTimeOut = isInside() && option == SO_RCVTIMEO && size == sizeof(soon);
     return pass(Function::setsockopt, -1, behindSetsockopt, socket, level, option,
@@ -710,7 +710,7 @@ int statfs(const char* path, struct statfs* status) noexcept {
 }
 
 void sync() noexcept {
-    // The library's sync is for the box's disks. The machine's are not to be waited for.
+    // The library syncs the box's disks. Do not wait for the machine's disks.
     if (!isInside()) {
         behindSync.get()();
     }
@@ -760,7 +760,7 @@ int vsnprintf(char* buffer, size_t size, const char* format, va_list list) noexc
 pid_t waitpid(pid_t child, int* status, int options) {
     const int failure = decide(Function::waitpid);
     if (failure == ECHILD) {
-        // As where the application ignores SIGCHLD: the child is gone by itself.
+        // As if the application ignored SIGCHLD: the kernel has already reaped the child.
         int ignored = 0;
         (void)behindWaitpid(child, &ignored, options);
     }
@@ -784,7 +784,7 @@ ssize_t writev(int descriptor, const iovec* pieces, int count) {
         errno = failure;
         return -1;
     }
-    // A short one takes the first piece.
+    // A short write takes the first piece.
     return behindWritev(descriptor, pieces, failure == kShort ? 1 : count);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the interposed functions answer in place of the kernel. An ioctl is answered by
-// failingcalls::answerIoctl(), which the fake drives of the unit tests use.
+// Answers of the interposed functions in place of the kernel. failingcalls::answerIoctl(), which
+// the fake drives of the unit tests use, answers an ioctl.
 #ifndef KESTROVA_TESTS_TORTURE_INTERPOSED_H
 #define KESTROVA_TESTS_TORTURE_INTERPOSED_H
 
@@ -12,7 +12,7 @@ namespace torture {
 using MountAnswer =
     std::function<int(const char* device, const char* directory, unsigned long flags)>;
 
-/// Answers the library's mount().
+/// Replaces the library's mount().
 void answerMount(MountAnswer answer);
 /// Removes every answer.
 void resetAnswers();

@@ -58,7 +58,7 @@ public:
     }
 
     int descriptorsKept(const Verdict& /*verdict*/) const override {
-        // The open file is the lock.
+        // The open file holds the lock.
         return mpLock->held() ? 1 : 0;
     }
 
@@ -99,7 +99,7 @@ private:
         }
     }
 
-    /// Whoever holds it keeps the others away, and nobody else does.
+    /// Checks that a holder excludes all others, and that without a holder the lock is free.
     void checkOthers(Verdict& verdict) {
         sysResourceLock third(kResource, "the third");
         const bool held = mpLock->held() || mpOther->held();

@@ -14,7 +14,7 @@
 #include "tests/support/failingcalls.h"
 #include "tests/torture/plan.h"
 
-// The allocator behind ours: the C library's under its second name, or the sanitizer's.
+// The underlying allocator: the C library's under its second name, or the sanitizer's.
 #ifdef KESTROVA_TORTURE_ASAN
 #define BEHIND(name) __interceptor_##name
 #else
@@ -28,9 +28,10 @@ void* BEHIND(memalign)(std::size_t alignment, std::size_t size);
 void BEHIND(free)(void* memory);
 
 #ifdef KESTROVA_TORTURE_ASAN
-/// Each run counts its memory itself, and the leak sanitizer would report what the dynamic loader
-/// keeps. A cancelled thread unwinds without the sanitizer's notice: with its frames elsewhere, it
-/// leaves no poisoned stack to the next thread.
+/// Each run counts its memory itself, and the leak sanitizer would report memory that the dynamic
+/// loader keeps. The sanitizer does not notice that a cancelled thread unwinds. With
+/// detect_stack_use_after_return its frames are not on the stack, so that the next thread gets no
+/// poisoned stack.
 const char* __asan_default_options() {
     return "detect_leaks=0:detect_stack_use_after_return=1";
 }
@@ -47,7 +48,7 @@ struct Piece {
 };
 
 constexpr std::size_t kSlots = 1U << 15U;
-// An open hash: a piece that is gone leaves a mark, so that those behind it are still found.
+// Open addressing: a removed block leaves a mark, so that blocks after it are still found.
 void* const kGone = reinterpret_cast<void*>(1);
 Piece pieces[kSlots];
 std::atomic<int> held{0};
@@ -79,7 +80,7 @@ void list(void* memory, void* caller) {
     }
 }
 
-/// True when it was listed.
+/// Returns whether the block was listed.
 bool strike(const void* memory) {
     if (held == 0 || memory == nullptr) {
         return false;
@@ -120,7 +121,7 @@ void giveBack(void* memory) {
 }
 
 void* takeOrThrow(std::size_t size, void* caller) {
-    // As the real one: more than half of the address space is never there.
+    // Like the original: more than half of the address space is never available.
     void* const memory = size <= PTRDIFF_MAX ? take(size != 0 ? size : 1, caller) : nullptr;
     if (memory == nullptr) {
         throw std::bad_alloc();
@@ -173,7 +174,7 @@ void* realloc(void* memory, std::size_t size) noexcept {
     if (torture::refusesMemory()) {
         return torture::refuse();
     }
-    // Before the call: another thread may be given the address afterwards.
+    // Before the call, because another thread may get the address afterwards.
     const bool listed = torture::strike(memory);
     void* const moved = BEHIND(realloc)(memory, size);
     if (listed && moved == nullptr && size != 0) {

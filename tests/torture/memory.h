@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The allocator of the torture program: memory that the library takes is refused as the plan says,
-// and listed until it is given back.
+// The allocator of the torture program: refuses memory to the library as planned, and lists the
+// library's blocks until they are freed.
 #ifndef KESTROVA_TESTS_TORTURE_MEMORY_H
 #define KESTROVA_TESTS_TORTURE_MEMORY_H
 
@@ -9,9 +9,9 @@
 
 namespace torture {
 
-/// Pieces of memory that the library has taken and not given back.
+/// Returns the number of blocks that the library has allocated and not freed.
 int piecesHeld();
-/// Where they were taken, a line; "" for none.
+/// Returns the places of their allocations, one per line; "" if there are none.
 std::string describePieces();
 
 }  // namespace torture

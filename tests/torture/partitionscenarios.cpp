@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// One partition: recognised, mounted, measured, formatted, checked.
+// One partition: recognising, mounting, measuring, formatting and checking it.
 #include <sys/mount.h>
 
 #include "System/drivemanager/partition.h"
@@ -147,7 +147,7 @@ private:
                       .print("Creating journal (8192 blocks): done\n"));
         box.allow(Role({"/sbin/mkfs.xfs", "-L", "name", "-f", "-l", "lazy-count=0", "/dev/sda1"})
                       .print("meta-data=/dev/sda1 isize=256\nlog =internal log\n"));
-        // The number of the descriptor is the lowest that is free.
+        // The descriptor is the lowest free number.
         for (int number = 3; number < 16; ++number) {
             box.allow(Role({"/sbin/fsck.ext3", "-C", std::to_string(number), "-p", "/dev/sda1"})
                           .report("1 50 100\n3 50 100\n5 100 100\n"));
@@ -224,9 +224,10 @@ private:
         }
     }
 
-    /// Where it is mounted is known: unmounted or measured it would be otherwise no more.
+    /// Checks that the mount point is known: otherwise the partition could no longer be unmounted
+    /// or measured.
     void checkKnown(Verdict& verdict, bool mounted) {
-        // Whether it is mounted cannot be known while the table cannot be read.
+        // The mount point is unknown if the table cannot be read.
         if (verdict.isTool()) {
             return;
         }
@@ -243,7 +244,7 @@ private:
                                std::string(mPartition.label()) == "DVRStorage",
                            "the next init recognises nothing");
         }
-        // A partition that could not be seen to be mounted is mounted in two places.
+        // If the mount was not detected, the partition has been mounted a second time.
         for (int times = 0; times < 2 && mPartition.isMounted(); ++times) {
             verdict.expect(mPartition.unmount(), "the next unmount fails");
         }

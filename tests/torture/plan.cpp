@@ -20,7 +20,7 @@ struct Context {
     bool mInside = false;
     bool mExempt = false;
     int mActor = 0;
-    int mCancelState = PTHREAD_CANCEL_ENABLE;  ///< before the thread was exempt
+    int mCancelState = PTHREAD_CANCEL_ENABLE;  ///< before the Exempt scope
 };
 thread_local Context context;
 
@@ -184,7 +184,7 @@ int decide(Function function) {
         return 0;
     }
     const std::vector<int>& failures = failuresOf(function);
-    // In a run that went another way than the count, another function may be at this place.
+    // If a run differs from the counting run, another function may be at this position.
     if (std::find(failures.begin(), failures.end(), plan.mFailure) == failures.end()) {
         return 0;
     }
@@ -214,7 +214,7 @@ bool refusesMemory() {
 
 namespace failingcalls {
 
-// A cancellation that is pending waits for the library's own calls.
+// A pending cancellation waits for the library's own calls.
 Exempt::Exempt() : mBefore(torture::context.mExempt) {
     if (!mBefore) {
         (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &torture::context.mCancelState);

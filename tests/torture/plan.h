@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What is to go wrong in one run, and the counters that find the place. Both lie in memory that the
-// run's processes share: the children of the library count their calls, too.
+// The planned failure of one run, and the counters that find its position. Both are in memory that
+// the run's processes share, because the library's children count their calls as well.
 #ifndef KESTROVA_TESTS_TORTURE_PLAN_H
 #define KESTROVA_TESTS_TORTURE_PLAN_H
 
@@ -13,7 +13,7 @@
 namespace torture {
 
 enum class Kind : int {
-    eNone,  ///< nothing goes wrong: the run counts
+    eNone,  ///< nothing fails: the run only counts
     eCall,
     eAllocation,
     eCancel,
@@ -22,9 +22,9 @@ enum class Kind : int {
 
 const char* nameOf(Kind kind);
 
-/// One thing that goes wrong. Calls, allocations and cancellation points are counted from 1 for
-/// each actor, that is for each thread and each forked child, in the order in which they were
-/// created; actor 0 is the thread that calls the library.
+/// One planned failure. Calls, allocations and cancellation points are counted from 1 for each
+/// actor: each thread and each forked child, in the order of creation. Actor 0 is the thread that
+/// calls the library.
 struct Plan {
     Kind mKind = Kind::eNone;
     int mActor = 0;
@@ -34,7 +34,7 @@ struct Plan {
 
     /// "call/0.17/EIO", "call/0.17/EIO+", "alloc/0.3", "cancel/1.5", "tool/0.2/exit-3".
     std::string text() const;
-    /// The opposite; false for a text that is no plan.
+    /// The inverse of text(). Returns false for an invalid text.
     bool parse(const std::string& text);
 };
 
@@ -43,7 +43,7 @@ constexpr int kMostEvents = 16384;
 constexpr int kMostToolRuns = 32;
 constexpr int kToolPath = 32;
 
-/// A call that can fail, or can be cancelled, in the order in which they came.
+/// A call that can fail or be cancelled, in order of occurrence.
 struct Event {
     short mActor;
     short mFunction;
@@ -52,8 +52,8 @@ struct Event {
 struct Shared {
     Plan mPlan;
     std::atomic<bool> mArmed;
-    std::atomic<int> mFired;    ///< how often something went wrong as planned
-    std::atomic<int> mFiredIn;  ///< the function where it did first
+    std::atomic<int> mFired;    ///< number of planned failures that happened
+    std::atomic<int> mFiredIn;  ///< the function where the first one happened
     std::atomic<int> mActors;
     std::atomic<int> mCalls[kMostActors];
     std::atomic<int> mAllocations[kMostActors];
@@ -61,22 +61,22 @@ struct Shared {
     std::atomic<int> mEvents;
     Event mEvent[kMostEvents];
 
-    std::atomic<int> mToolRuns;                ///< how often tools were run
-    char mToolPath[kMostToolRuns][kToolPath];  ///< by what first arguments
-    char mHiddenTool[kToolPath];               ///< a tool to be taken away, or ""
-    std::atomic<int> mDone;                    ///< the run has come to its end
+    std::atomic<int> mToolRuns;                ///< number of tool runs
+    char mToolPath[kMostToolRuns][kToolPath];  ///< their first arguments
+    char mHiddenTool[kToolPath];               ///< a tool to hide, or ""
+    std::atomic<int> mDone;                    ///< the run has ended
     std::atomic<int> mTextLength;
-    char mText[8192];  ///< what was found, a line each
+    char mText[8192];  ///< findings, one per line
 };
 
-/// Of this program, for the runs of a process and its descendants.
+/// Returns the memory that this program shares with its runs and their descendants.
 Shared& shared();
-/// For the next run.
+/// Resets it for the next run.
 void resetShared(const Plan& plan);
-/// Adds a line to what was found.
+/// Adds a line to the findings.
 void addFinding(const std::string& line);
 
-/// Makes the calling thread an actor for a scope: what it calls counts.
+/// Makes the calling thread an actor for a scope, whose calls count.
 class Inside {
 public:
     explicit Inside(int actor);
@@ -85,17 +85,17 @@ public:
     Inside& operator=(const Inside&) = delete;
 };
 
-/// Whether what the calling thread calls counts now.
+/// Returns whether calls of the calling thread count now.
 bool isInside();
 int currentActor();
-/// A number for a thread or child that is about to be created.
+/// Returns a number for a thread or child that is about to be created.
 int newActor();
-/// Of a forked child, and of a thread that the library has created.
+/// Sets the actor of a forked child, or of a thread that the library has created.
 void becomeActor(int actor);
 
-/// Counts a call. The failure that is planned for it, 0 for none.
+/// Counts a call. Returns its planned failure, or 0.
 int decide(Function function);
-/// Counts an allocation. True when there is to be no memory.
+/// Counts an allocation. Returns true if it must fail.
 bool refusesMemory();
 
 }  // namespace torture

@@ -83,7 +83,7 @@ public:
             (void)std::fclose(mpStream);
             mpStream = nullptr;
         }
-        // An application whose wait has failed waits again.
+        // An application whose wait failed waits again.
         while (mChild > 0 && mState != eCsExited && mState != eCsKilled) {
             const pid_t waited = ::waitpid(mChild, nullptr, 0);
             if (waited == mChild || errno != EINTR) {
@@ -93,7 +93,7 @@ public:
     }
 
     int descriptorsKept(const Verdict& verdict) const override {
-        // Without a stream the descriptor stays, so that the child has no broken pipe.
+        // Without a stream the descriptor stays open, so that the child does not get SIGPIPE.
         const bool stream = mCommand == Command::eStream || mCommand == Command::eStreamFormatted;
         const bool noStream =
             verdict.failedIn(Function::fdopen) || verdict.mPlan.mKind == Kind::eAllocation;
@@ -128,7 +128,7 @@ public:
     }
 
 private:
-    /// As an application does: input, output, end.
+    /// Uses the child as an application does: writes, reads and closes.
     void use() {
         if (mChild <= 0) {
             return;

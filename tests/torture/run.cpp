@@ -34,7 +34,7 @@ void check(bool held, const char* what) {
     }
 }
 
-/// Waits for a child; false when it has not ended in time.
+/// Waits for a child. Returns false if it has not exited in time.
 bool awaitEnd(pid_t child, int milliseconds, int& status) {
     const int handle = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
     pollfd entry = {handle, POLLIN, 0};
@@ -46,7 +46,7 @@ bool awaitEnd(pid_t child, int milliseconds, int& status) {
     return ready == 1 && ::waitpid(child, &status, 0) == child;
 }
 
-/// What the threads of the calling process's children wait in.
+/// Returns the system calls in which the children's threads wait.
 std::string waitingCalls() {
     std::istringstream children(tests::readFile("/proc/thread-self/children"));
     std::string text;
@@ -64,7 +64,7 @@ std::string waitingCalls() {
     return text;
 }
 
-/// Processes that the run has left: they have no other parent here.
+/// Waits for processes that the run has left behind: this process is now their parent.
 void awaitOrphans() {
     for (int waited = 0;; ++waited) {
         const pid_t ended = ::waitpid(-1, nullptr, WNOHANG);
@@ -81,7 +81,7 @@ void awaitOrphans() {
     }
 }
 
-/// The first process of the run's own set: with it ends everything that the run has started.
+/// Runs as the first process of the run's namespace: everything that the run started ends with it.
 [[noreturn]] void guard(const Scenario& scenario, World& world) {
     int status = 0;
     try {
@@ -124,7 +124,7 @@ std::string readMemory(int file) {
     return text;
 }
 
-/// What a crash has said about itself.
+/// Returns the messages of a crash.
 std::string crashText(const std::string& errors) {
     std::istringstream lines(errors);
     std::string text;
@@ -151,7 +151,7 @@ Runner::Runner(World& world) : mWorld(world) {
     warmUp();
 }
 
-/// Puts the tool back that a run had hidden.
+/// Restores the tool that a run has hidden.
 void Runner::restoreTool() {
     (void)::unlink("/stub/fault");
     const std::string hidden = shared().mHiddenTool;

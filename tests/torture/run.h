@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// One run of a scenario, in processes of its own: a crash or a hang is a finding, not the end.
+// One run of a scenario, in separate processes, so that a crash or a hang is only a finding.
 #ifndef KESTROVA_TESTS_TORTURE_RUN_H
 #define KESTROVA_TESTS_TORTURE_RUN_H
 
@@ -15,18 +15,18 @@ namespace torture {
 struct Outcome {
     bool mFired = false;
     int mFiredIn = -1;                   ///< a Function, or -1
-    std::vector<std::string> mFindings;  ///< empty when all is well
+    std::vector<std::string> mFindings;  ///< empty if there are none
     std::string mOutput;                 ///< of the run, both streams
 };
 
-/// Starts runs from a process that has prepared everything that they share.
+/// Starts runs from a process that has prepared what they share.
 class Runner {
 public:
     explicit Runner(World& world);
 
     Outcome run(const Scenario& scenario, const Plan& plan);
-    /// Everything that can go wrong in a scenario, by a run in which nothing does; what that run
-    /// finds is in the outcome.
+    /// Returns everything that can fail in a scenario, found by a run without failures; findings of
+    /// that run are in the outcome.
     std::vector<Plan> plansFor(const Scenario& scenario, Outcome& outcome);
 
 private:

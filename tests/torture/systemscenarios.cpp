@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The system object up and down, in both modes, and the table of partitions.
+// Starting and stopping the system object, in both modes, and the table of partitions.
 #include <unistd.h>
 
 #include "System/BlockdevCfg.fmp.h"
@@ -105,7 +105,7 @@ public:
             verdict.expect(BlockdeviceConfig::GetInstance() == mpFirstTable,
                            "the first system's table is gone");
         }
-        // Half a system: an instance without a table, or a table without an instance.
+        // Checks that the instance and the table exist together.
         const bool up = getSystem() != nullptr;
         const int level = static_cast<int>(kestrova_debug_output_level);
         kestrova_debug_output_level = 0;
@@ -113,7 +113,7 @@ public:
         verdict.expect(up == table || verdict.mCancelled, "half a system");
         if (mLife == Life::eSecondUp && getSystem() != mpFirst) {
             SystemTerm();
-            // The first one is still there, and nobody else frees it.
+            // The first system still exists, and nothing else frees it.
             delete mpFirstTable;
             (void)BlockdeviceConfig::CreateInstance();
             delete mpFirst;
@@ -158,7 +158,7 @@ public:
     std::string mText;
 };
 
-/// A device of an application's own.
+/// An application's own device.
 struct Device : BlockdevConfig {};
 
 enum class TableStep { eCreate, eQueries, eDump, eOwn };

@@ -11,18 +11,18 @@ namespace torture {
 
 struct ToolFault {
     enum Act {
-        eMissing,        ///< there is no such file
-        eNotExecutable,  ///< there is one that cannot be executed
-        eInStub,         ///< the stub does what its name says
+        eMissing,        ///< the file does not exist
+        eNotExecutable,  ///< the file cannot be executed
+        eInStub,         ///< the stub misbehaves as its name says
     };
     std::string mName;
     Act mAct;
-    bool mFails;  ///< the tool cannot end with status 0
-    bool mLies;   ///< it ends with status 0 and has not done its work
+    bool mFails;  ///< the tool cannot exit with status 0
+    bool mLies;   ///< it exits with status 0 without having done its work
 };
 
 const std::vector<ToolFault>& toolFaults();
-/// Its index; -1 for a name that is none.
+/// Returns its index; -1 for an unknown name.
 int toolFaultFrom(const std::string& name);
 
 }  // namespace torture

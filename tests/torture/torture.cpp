@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
 // Makes every call, allocation and tool of the library fail once, and cancels its threads at every
-// place, in every scenario:
+// cancellation point, in every scenario:
 //   torture [--sample N] [--seed S] [--scenario NAME] [--kind call|alloc|cancel|tool] [--list]
 //           [--run ID] [--share I/N] [--known FILE] [--controls]
-// --sample N runs N of all that there is, chosen by the seed. --scenario takes a name with the
-// wildcards of a shell. --run repeats one run and prints what it has written. --share takes part I
-// of N. --known names a file of findings that are explained. --controls runs the scenarios that
-// have a defect on purpose instead of those of the library. Exit status 1 when something was found.
+// --sample N runs N of all runs, selected by the seed. --scenario takes a name with shell
+// wildcards. --run repeats one run and prints its output. --share selects part I of N. --known
+// names a file of explained findings. --controls runs the scenarios with a deliberate defect
+// instead of those of the library. The exit status is 1 if there are findings.
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <gtest/gtest.h>
@@ -38,7 +38,7 @@ using torture::Scenarios;
 constexpr unsigned kLongestSeconds = 24 * 3600;
 constexpr std::size_t kShownRuns = 3;
 
-/// A finding that is explained: a pattern and its reason.
+/// An explained finding: a pattern and its reason.
 struct Known {
     std::string mPattern;
     std::string mReason;
@@ -62,19 +62,19 @@ struct Job {
     Plan mPlan;
 };
 
-/// Findings of one text in one function, which have most likely one cause.
+/// Findings with the same text in the same function, which most likely have one cause.
 struct Group {
     unsigned long mCount = 0;
     std::vector<std::string> mRuns;
     std::string mText;
-    std::string mKnown;  ///< why it is no defect; "" for one that is
+    std::string mKnown;  ///< why it is not a defect; "" for a defect
 };
 
 class Torture {
 public:
     Torture(const Options& options, torture::World& world) : mOptions(options), mRunner(world) {}
 
-    /// True when nothing was found that is not explained.
+    /// Returns whether all findings are explained.
     bool run();
 
 private:
@@ -94,7 +94,7 @@ private:
     std::map<std::string, Group> mGroups;
     unsigned long mKinds[5] = {};
     unsigned long mRuns = 0;
-    unsigned long mMissed = 0;  ///< runs that never came to their place
+    unsigned long mMissed = 0;  ///< runs that never reached their position
     unsigned long long mCalls = 0;
 };
 
@@ -135,12 +135,12 @@ void Torture::collectJobs() {
     }
 }
 
-/// The sample, and of that this share.
+/// Selects the sample, and this share of it.
 void Torture::choose() {
     if (mOptions.mSample != 0 && mOptions.mSample < mJobs.size()) {
         std::mt19937 random(static_cast<std::mt19937::result_type>(mOptions.mSeed));
         std::vector<Job> sample;
-        // Each job is taken with the chance that is left for it, so that the order stays.
+        // Selects each job with the remaining probability, so that the order is kept.
         for (std::size_t i = 0; i < mJobs.size(); ++i) {
             if (random() % (mJobs.size() - i) < mOptions.mSample - sample.size()) {
                 sample.push_back(mJobs[i]);
@@ -270,7 +270,7 @@ bool Torture::run() {
     return summary(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
 }
 
-/// Lines of a pattern, " | " and a reason; false for a file that cannot be read.
+/// Reads lines of a pattern, " | " and a reason. Returns false if the file cannot be read.
 bool readKnown(const char* path, std::vector<Known>& found) {
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
@@ -325,7 +325,7 @@ bool parse(int count, char** words, Options& options) {
     return options.mShare < options.mShares;
 }
 
-/// A network of its own, with nothing but loopback.
+/// Enters a network namespace that has only loopback.
 void enterNetwork() {
     if (::geteuid() != 0 || ::unshare(CLONE_NEWNET) != 0) {
         return;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The surroundings of one run: a sandbox whose changing parts are new for each run, with true
-// mounts of its own.
+// The environment of one run: a sandbox whose mutable parts are new for each run, with real mounts.
 #ifndef KESTROVA_TESTS_TORTURE_WORLD_H
 #define KESTROVA_TESTS_TORTURE_WORLD_H
 
@@ -15,31 +14,31 @@ namespace torture {
 
 using Variables = std::map<std::string, std::string>;
 
-/// A boot environment file, made and read without the library.
+/// Creates a boot environment file without the library.
 std::string environmentImage(const Variables& vars);
-/// Nothing for an image that is not whole.
+/// Parses one. Returns nothing for an invalid image.
 std::optional<Variables> readImage(const std::string& image);
 
 class World {
 public:
-    /// Once for each sandbox.
+    /// Call it once for each sandbox.
     explicit World(tests::Sandbox& box);
 
-    /// Folders and mounts of its own for the calling process and its children.
+    /// Gives the calling process and its children their own directories and mounts.
     void enterRun();
 
     tests::Sandbox& box() { return mBox; }
 
-    /// A software partition: a file system that stays when it is unmounted. `options` is "ro", "rw"
-    /// or null for one that is not mounted.
+    /// Creates a software partition: a file system that survives an unmount. `options` is "ro",
+    /// "rw" or null if it is not mounted.
     void makeSoftware(const char* options, const std::string& primary, const std::string& backup);
-    /// "ro", "rw", or "" for one that is not mounted; "twice" for one that is mounted again.
+    /// Returns "ro", "rw", "" if it is not mounted, or "twice" if it is mounted more than once.
     std::string softwareState() const;
     std::string softwareFile(const char* name) const;
-    /// What the boot stage reads: the primary, or the backup of a damaged one.
+    /// Returns what the boot stage reads: the primary, or the backup if the primary is damaged.
     std::optional<Variables> environment() const;
 
-    /// The mounts of the box's devices, "device directory option;" each.
+    /// Returns the mounts of the box's devices, each as "device directory option;".
     static std::string mounts();
     static bool isMounted(const std::string& device, const std::string& directory);
 

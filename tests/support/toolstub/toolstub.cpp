@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Stands in for a tool of the box in a test's sandbox: writes down how it was started, then plays
-// the role that the test wrote for this run. What no role expects is refused. Roles and records
-// are lists of NUL-terminated texts, a key and a value each; tests/support/sandbox.cpp writes and
+// Replaces a tool of the box in a test's sandbox: records how it was started, then executes the
+// role that the test wrote for this run. A run without a role is refused. Roles and records are
+// lists of NUL-terminated texts, alternating keys and values; tests/support/sandbox.cpp writes and
 // reads them.
 #include <dirent.h>
 #include <fcntl.h>
@@ -55,7 +55,7 @@ std::string linkTarget(const std::string& path) {
     return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : "?";
 }
 
-/// The record of this run; it grows while the run goes on.
+/// The record of this run, which is written while the run proceeds.
 class Record {
 public:
     Record() {
@@ -64,7 +64,7 @@ public:
                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         }
     }
-    /// Of this run, from 1.
+    /// Returns the number of this run, from 1.
     int number() const { return mNumber; }
     void add(const std::string& key, const std::string& value) {
         writeWhole(mFile, key + '\0' + value + '\0');
@@ -75,7 +75,7 @@ private:
     int mFile = -1;
 };
 
-/// What the process was given; looked at before anything else is opened.
+/// Returns the inherited descriptors. Call it before opening any other file.
 std::map<int, std::string> givenDescriptors() {
     std::map<int, std::string> given;
     DIR* const folder = ::opendir("/proc/self/fd");
@@ -94,7 +94,7 @@ std::map<int, std::string> givenDescriptors() {
     return given;
 }
 
-/// Masks of the signals that are blocked and ignored.
+/// Returns the masks of the blocked and ignored signals.
 std::string signalMasks() {
     const int file = ::open("/proc/self/status", O_RDONLY | O_CLOEXEC);
     const std::string status = readWhole(file);
@@ -159,7 +159,7 @@ bool isFor(const Texts& role, char** arguments) {
     return *arguments == nullptr;
 }
 
-/// The role of this run; empty when there is none.
+/// Returns the role of this run; empty if there is none.
 Texts takeRole(char** arguments) {
     for (int i = 0;; ++i) {
         const Texts standing = readRole("/stub/standing/" + std::to_string(i));
@@ -175,7 +175,7 @@ Texts takeRole(char** arguments) {
         const Texts role = readRole(path);
         if (role.empty() || !isFor(role, arguments)) {
             if (!role.empty()) {
-                return {};  // it is another tool's turn
+                return {};  // another tool must run first
             }
             continue;
         }
@@ -186,7 +186,7 @@ Texts takeRole(char** arguments) {
     return {};
 }
 
-/// Tells the test that this point is reached, and waits until it lets us go on.
+/// Tells the test that this point is reached, and waits until the test releases it.
 void hold() {
     const int held = ::open("/stub/held", O_WRONLY | O_CLOEXEC);
     const int go = ::open("/stub/go", O_RDONLY | O_CLOEXEC);
@@ -225,7 +225,7 @@ void play(const Texts& role, char** arguments, Record& record) {
     }
 }
 
-/// How this run is to misbehave, "" for not at all. The file has the number of a run and a name.
+/// Returns how this run must misbehave, or "". The file contains the number of a run and a name.
 std::string faultOf(int run) {
     const int file = ::open("/stub/fault", O_RDONLY | O_CLOEXEC);
     const std::string text = file >= 0 ? readWhole(file) : "";
@@ -244,7 +244,7 @@ std::string faultOf(int run) {
     std::exit(kRefused);
 }
 
-/// Writes where the tool writes what is read while it runs.
+/// Writes the text to the stream from which the library reads while the tool runs.
 void writeOut(const std::string& text, char** arguments) {
     const bool reports = arguments[1] != nullptr && std::strcmp(arguments[1], "-C") == 0;
     writeWhole(reports ? std::atoi(arguments[2]) : STDOUT_FILENO, text);
@@ -259,7 +259,7 @@ void writeHalf(const Texts& role, char** arguments) {
     }
 }
 
-/// A child that keeps the pipe for a while after the tool has ended.
+/// Starts a child that keeps the pipe open for a short time after the tool has exited.
 void leaveGrandchild() {
     constexpr useconds_t life = 30000;
     if (::fork() == 0) {
