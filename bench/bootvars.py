@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Measures the boot variables on this machine: on an ext3 file system on a loop device, in a mount
-namespace of its own. Needs root."""
+"""Measures the boot variables on this machine: on an ext3 file system on a loop device, in its own
+mount namespace. Needs root."""
 
 import contextlib
 import pathlib
@@ -12,7 +12,7 @@ import zlib
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests/app"))
 
-# The module's path is set before on purpose.
+# After the module's path has been set.
 from bootpartition import BootPartition, image, missing, record  # noqa: E402
 
 PROGRAM = "bench/kestrova-bench-bootvars"
@@ -22,18 +22,18 @@ MEMORY = "/dev/shm"
 TIMEOUT_SECONDS = 900
 NAME = "name0010"
 SMALL = 20
-# 61 bytes each; what is left of the file's 65536 has room for another value of NAME.
+# 61 bytes each; the rest of the file's 65536 bytes has room for another value of NAME.
 MANY = 1072
 FILE_BYTES = 65536
 REPEATED = 50
 
 
 class BenchError(Exception):
-    """Something could not be measured."""
+    """A measurement failed."""
 
 
 def variables(count):
-    """Names and values, in the order of the names; NAME is among them."""
+    """Names and values, in the order of the names, including NAME."""
     return [(f"name{number:04}", f"{number:050}") for number in range(count)]
 
 
@@ -42,7 +42,7 @@ def environment(count):
 
 
 def foreign_environment(count):
-    """The same variables as fw_setenv stores them."""
+    """The same variables in fw_setenv's format."""
     area = b"".join(f"{name}={value}".encode() + b"\0" for name, value in variables(count))
     area = area.ljust(FILE_BYTES - 4, b"\0")
     return struct.pack("<I", zlib.crc32(area)) + area
@@ -50,7 +50,7 @@ def foreign_environment(count):
 
 @contextlib.contextmanager
 def boot_partition(build, count, where=None):
-    """A partition with both kinds of environment; `where` its bytes are kept."""
+    """A partition with both kinds of environment, stored in the directory `where`."""
     with tempfile.TemporaryDirectory(dir=where) as name:
         with BootPartition(build, pathlib.Path(name)) as partition:
             partition.put("boot_env", environment(count))
@@ -61,7 +61,7 @@ def boot_partition(build, count, where=None):
 
 
 def run(partition, *arguments, **options):
-    """What the measuring program prints."""
+    """Returns the output of the measuring program."""
     done = partition.run(*map(str, arguments), program=PROGRAM, timeout=TIMEOUT_SECONDS, **options)
     if done.returncode != 0:
         raise BenchError(f"{PROGRAM} {arguments}: {done.stderr}")
@@ -69,7 +69,7 @@ def run(partition, *arguments, **options):
 
 
 def calls(build, what, mounted, times):
-    """How often each system call is made by a program that does it so many times."""
+    """Counts the system calls of a program that does `what` this many times."""
     strace = ["/usr/bin/strace", "-c", "-U", "calls,name", "-o", "/state/calls"]
     with boot_partition(build, MANY) as partition:
         run(partition, "repeat", what, times, NAME, mounted=mounted, before=strace)
@@ -78,7 +78,7 @@ def calls(build, what, mounted, times):
 
 
 def list_calls(build):
-    """Comments: the system calls of one operation, by how the partition is mounted. No ratios."""
+    """Prints the system calls of one operation as comments, for each mount state. No ratios."""
     for what in ["get", "set"]:
         for mounted, state in [("rw", "mounted rw"), ("ro", "mounted ro"), ("", "not mounted")]:
             few, many = (calls(build, what, mounted, times) for times in [1, 1 + REPEATED])
@@ -90,7 +90,7 @@ def list_calls(build):
 
 
 def measure(build, parse, suffix=""):
-    """Ratios by name; `parse` reads what the program prints."""
+    """Returns ratios by name; `parse` reads the program's output."""
     lacking = missing()
     if lacking:
         raise BenchError(f"the boot variables need {lacking}")
@@ -98,7 +98,7 @@ def measure(build, parse, suffix=""):
     for what, rounds in ROUNDS.items():
         processes = what.startswith("processes")
         if processes and suffix == "":
-            continue  # the tool to compare with is there in the host's word size only
+            continue  # the tool for comparison exists only in the host's word size
         tools = [build / "kestrova", "/state/fw.config"] if processes else []
         with boot_partition(build, SMALL if what.endswith("-small") else MANY,
                             MEMORY if what.endswith("-memory") else None) as partition:

@@ -5,12 +5,12 @@ import math
 from xml.sax.saxutils import escape
 
 ROW, TOP, NAME, SCALE, MARGIN = 18, 46, 300, 260, 90
-LEAST, MOST = 0.1, 10  # ratios beyond are drawn at the edge; the number says the value
+LEAST, MOST = 0.1, 10  # larger and smaller ratios are drawn at the edge; the number shows the value
 HELD, SHORT, UNBOUND = "#2a7f62", "#b3261e", "#8a8f98"
 
 
 def _x(ratio):
-    """Horizontal position, on a logarithmic scale."""
+    """Returns the horizontal position, on a logarithmic scale."""
     clamped = min(max(ratio, LEAST), MOST)
     share = math.log(clamped / LEAST) / math.log(MOST / LEAST)
     return NAME + share * 2 * SCALE
@@ -46,7 +46,7 @@ def _row(y, name, ratio, bound):
 
 
 def draw(ratios, bounds):
-    """An SVG document with a row for each figure: a dot for the ratio, a bar for its bound."""
+    """Returns an SVG document with a row per figure: a dot for the ratio, a bar for its bound."""
     names = [name for name in bounds if name in ratios]
     height, width = TOP + ROW * len(names) + 16, NAME + 2 * SCALE + MARGIN
     lines = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" '

@@ -2,9 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Measures the library and prints a row a figure; script/bench builds and starts it.
 
-A row is, tab-separated: name, measured ratio, bound, "held" or "short". A figure that
-falls short is a result like any other; only one that could not be measured makes the
-exit status 1.
+A row is, tab-separated: name, measured ratio, bound, "held" or "short". A figure that misses its
+bound does not change the exit status; a figure that could not be measured makes it 1.
 """
 
 import argparse
@@ -20,7 +19,7 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT))
 
-# The modules' path is set before on purpose.
+# After the modules' path has been set.
 import bootvars  # noqa: E402
 import plot  # noqa: E402
 from box import image, packages  # noqa: E402
@@ -98,9 +97,9 @@ for word_size in ["", "-native"]:
 DRIVE_BYTES = 4096 * MIB
 STORAGE_MB = 2048
 ROUNDS = {"system": 41, "xfs": 41, "ext3": 31}
-# Every instruction takes two nanoseconds of the box's time, whatever else the host is busy
-# with; while the box waits for its disk, its clock goes with the host's. The same work then
-# measures alike to a thousandth, where plain emulation differs by a tenth and more.
+# Every instruction takes two nanoseconds of the box's time, independent of other load on the host;
+# while the box waits for its disk, its clock follows the host's. The same work then measures the
+# same within a thousandth; with plain emulation it differs by a tenth and more.
 CLOCK = ["-icount", "shift=1,sleep=on"]
 TIMEOUT_SECONDS = 900
 FAILURES = (OSError, subprocess.SubprocessError, BoxError, image.ImageError,
@@ -108,7 +107,7 @@ FAILURES = (OSError, subprocess.SubprocessError, BoxError, image.ImageError,
 
 
 def verdict(name, ratio):
-    """The row's last two columns."""
+    """Returns the row's last two columns."""
     if BOUNDS[name] is None:
         return "-", "held"
     relation, bound = BOUNDS[name]
@@ -117,7 +116,7 @@ def verdict(name, ratio):
 
 
 def parse(text, suffix=""):
-    """Ratios by name out of what a program printed; its comments are passed on."""
+    """Returns ratios by name from a program's output; prints its comments."""
     ratios = {}
     for line in text.splitlines():
         if line.startswith("#"):
@@ -129,7 +128,7 @@ def parse(text, suffix=""):
 
 
 def library_size(build):
-    """The library as it is shipped, without its symbol table."""
+    """Measures the library as shipped, without its symbol table."""
     with tempfile.TemporaryDirectory() as folder:
         stripped = pathlib.Path(folder) / LIBRARY
         subprocess.run(["strip", "-o", stripped, build / LIBRARY], check=True)
@@ -139,21 +138,21 @@ def library_size(build):
 
 
 def services(build, zlib, suffix):
-    """The figures of the small services, on this machine's own processor."""
+    """Measures the small services, on this machine's own processor."""
     done = subprocess.run([build / "bench" / "kestrova-bench-services", zlib], check=True,
                           stdout=subprocess.PIPE, text=True)
     return parse(done.stdout, suffix)
 
 
 def http(build, suffix, *libcurl):
-    """The figures of the HTTP client, from a server on this machine."""
+    """Measures the HTTP client with a server on this machine."""
     done = subprocess.run([build / "bench" / "kestrova-bench-http", *libcurl], check=True,
                           stdout=subprocess.PIPE, text=True)
     return parse(done.stdout, suffix)
 
 
 def fetch_process(build, suffix):
-    """The command's fetch against curl, both as processes; the file is in memory."""
+    """Compares the command's fetch with curl, both as processes; the file is in memory."""
     with tempfile.TemporaryDirectory(dir=bootvars.MEMORY) as folder:
         done = subprocess.run([build / "bench" / "kestrova-bench-fetchprocess", build / "kestrova",
                                "/usr/bin/curl", folder],
@@ -162,7 +161,7 @@ def fetch_process(build, suffix):
 
 
 def spawn(build, suffix):
-    """A child's start and end, by the memory of its caller; on this machine's own kernel."""
+    """Measures starting and reaping a child by the memory of its caller; on this machine's kernel."""
     ratios = {}
     for mib in SPAWN_MIB:
         done = subprocess.run([build / "bench" / "kestrova-bench-spawn", str(mib)], check=True,
@@ -172,7 +171,7 @@ def spawn(build, suffix):
 
 
 def start(build, suffix=""):
-    """What it costs a program to be linked with the library; on this machine's own kernel."""
+    """Measures the cost of linking a program with the library; on this machine's kernel."""
     programs = [build / "bench" / f"kestrova-bench-start{kind}"
                 for kind in ("", "-linked", "-empty", "-plain")]
     done = subprocess.run(programs, check=True, stdout=subprocess.PIPE, text=True)
@@ -180,15 +179,15 @@ def start(build, suffix=""):
 
 
 def private_kib(smaps):
-    """Memory that would be free again if the process ended."""
+    """Returns the memory that would be freed if the process exited."""
     return sum(int(kib) for kib in re.findall(r"^Private_(?:Clean|Dirty): +(\d+) kB", smaps, re.M))
 
 
 def memory(box):
-    """What the system takes without a drive, beyond an empty program."""
-    # Addresses are random, and with them how many neighbours of a page the kernel maps
-    # along with it: single runs differ by a hundred KiB. Each round has a shell of its own,
-    # because what the shell has mapped of the C library does not count as private.
+    """Measures the memory of the system without a drive, beyond that of an empty program."""
+    # Addresses are random, and so is the number of neighbours of a page that the kernel maps along
+    # with it: single runs differ by a hundred KiB. Each round uses a new shell, because pages of
+    # the C library that the shell has mapped do not count as private.
     programs = ["kestrova-bench-memory-empty", "kestrova-bench-memory-minimal"]
     both = "".join(f"{program} && echo && " for program in programs) + "true"
     runs = box.check(f"for round in $(seq {MEMORY_ROUNDS}); do sh -c '{both}' || exit; done",
@@ -200,13 +199,13 @@ def memory(box):
 
 
 def drive(box):
-    """The figures of the recording drive."""
+    """Measures the recording drive."""
     for command in (f"printf ',{STORAGE_MB}\\n;\\n' | /sbin/sfdisk -q -L -uM /dev/sda",
                     "/sbin/mkfs.xfs -L DVRStorage -f -l lazy-count=0 /dev/sda1",
                     "/sbin/mkfs.xfs -L DVRData -f -l lazy-count=0 /dev/sda2"):
         box.check(command)
     ratios = {}
-    # the formats come last: they take the labels away
+    # The formats come last, because they remove the labels.
     for what, rounds in ROUNDS.items():
         partition = [] if what == "system" else ["/dev/sda2"]
         ratios |= parse(box.check(["kestrova-bench-drive", what, rounds, *partition],
@@ -215,7 +214,7 @@ def drive(box):
 
 
 def in_box(build):
-    """Everything that is measured in the virtual box."""
+    """Measures everything that is measured in the virtual box."""
     programs = build.glob("bench/kestrova-bench-*")
     files = {path: f"/usr/bin/{path.name}" for path in programs}
     files[build / LIBRARY] = f"/usr/lib/{LIBRARY}"
@@ -224,7 +223,7 @@ def in_box(build):
 
 
 def groups(i686, native):
-    """What can be measured on its own: functions that return ratios, by the group's name."""
+    """Returns the functions that measure each group, by the group's name."""
     zlib = image.BUILD / "root/lib/i386-linux-gnu/libz.so.1"  # one of the box's packages
     return {
         "size": [lambda: library_size(i686)],
@@ -242,7 +241,7 @@ def groups(i686, native):
 
 
 def measure(parts):
-    """All ratios by name; what could not be measured is reported and left out."""
+    """Returns all ratios by name; reports and omits failed measurements."""
     ratios = {}
     for part in parts:
         try:
@@ -259,7 +258,7 @@ def print_rows(ratios):
 
 
 def print_summary(runs):
-    """Comments: each figure that has a bound, in all runs."""
+    """Prints each figure that has a bound as a comment, for all runs."""
     for name, bound in BOUNDS.items():
         found = [ratios[name] for ratios in runs if name in ratios]
         if bound is not None and found:
@@ -269,7 +268,7 @@ def print_summary(runs):
 
 
 def processor():
-    """The processor's name."""
+    """Returns the processor's name."""
     match = re.search(r"^model name\s*: (.*)$", pathlib.Path("/proc/cpuinfo").read_text(), re.M)
     return match[1] if match else platform.machine()
 

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 """The acts of script/demo.
 
-One process of the command kestrova stays up in the box, as a recorder would, until the power is
-cut, and another one after that; each is told over a pipe what to do next.
+One process of the command kestrova runs in the box, like a recorder, until the power is cut, and
+another one after that; each receives its commands through a pipe.
 """
 
 import functools
@@ -32,7 +32,7 @@ DISK_MB, STORAGE_MB = 8192, 6000
 RECORDING_MB = 64
 RECORDING = "/dvr/data/recording"
 PATTERN = b"Nothing is as fast as a picture that is already on the disk.\n"
-HOST = "10.0.2.2"  # what the box calls the loopback of this machine
+HOST = "10.0.2.2"  # the box's name for the loopback of this machine
 FILM, FILM_BYTES = "/dvr/data/film", 16 * MIB
 PAGES = {"guide": 20479, "logo": 4321, "news": 1}
 VARIABLES = {"bootpart": "software-b", "language": "en", "greeting": "good evening"}
@@ -42,7 +42,7 @@ COMMAND_SECONDS = 120
 
 
 class Failed(Exception):
-    """An act did not hold."""
+    """An act failed."""
 
 
 class Kestrova:
@@ -51,7 +51,7 @@ class Kestrova:
     def __init__(self, box):
         self._box, self._answers = box, 0
         box.check(f"[ -p {PIPE} ] || mkfifo {PIPE}")
-        # open for both, so that the pipe does not end between two commands
+        # Open for both directions, so that the pipe does not end between two commands.
         self.job = box.start(f"exec kestrova --json shell <>{PIPE}")
 
     def __call__(self, command):
@@ -82,7 +82,7 @@ class Documents:
 
     class _Handler(http.server.SimpleHTTPRequestHandler):
         def log_message(self, *_):
-            """Nothing: the acts tell what is seen."""
+            """Logs nothing: the acts print their results."""
 
     def __init__(self, folder):
         folder.mkdir()
@@ -96,33 +96,33 @@ class Documents:
         threading.Thread(target=self._server.serve_forever, daemon=True).start()
 
     def url(self, name):
-        """How the box reaches a document."""
+        """Returns the box's URL of a document."""
         return f"http://{HOST}:{self._server.server_port}/{name}"
 
     def close(self):
-        """Ends the server."""
+        """Stops the server."""
         self._server.shutdown()
         self._server.server_close()
 
 
 def require(condition, text):
-    """Ends the act when what it shows is not so."""
+    """Fails the act unless the condition holds."""
     if not condition:
         raise Failed(text)
 
 
 def mebibytes(size):
-    """A number of bytes for a reader."""
+    """Formats a number of bytes."""
     return f"{size / MIB:.0f} MiB"
 
 
 def mounts(box):
-    """The box's own list of what is mounted from the recording drive."""
+    """Returns the box's mounts of the recording drive."""
     return box.check("grep '^/dev/sda' /proc/mounts || true").splitlines()
 
 
 def timed(box, command):
-    """What a command took, in the box's own seconds."""
+    """Returns the duration of a command, in the box's own seconds."""
     text = box.check(f"""read -r before _ </proc/uptime
                          {command} || exit
                          read -r after _ </proc/uptime
@@ -132,7 +132,7 @@ def timed(box, command):
 
 
 class Play:
-    """The acts, in their order. Each returns the line that tells what was seen."""
+    """The acts, in order. Each returns a line about its result."""
 
     def __init__(self, folder):
         self.image, self.software = folder / "recorder.img", folder / "software.img"
@@ -337,25 +337,25 @@ class Play:
                 f"found {info['status']}, labels {labels}")
 
     def acts(self):
-        """All acts; the first line of each one's text is its title."""
+        """Returns all acts; the docstring of each is its title."""
         return [self.boot, self.detect, self.partition, self.format, self.record_with, self.start,
                 self.read, self.measure, self.fetch, self.set_variables, self.cut, self.come_back,
                 self.remote_log, self.login, self.stop, self.shut]
 
     def end(self):
-        """Ends the box, if one runs."""
+        """Stops the box, if one runs."""
         if self.running is not None:
             self.running.close()
             self.running = None
 
     def close(self):
-        """Ends everything."""
+        """Stops everything."""
         self.end()
         self.documents.close()
 
 
 def show(number, act):
-    """Plays one act; whether it held."""
+    """Plays one act. Returns whether it succeeded."""
     title, begin = act.__doc__, time.monotonic()
     try:
         seen, held = act(), True
@@ -374,7 +374,7 @@ def main():
     try:
         for number, act in enumerate(play.acts(), 1):
             if not show(number, act):
-                # each act stands on those before it
+                # Each act depends on those before it.
                 print(f"Act {number} of {len(play.acts())} did not hold; those after it were "
                       "not played.")
                 return 1

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-# Shell functions shared by the scripts beside this file; sourced, not run.
+# Shell functions shared by the scripts in this directory; sourced, not run.
 # shellcheck shell=bash
 
-# Runs a command with the rights to change the machine's packages.
+# Runs a command with the permissions to install packages.
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
@@ -11,9 +11,9 @@ package_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# need_packages PKG...: installs the Debian packages that are not there yet. Removes none: when they
-# conflict with what is installed it fails, and says with which packages.
-# A failing index update alone is no reason to stop: the packages may be had all the same.
+# need_packages PKG...: installs the missing Debian packages. Removes none: fails if they conflict
+# with installed packages, and names those. A failed index update alone is not an error, because the
+# packages may still be available.
 need_packages() {
     local package missing=()
     for package in "$@"; do
@@ -32,7 +32,7 @@ need_packages() {
     }
 }
 
-# explain_removals PKG...: names the installed packages that these would take the place of.
+# explain_removals PKG...: names the installed packages that these would replace.
 explain_removals() {
     local removed
     removed=$(apt-get -q -s install --no-install-recommends "$@" 2>/dev/null |

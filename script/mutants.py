@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Changes one token at a time in a copy of the sources and runs the unit tests; see script/mutants.
 
-The tests of a changed library run in a PID and a mount namespace of their own: a signal or an
-unmount that goes wrong reaches nothing else, and all that they start ends with them.
+The tests of a changed library run in their own PID and mount namespaces, so that a wrong signal or
+unmount affects nothing else, and everything that they start ends with them.
 """
 
 import argparse
@@ -27,17 +27,18 @@ PROGRAMS = {"base": "base-tests", "System": "system-tests",
             "System/drivemanager": "drivemanager-tests", "System/resourcelock": "system-tests",
             "System/bootvarsmanager": "bootvars-tests", "System/protocols/http": "http-tests"}
 ALL = list(dict.fromkeys(PROGRAMS.values()))
-# Half a minute of waiting: left to the file that has the time-out.
+# Tests that wait for half a minute: run only for the file that has the time-out.
 SLOW = "*InRealTime*"
 ENOUGH = 0.95
-# The shell is the namespace's first process and reaps orphans: tests look for children of their own.
+# The shell is the namespace's first process and reaps orphans, because tests query their own
+# children.
 NAMESPACE = ["unshare", "--pid", "--mount", "--fork", "--kill-child", "--mount-proc",
              "/bin/sh", "-c", '"$@"; exit $?', "sh"]
 
 
 @dataclasses.dataclass
 class Unchanged:
-    """What a program does with the library as it is: the tests that fail, and its time limit."""
+    """The result of a program with the unchanged library: its failing tests and its time limit."""
     failing: list
     limit: float
 
@@ -49,7 +50,7 @@ def quiet(command, **options):
 
 
 def copy_tree():
-    """Copies the sources; a file that did not change keeps its time and is not built again."""
+    """Copies the sources; an unchanged file keeps its time and is not rebuilt."""
     listed = subprocess.run([ROOT / "script" / "sources"], stdout=subprocess.PIPE, text=True,
                             check=True).stdout.splitlines()
     for name in listed:
@@ -81,7 +82,7 @@ def prepare():
 
 
 def run_tests(program, chosen, without, limit, report=None):
-    """Whether the chosen tests passed; what they started ends with their namespace."""
+    """Returns whether the chosen tests passed; everything they started ends with their namespace."""
     command = [*NAMESPACE, BUILD / "tests" / program, "--gtest_brief=1",
                f"--gtest_filter={chosen}-{':'.join(without)}",
                f"--gtest_output=xml:{report}" if report else "--gtest_fail_fast"]
@@ -96,8 +97,8 @@ def run_tests(program, chosen, without, limit, report=None):
 
 
 def unchanged(program):
-    """Runs a program with the library as it is. Without the tests that fail then it has to pass, so
-    that what fails later fails because of the change."""
+    """Runs a program with the unchanged library. Without the tests that fail then, it must pass, so
+    that later failures are caused by the change."""
     report = BUILD / "tests" / f"{program}.xml"
     report.unlink(missing_ok=True)
     start = time.monotonic()
@@ -116,7 +117,7 @@ def unchanged(program):
 
 
 def mirror(file):
-    """The filter of the tests that mirror a source, or an empty text."""
+    """Returns the filter of the tests that mirror a source, or an empty text."""
     source = pathlib.Path(file)
     suites = []
     for path in (TREE / "tests" / "unit" / source.parent).glob(f"{source.stem}_*test.cpp"):
@@ -125,7 +126,7 @@ def mirror(file):
 
 
 def home(file):
-    """The program that has the tests of a source."""
+    """Returns the program that contains the tests of a source."""
     folder = pathlib.Path(file).parent
     while str(folder) not in PROGRAMS:
         folder = folder.parent
@@ -133,14 +134,14 @@ def home(file):
 
 
 def code_of(file):
-    """What clang makes of a source, optimised."""
+    """Returns clang's optimised code of a source."""
     return subprocess.run(["clang++", "-m32", "-O2", "-std=c++17", "-D_GNU_SOURCE",
                            "-D_FILE_OFFSET_BITS=64", "-D_TIME_BITS=64", "-I", ".", "-S", "-w",
                            "-o", "-", file], cwd=TREE, capture_output=True, check=False).stdout
 
 
 def survives(file, programs):
-    """Runs the tests, the nearest first; builds a program when its turn comes."""
+    """Runs the tests, the nearest first; builds each program when it is needed."""
     first = home(file)
     near = mirror(file)
     slow = [] if file.endswith("httpconnection.cpp") else [SLOW]
@@ -160,7 +161,7 @@ def survives(file, programs):
 
 
 def judge(mutation, programs):
-    """'killed', 'survived', 'equivalent', or 'invalid' when it does not compile."""
+    """Returns 'killed', 'survived', 'equivalent', or 'invalid' if it does not compile."""
     path = TREE / mutation.file
     before = path.read_text()
     original = None

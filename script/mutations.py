@@ -16,13 +16,13 @@ STEP = re.compile(r"(\+\+|--)(?=\w)|(?<=\w)(\+\+|--)")
 PAIR = re.compile(r"(?<=\w\()([\w.>-]+), ([\w.>-]+)(?=\))")
 STATEMENT = re.compile(r"^\s+((?!return|delete|throw|using|static_assert|case|else|goto)[\w:.>*\[\]-]+"
                        r"(\(.*\)| [-+|&]?= .*)|delete .*|break|continue);$")
-# What no statement of a function is, so that a change there is not a change of what is done.
+# Lines that are not statements of a function, where a change would not change the behaviour.
 DECLARATION = re.compile(r"^\s*(#|//|using |namespace |extern |template|static_assert|class |struct |enum )")
 
 
 @dataclasses.dataclass(frozen=True)
 class Mutation:
-    """Replaces columns [begin, end) of a line (from 0) by a text."""
+    """Replaces columns [begin, end) of a line (from 0) with a text."""
     file: str
     line: int
     begin: int
@@ -36,7 +36,7 @@ class Mutation:
 
 
 def blanked(text):
-    """The text with blanks in the place of comments, strings and characters."""
+    """Returns the text with blanks instead of comments, strings and characters."""
     token = re.compile(r'//[^\n]*|/\*.*?\*/|R"\(.*?\)"|"(?:\\.|[^"\\\n])*"|(?<!\w)\'(?:\\.|[^\'\\\n])+\'',
                        re.DOTALL)
 
@@ -54,7 +54,7 @@ def changed_number(text):
 
 
 def in_line(line):
-    """(begin, end, text) of every change of one line."""
+    """Yields (begin, end, text) of every change of one line."""
     for match in OPERATOR.finditer(line):
         yield *match.span(), SWAPPED[match.group()]
     for match in NUMBER.finditer(line):
@@ -74,7 +74,7 @@ def in_line(line):
 
 
 def of_file(name, text):
-    """Every mutation of a source, in the order of its lines."""
+    """Returns every mutation of a source, in the order of its lines."""
     result = []
     for number, line in enumerate(blanked(text).split("\n")):
         if not DECLARATION.match(line):

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Runs the test suites one after the other and adds up their results.
+"""Runs the test suites one after another and adds up their results.
 
-Each suite leaves a JUnit report; a suite that cannot even be built, or that breaks off, counts as
-one failed test, so that nothing is lost in the sum.
+Each suite writes a JUnit report. A suite that cannot be built, or that is interrupted, counts as one
+failed test, so that the sum includes it.
 """
 
 import argparse
@@ -59,7 +59,7 @@ def read_report(path):
 
 
 def reported(suite, command, report, **options):
-    """A suite that writes a JUnit report. Its exit status must agree with the report."""
+    """Runs a suite that writes a JUnit report. Its exit status must match the report."""
     report.unlink(missing_ok=True)
     status = run(command, **options)
     if not report.exists():
@@ -76,7 +76,7 @@ def reported(suite, command, report, **options):
 
 
 def single(name, command):
-    """A check that is one test of its own."""
+    """Runs a check that counts as one test."""
     if run(command) == 0:
         return Sum(passed=1)
     say(f"FAILED  {name}")
@@ -88,7 +88,7 @@ def jobs():
 
 
 def waiting_jobs():
-    """For tests that often wait, for a server or a child, and leave the processor idle."""
+    """Number of workers for tests that often wait, for a server or a child."""
     return str(2 * (os.cpu_count() or 1))
 
 
@@ -102,7 +102,7 @@ def unit(preset):
         say(f"FAILED  build of {preset}")
         return Sum(failed=1)
     report = RESULTS / f"{preset}.xml"
-    # The tests of the command and against servers are counted one by one, by the functions below.
+    # The functions below count the tests of the command and with servers one by one.
     return reported(preset, ["ctest", "--preset", preset, "--parallel", waiting_jobs(), "--quiet",
                              "--exclude-regex", "^(app|servers)$",
                              "--output-junit", str(report)], report)
@@ -110,7 +110,7 @@ def unit(preset):
 
 def python(name, folder, workers=waiting_jobs, **environment):
     report = RESULTS / f"{name}.xml"
-    # A file's tests share a box, so a file stays with one worker.
+    # Each file's tests share a box, so all tests of a file run in one worker.
     return reported(name, [PYTHON, "-m", "pytest", "-q", "-rs", "-p", "no:cacheprovider",
                            f"--timeout={TEST_SECONDS}",
                            "--numprocesses", workers(), "--dist", "loadfile",
