@@ -166,12 +166,33 @@ configure_file(cmake/kestrova-system.pc.in kestrova-system.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kestrova-system.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# Manual pages: section 1 is of the command, the others tell of the library.
+# Manual pages: section 1 is of the command, the others are of the library. Those of section 3 are
+# made from the comments of the public headers, if the programs for it are there.
+if(KESTROVA_MANUAL)
+  find_program(KESTROVA_DOXYGEN doxygen)
+  find_program(KESTROVA_PYTHON python3)
+  if(KESTROVA_DOXYGEN AND KESTROVA_PYTHON)
+    set(KESTROVA_PAGES ${CMAKE_CURRENT_BINARY_DIR}/man3)
+    file(GLOB KESTROVA_EXAMPLE_SOURCES CONFIGURE_DEPENDS examples/*.cpp)
+    add_custom_command(OUTPUT ${KESTROVA_PAGES}.stamp
+      COMMAND ${KESTROVA_PYTHON} script/manual.py --doxygen ${KESTROVA_DOXYGEN} ${KESTROVA_PAGES}
+        ${KESTROVA_PUBLIC_HEADERS}
+      COMMAND ${CMAKE_COMMAND} -E touch ${KESTROVA_PAGES}.stamp
+      DEPENDS ${KESTROVA_PUBLIC_HEADERS} ${KESTROVA_EXAMPLE_SOURCES} script/manual.py docs/Doxyfile
+        CHANGELOG.md
+      WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}
+      COMMENT "Making the manual pages of section 3" VERBATIM)
+    add_custom_target(kestrova-manual ALL DEPENDS ${KESTROVA_PAGES}.stamp)
+    install(DIRECTORY ${KESTROVA_PAGES}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3
+      COMPONENT development)
+  else()
+    message(STATUS "No manual pages of section 3: they need doxygen and python3")
+  endif()
+endif()
 function(kestrova_install_pages section component)
   file(GLOB pages CONFIGURE_DEPENDS man/*.${section})
   install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
 endfunction()
-kestrova_install_pages(3 development)
 kestrova_install_pages(7 development)
 if(KESTROVA_APP)
   kestrova_install_pages(1 tools)

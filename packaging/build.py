@@ -52,7 +52,7 @@ def build(architecture, and_all, jobs, where, output):
     """Builds one architecture's packages, and those for all when asked, into output."""
     folder, environment = where
     kinds = "any,all" if and_all else "any"
-    with Chroot(build_kind(architecture, and_all)) as system:
+    with Chroot(build_kind(architecture)) as system:
         place = system.path / folder.lstrip("/")
         export_tree(place / "kestrova-system")
         built = system.run(
@@ -72,7 +72,7 @@ def build_all(architectures, where, output):
     shutil.rmtree(output, ignore_errors=True)
     output.mkdir(parents=True)
     for architecture in architectures:
-        archive(build_kind(architecture, architecture == architectures[0]))
+        archive(build_kind(architecture))
     jobs = max(1, (os.cpu_count() or 1) // len(architectures))
     with concurrent.futures.ThreadPoolExecutor() as pool:
         running = [pool.submit(build, architecture, architecture == architectures[0], jobs, where,

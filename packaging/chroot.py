@@ -47,14 +47,11 @@ class Kind:
                 *(f"--dpkgopt=path-exclude={path}" for path in self.excluded)]
 
 
-def build_kind(architecture, and_all=False):
-    """Debian's usual place to build in, with what the packages need there (with and_all also those
-    for all architectures), and pkg-config for their clients."""
+def build_kind(architecture):
+    """Debian's usual place to build in, with what the packages need there, and pkg-config for their
+    clients."""
     needed = project.control_names("Build-Depends") + ["pkg-config"]
-    if and_all:
-        needed += project.control_names("Build-Depends-Indep")
-    return Kind(f"build-{'all-' if and_all else ''}{architecture}", "buildd", (architecture,),
-                tuple(needed),
+    return Kind(f"build-{architecture}", "buildd", (architecture,), tuple(needed),
                 # never used there, and half of it: every build unpacks the rest
                 ("/usr/share/doc/*", "/usr/share/info/*", "/usr/share/locale/*",
                  "/usr/share/man/*", "/usr/lib/*/gconv/*", "/usr/lib/*/lib*san.*",

@@ -1,25 +1,20 @@
 # SPDX-License-Identifier: MIT
-"""Reads the man pages in man/: sections, the declarations of the synopsis, the names they use."""
+"""Reads manual pages: sections, the declarations of the synopsis, the names that they describe."""
 
-import pathlib
 import re
 
 from interface import normalised
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
 LITERAL = re.compile(r"^\.Bd -literal.*?\n(.*?)^\.Ed$", re.M | re.S)
 # The first line of a class, its name, and all between the braces.
 CLASS = re.compile(r"^(?:class|struct) ([\w:]+)[^\n{;]*\{\n(.*?)^\};$", re.M | re.S)
 PUNCTUATION = set(",.;:()")
 
 
-def pages(pattern="*"):
-    return sorted((ROOT / "man").glob(pattern))
-
-
 def plain(text):
     """Literal text as a reader copies it."""
-    return text.replace("\\&", "").replace("\\-", "-").replace("\\e", "\\")
+    signs = {"&": "", "-": "-", "(aq": "'", "(ga": "`", "(ha": "^", "(ti": "~", "e": "\\"}
+    return re.sub(r"\\(\(..|.)", lambda found: signs[found[1]], text)
 
 
 def declarations(code):
@@ -56,6 +51,15 @@ class Page:
     def values(self):
         """Enumerators that are listed with their values."""
         return dict(re.findall(r"^\.It Dv (\w+) Pq (\d+)$", "".join(self.sections.values()), re.M))
+
+    def described(self):
+        """Names of the items of the lists in the description that have a text."""
+        found = set()
+        for heads, text in re.findall(r"((?:^\.(?:It|Fn|Xc).*\n)+)([^.].*|\.Pp)?",
+                                      self.sections["DESCRIPTION"], re.M):
+            if text:
+                found |= set(re.findall(r"^\.(?:It )?(?:Fn|Va|Dv|Vt) (\S+)", heads, re.M))
+        return found
 
     def names(self):
         return [arguments[0] for arguments in self.macros("Nm", "NAME")]

@@ -30,6 +30,7 @@ KESTROVA_SYSTEM_CONF_OPTS = \
 	-DKESTROVA_BENCH=OFF \
 	-DKESTROVA_EXAMPLES=OFF \
 	-DKESTROVA_FUZZ=OFF \
+	-DKESTROVA_MANUAL=OFF \
 	-DKESTROVA_TESTS=OFF
 
 # Two header-only libraries, which the command alone is built with.

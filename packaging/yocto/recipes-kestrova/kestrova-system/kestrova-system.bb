@@ -6,10 +6,10 @@ SECTION = "libs"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=73a1d08cbe9d372efdba26aec9e9a46a"
 
-# Two header-only libraries of the command.
-DEPENDS = "cli11 nlohmann-json"
+# Two header-only libraries of the command, and what makes the manual pages.
+DEPENDS = "cli11 doxygen-native nlohmann-json"
 
-inherit cmake bash-completion externalsrc features_check pkgconfig ptest systemd update-rc.d
+inherit cmake bash-completion externalsrc features_check pkgconfig ptest python3native systemd update-rc.d
 
 # The sources: a release's tarball from KESTROVA_SYSTEM_RELEASE, the address of the folder that holds
 # it, or a local tree, by default the one that this layer is a part of. A release has its number and
@@ -43,7 +43,8 @@ python () {
         for task in ("do_configure", "do_compile"):
             d.setVarFlag(task, "file-checksums", watched)
 }
-WATCHED = "CMakeLists.txt LICENSE System app base box/tools cmake completion examples man packaging"
+WATCHED = "CHANGELOG.md CMakeLists.txt LICENSE System app base box/tools cmake completion \
+    docs/Doxyfile examples man packaging script/manual.py"
 
 COMPATIBLE_HOST = "(i.86|x86_64).*-linux"
 COMPATIBLE_HOST:libc-musl = "null"
@@ -56,6 +57,7 @@ EXTRA_OECMAKE = "\
     -DKESTROVA_BENCH=OFF \
     -DKESTROVA_EXAMPLES=${@bb.utils.contains('PTEST_ENABLED', '1', 'ON', 'OFF', d)} \
     -DKESTROVA_FUZZ=OFF \
+    -DKESTROVA_MANUAL=ON \
     -DKESTROVA_TESTS=OFF \
 "
 
