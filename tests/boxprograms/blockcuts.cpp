@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
 // Both sides of tests/box/blockcuts.py.
-//   block-cuts record    on the box: makes the changes that standard input lists, a line each, and
-//                        marks the start and the end of each on the disk. A mark is a write like
-//                        any other, so the log of all writes shows what was acknowledged when.
-//     mount none|ro|rw        how the software partition is mounted from now on
-//     set KEY LENGTH LETTER   a value of so many letters; of length 0 it removes the variable
-//     damage                  cuts the primary file off, which is mounted rw
-//   block-cuts mark DISK TEXT   on the box: such a mark alone
-//   block-cuts read      on the host: for each line "MAJOR MINOR" of a block device that holds a
-//                        software partition, prints what the library reads, and the files as they
-//                        are, then "done". Bytes are in hexadecimal digits.
+//   block-cuts record    on the box: makes the changes listed on standard input, one per line, and
+//                        marks the start and the end of each on the disk. A mark is an ordinary
+//                        write, so the log of all writes shows when each save was acknowledged.
+//     mount none|ro|rw        sets the mount state of the software partition for the next changes
+//     set KEY LENGTH LETTER   sets a value of LENGTH letters; a length of 0 removes the variable
+//     damage                  truncates the primary file; the partition is mounted rw
+//   block-cuts mark DISK TEXT   on the box: writes only such a mark
+//   block-cuts read      on the host: for each line "MAJOR MINOR" of a block device with a software
+//                        partition, prints what the library reads, and the files unchanged, then
+//                        "done". Bytes are in hexadecimal digits.
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -44,7 +44,7 @@ constexpr off_t kMarkOffset = 64 * kSector;  // before the first partition
     std::exit(1);
 }
 
-/// Writes a sector past the cache: it is done when the disk has answered.
+/// Writes a sector with direct I/O, so that it is on the disk when the function returns.
 void mark(const std::string& text, const char* path = kDisk) {
     alignas(4096) static char sector[kSector];
     std::memset(sector, 0, sizeof(sector));

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-//
-// Commands on the boot variables. Bytes are given in hexadecimal digits.
+// Commands on the boot variables. Bytes are in hexadecimal digits.
 #include <cstdio>
 #include <stdexcept>
 #include <string>
@@ -28,7 +27,8 @@ Words list() {
     return result;
 }
 
-/// The answer ends with what is in the buffer, which the call found filled with question marks.
+/// The answer ends with the contents of the buffer, which is filled with question marks before the
+/// call.
 Words text(const Words& words) {
     std::string buffer(std::stoul(words.at(2)), '?');
     Words result = answer(

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// An application that changes a boot variable for as long as the machine runs. On its serial port
-// it says "ready", takes a line "MODE" (how the software partition is to be mounted meanwhile:
-// none, ro or rw), tells what it found, "found N" or what is wrong, and then each number whose save
-// has returned true.
+// An application that changes a boot variable as long as the machine runs. On its serial port it
+// writes "ready", reads a line "MODE" (the mount state of the software partition: none, ro or rw),
+// writes what it found, "found N" or a problem, and then each number whose save has returned true.
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -24,7 +23,7 @@ const char kCounter[] = "counter";
 const char kConstant[] = "constant";
 const char kConstantValue[] = "set once";
 
-/// The number, and behind it a text of a length of its own, from none to several blocks.
+/// The number, followed by a text of varying length, from none to several blocks.
 std::string valueOf(unsigned long number) {
     return std::to_string(number) + ":" +
            std::string(number * 397 % 6000, static_cast<char>('a' + number % 26));
@@ -38,7 +37,7 @@ std::string get(const char* name) {
     return value.c_str();
 }
 
-/// The next line, without its end.
+/// Reads the next line, without its end.
 std::string readLine(int port) {
     std::string line;
     for (char c = '\0'; ::read(port, &c, 1) == 1 && c != '\n';) {
@@ -55,7 +54,7 @@ bool mountFor(const std::string& mode) {
                    nullptr) == 0;
 }
 
-/// Tells what is there; the number to go on from.
+/// Reports what is stored. Returns the number to continue from.
 unsigned long check(int port) {
     const std::string value = get(kCounter);
     const unsigned long number = std::strtoul(value.c_str(), nullptr, 10);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Commands on a disk and its partitions: the recording drive, or any other disk by its node.
+// Commands on a disk and its partitions: the recording drive, or another disk by its node.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -16,13 +16,13 @@
 
 namespace {
 
-/// A disk that tells what it knows.
+/// A disk with accessors for its protected members.
 class OpenDisk : public sysHardDrive {
 public:
     Words identity() const { return {mDevice, mModel, mSerial, std::to_string(mCapacity)}; }
 };
 
-std::unique_ptr<OpenDisk> otherDisk;  // null while the recording drive is meant
+std::unique_ptr<OpenDisk> otherDisk;  // null while the recording drive is selected
 
 sysHardDrive& disk() {
     return otherDisk != nullptr ? static_cast<sysHardDrive&>(*otherDisk) : recorder();
@@ -47,8 +47,8 @@ Words describe(const sysPartition& partition) {
             text(partition.label())};
 }
 
-/// Runs an operation on a thread of its own; the answer is its result and after it each progress
-/// value that was seen meanwhile, perhaps with that of the operation before it as the first.
+/// Runs an operation on its own thread. The answer is its result, followed by each progress value
+/// seen meanwhile; the first may be that of the previous operation.
 Words watched(const std::function<bool()>& operation, const std::function<int()>& progress) {
     std::future<bool> result = std::async(std::launch::async, operation);
     std::vector<int> seen;
@@ -82,7 +82,7 @@ void addIdentityCommands(Commands& commands) {
     commands["capacity"] = [](const Words& words) -> Words {
         return {std::to_string(get_blk_capacity(words.at(1).c_str()))};
     };
-    // "use" with a node takes that disk from now on, without one the recording drive again
+    // "use" with a node selects that disk, without a node the recording drive.
     commands["use"] = [](const Words& words) {
         otherDisk.reset();
         if (words.size() == 1) {
@@ -95,7 +95,7 @@ void addIdentityCommands(Commands& commands) {
         }
         return result;
     };
-    // a partition by its node alone, as code that goes by the partition usage table knows it
+    // Initialises a partition from its node only, as code does that uses the partition usage table.
     commands["recognise"] = [](const Words& words) {
         sysPartition found;
         if (!found.init(words.at(1).c_str(), 0, 0x83)) {

@@ -19,7 +19,7 @@
 
 namespace {
 
-/// The numbers of all open descriptors.
+/// Returns the numbers of all open descriptors.
 Words openDescriptors() {
     Words numbers;
     DIR* const folder = ::opendir("/proc/self/fd");
@@ -34,13 +34,13 @@ Words openDescriptors() {
     return numbers;
 }
 
-/// Whether there is a child process, running or waiting to be reaped.
+/// Returns whether there is a child process, running or not yet reaped.
 bool hasChildren() {
     siginfo_t child = {};
     return ::waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
-/// A command that runs beside the others, and a file that is held open.
+/// A command that runs in parallel with the others, and a file that is held open.
 class Background {
 public:
     void add(Commands& commands) {

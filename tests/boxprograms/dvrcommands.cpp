@@ -27,7 +27,7 @@ Words status() {
     return {names[value], std::to_string(progress)};
 }
 
-/// Follows the status until no worker runs; the answer is what was seen, without repetitions.
+/// Follows the status until no worker runs. The answer is every status seen, without repetitions.
 Words watch() {
     Words seen;
     for (;;) {

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
-// Cuts the power at every place of every save of the boot variables, on a disk in memory, and lets
-// the library go on from everything that can be left:
+// Simulates a power cut at every point of every save of the boot variables, on a disk in memory,
+// and continues with the library from every possible state:
 //   crash-states [--of partition|file] [--sample N] [--every N] [--share I/N]
 //       [--without file-sync|directory-sync]
-// For each such disk the next load must give the variables before the save, whole, or those after
-// it, whole; only the latter once the save has returned true. The next save must succeed and last,
-// and its own power cuts are tried in the same way. A save is also tried with each of its calls
-// failing, and with another save after that without a boot. --sample N takes each Nth save only,
-// --every N each Nth disk as the beginning of another save (20 unless told), --share part I of N.
-// --of file does it to an environment file, without the software partition, as it is made on a
-// build host. Exit status 1 on a loss.
+// For each such disk the next load must return either all variables from before the save or all
+// from after it, and only the latter once the save has returned true. The next save must succeed
+// and persist, and its own power cuts are simulated in the same way. A save is also tested with
+// each of its calls failing, followed by another save without a boot. --sample N uses only every
+// Nth save, --every N only every Nth disk as the start of another save (20 by default), --share
+// part I of N. --of file tests an environment file without the software partition, as it is created
+// on a build host. The exit status is 1 on a loss.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,7 +44,7 @@ struct Options {
     unsigned long mShares = 1;
 };
 
-/// The software partition's files, by the paths that the disk in memory knows.
+/// The software partition's files, by their paths on the disk in memory.
 constexpr char kFile[] = "/boot-sw//boot_env";
 bool ofFile = false;
 
@@ -88,9 +88,9 @@ Variables with(Variables vars, const Change& change) {
     return vars;
 }
 
-/// What a load may give.
+/// The allowed results of a load.
 struct Expected {
-    std::vector<Variables> mBefore;  ///< until the save returns
+    std::vector<Variables> mBefore;  ///< until the save has returned
     std::vector<Variables> mAfter;
 };
 
@@ -140,7 +140,7 @@ void Cutter::expect(bool held, const char* what, const Place& place) {
 
 /// Cuts the power after every event of a save, and after its end.
 void Cutter::cut(const History& history, const Expected& expected, Place place) {
-    // Two places that leave the same disk with the same duty are one state.
+    // Two points that leave the same disk with the same expectation are one state.
     std::unordered_set<std::size_t> seen;
     const std::size_t events = history.mEvents.size();
     for (place.mEvent = 0; place.mEvent <= events + 1; ++place.mEvent) {
@@ -171,7 +171,7 @@ void Cutter::check(const Disk& disk, const std::vector<Variables>& allowed, cons
     goOn(disk, loaded, place);
 }
 
-/// The next save after a power cut; its own power cuts if they have not been tried yet.
+/// Makes the next save after a power cut, and its own power cuts if they have not been tried yet.
 void Cutter::goOn(const Disk& disk, const Variables& loaded, const Place& place) {
     const Change change = {"the next save", {{"next", place.mDepth == 0 ? "1" : "2"}}};
     memoryDisk().start(disk, place.mScenario->mMounted);
@@ -204,7 +204,7 @@ void Cutter::cutOnce(const Scenario& scenario, const Change& change, int failing
     cut(History(memoryDisk().history()), expected, place);
 }
 
-/// A save, which may fail, and then one that does not, without a boot in between.
+/// Makes a save, which may fail, and then one that does not, without a boot between them.
 void Cutter::cutRetry(const Scenario& scenario, const Change& change, int failing) {
     memoryDisk().start(scenario.mDisk, scenario.mMounted);
     const Variables before = load();
@@ -220,7 +220,7 @@ void Cutter::cutRetry(const Scenario& scenario, const Change& change, int failin
     cut(History(memoryDisk().history()), {{before, with(before, change), after}, {after}}, place);
 }
 
-/// The next save belongs to this share and sample.
+/// Returns whether the next save belongs to this share and sample.
 bool Cutter::mine() {
     const unsigned long long number = mWork++;
     return number % mOptions.mSample == 0 &&
@@ -233,7 +233,7 @@ int changingCalls(const Scenario& scenario, const Change& change) {
     return memoryDisk().changingCalls();
 }
 
-/// An environment file is not mounted, and is changed only when it is valid.
+/// An environment file is not mounted, and is changed only if it is valid.
 bool applies(const Scenario& scenario) {
     memoryDisk().start(scenario.mDisk, scenario.mMounted);
     return !ofFile || (scenario.mMounted == Mounted::eReadWrite &&

@@ -10,7 +10,7 @@ namespace crash {
 namespace {
 
 constexpr std::size_t kBlock = 512;
-/// Up to so many blocks every combination is built; beyond, blocks by themselves, beginnings, and
+/// Up to this many blocks every combination is built; beyond it, single blocks, prefixes, and
 /// random combinations.
 constexpr std::size_t kCombinedBlocks = 4;
 constexpr std::size_t kSingleBlocks = 16;
@@ -18,7 +18,8 @@ constexpr int kRandomCombinations = 64;
 
 enum BlockState { eNew, eOld, eZero, eGarbage, eHalf, kBlockStates };
 
-/// The contents of a file: what lasts, and the newest with the changes that may be missing.
+/// The contents of a file: what is on the disk, and the newest with the changes that may be
+/// missing.
 struct Content {
     std::string mLasting;
     std::string mNewest;
@@ -79,7 +80,7 @@ std::string torn(const Content& content, std::size_t block, std::size_t length, 
     }
 }
 
-/// Every content that can be found of a file.
+/// Every content that a file can have after a power cut.
 class Tearing {
 public:
     explicit Tearing(const Content& content) : mContent(content) {}
@@ -169,7 +170,7 @@ void apply(const Event& event, std::map<std::string, File>& names) {
     }
 }
 
-/// The changes of names that need not have reached the disk after the first events; and the names
+/// Returns the changes of names that may not be on the disk after the first events, and the names
 /// without them.
 std::vector<const Event*> pendingNames(const History& history, std::size_t events,
                                        std::map<std::string, File>& lasting) {

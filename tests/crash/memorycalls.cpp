@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The system calls of the library under test, answered by the disk in memory. They stand in front
-// of the C library's. What the library has no business with here ends the program.
+// The system calls of the library under test, implemented by the disk in memory. They replace the C
+// library's. An unexpected call ends the program.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mount.h>
@@ -31,7 +31,7 @@ int close(int descriptor) {
 }
 
 int fcntl(int /*descriptor*/, int command, ...) {
-    // The standard streams are there.
+    // The standard streams are open.
     return command == F_GETFD ? 0 : -1;
 }
 
@@ -39,7 +39,7 @@ std::FILE* fdopen(int descriptor, const char* /*mode*/) noexcept {
     if (!memoryDisk().owns(descriptor) || !memoryDisk().isMountTable(descriptor)) {
         std::abort();
     }
-    // A copy behind a stream of the C library's own; the descriptor is not its any more.
+    // A copy in a stream of the C library; the stream does not own the descriptor.
     std::string table = memoryDisk().mountTable();
     std::FILE* const stream = ::fmemopen(nullptr, table.size() + 1, "w+");
     if (stream != nullptr) {

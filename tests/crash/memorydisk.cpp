@@ -22,7 +22,7 @@ namespace {
     std::abort();
 }
 
-/// The name in the directory; the library doubles the slash in front of it.
+/// Returns the name in the directory; the library's paths have two slashes before it.
 std::string nameOf(const std::string& path) {
     const std::string start = std::string(kDirectory) + "//";
     if (path.rfind(start, 0) != 0) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A file system in memory that remembers what has been done to it and what of that was synced.
+// A file system in memory that records all changes and syncs.
 #ifndef KESTROVA_TESTS_CRASH_MEMORYDISK_H
 #define KESTROVA_TESTS_CRASH_MEMORYDISK_H
 
@@ -11,13 +11,13 @@
 
 namespace crash {
 
-/// What is on a disk: the files of the one directory by name.
+/// The contents of a disk: the files of its only directory by name.
 using Disk = std::map<std::string, std::string>;
 
-/// Number of a file; names come and go, it stays.
+/// Number of a file, which does not change with its names.
 using File = std::size_t;
 
-/// One change, or one step that makes changes last.
+/// One change, or one step that makes changes persist.
 struct Event {
     enum Kind {
         eCreate,         ///< a new file gets a name
@@ -25,9 +25,9 @@ struct Event {
         eUnlink,         ///< a file loses its name
         eTruncate,       ///< a file becomes empty
         eWrite,          ///< bytes at an offset
-        eSyncFile,       ///< the contents of a file last
-        eSyncDirectory,  ///< all names last
-        eSyncAll,        ///< everything lasts
+        eSyncFile,       ///< the contents of a file persist
+        eSyncDirectory,  ///< all names persist
+        eSyncAll,        ///< everything persists
     };
     Kind mKind;
     File mFile = 0;
@@ -37,34 +37,34 @@ struct Event {
     std::string mBytes;
 };
 
-/// What happened since a disk was taken into use.
+/// Events since a disk was mounted.
 struct History {
-    std::map<std::string, File> mNames;  ///< at the beginning
-    std::vector<std::string> mContents;  ///< of each file at the beginning; new ones are empty
+    std::map<std::string, File> mNames;  ///< at the start
+    std::vector<std::string> mContents;  ///< of each file at the start; new files are empty
     std::vector<Event> mEvents;
 };
 
 enum class Mounted { eNot, eReadOnly, eReadWrite };
 
-/// The disk that the calls in memorycalls.cpp work on.
+/// The disk that the calls in memorycalls.cpp use.
 class MemoryDisk {
 public:
-    /// Takes a disk into use, as after a boot.
+    /// Starts to use a disk, as after a boot.
     void start(const Disk& disk, Mounted mounted);
 
     const History& history() const { return mHistory; }
     bool faithful() const { return mOpenDescriptors == 0; }
 
-    /// A sync that is left out: it succeeds and does nothing.
+    /// Syncs that are ignored: they succeed and have no effect.
     bool mIgnoresFileSync = false;
     bool mIgnoresDirectorySync = false;
 
-    /// The nth changing call from now fails; 0 for none.
+    /// Makes the nth changing call from now fail; 0 for none.
     void failAt(int nth);
-    /// Changing calls since failAt().
+    /// Returns the number of changing calls since failAt().
     int changingCalls() const { return mChangingCalls; }
 
-    // The calls; errno tells why one fails.
+    // The calls; errno is set on failure.
     int open(const std::string& path, int flags);
     int close(int descriptor);
     long read(int descriptor, void* buffer, std::size_t length);
@@ -76,7 +76,7 @@ public:
     int mount(unsigned long flags);
     int unmount();
     void syncAll();
-    /// The mount table as a text.
+    /// Returns the mount table as a text.
     std::string mountTable() const;
     bool isMountTable(int descriptor) const;
     bool owns(int descriptor) const { return descriptor >= kFirst && descriptor < kEnd; }
@@ -107,7 +107,7 @@ private:
     int mChangingCalls = 0;
 };
 
-/// The one in use.
+/// Returns the disk in use.
 MemoryDisk& memoryDisk();
 
 extern const char kDevice[];

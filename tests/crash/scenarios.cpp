@@ -29,7 +29,7 @@ std::string imageOf(const Variables& vars) {
     return image + area;
 }
 
-/// Everything that makes an image useless.
+/// Every kind of damage that makes an image invalid.
 std::vector<std::pair<std::string, std::string>> damagedImages(const std::string& image) {
     std::string flipped = image;
     flipped.back() = static_cast<char>(flipped.back() ^ 1);

@@ -16,10 +16,10 @@ using Variables = std::map<std::string, std::string>;
 struct Change {
     const char* mName;
     Variables mSettings;
-    bool mCreates = false;  ///< an environment without variables replaces all of it
+    bool mCreates = false;  ///< an environment without variables replaces everything
 };
 
-/// How the disk is before a change.
+/// The state of the disk before a change.
 struct Scenario {
     std::string mName;
     Disk mDisk;
@@ -27,7 +27,7 @@ struct Scenario {
 };
 
 std::vector<Scenario> scenarios();
-/// Creating is for an environment file only.
+/// `creating` is for an environment file only.
 std::vector<Change> changes(bool creating);
 
 }  // namespace crash

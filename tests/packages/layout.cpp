@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Prints size and alignment of every public type that a client makes or derives from.
+// Prints size and alignment of every public type that a client creates or derives from.
 #include <System/BlockdevCfg.fmp.h>
 #include <System/KestrovaPOpen.h>
 #include <System/bootvarsmanager/sysBootEnvironmentFile.h>

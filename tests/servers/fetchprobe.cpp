@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// fetchprobe url URL: streams a document to standard output. fetchprobe chain URL: the same with
-// the fetcher of small ones. What else the callbacks told goes to standard error, as one JSON line.
+// fetchprobe url URL: streams a document to standard output. fetchprobe chain URL: does the same
+// with the fetcher of small documents. The other values that the callbacks received go to standard
+// error, as one JSON line.
 #include <unistd.h>
 
 #include <cstdio>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A client of the installed library: the first lines that an application would write.
+// A client of the installed library: the first lines that an application would contain.
 #include <cstdio>
 #include <string>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Code that the library's own warnings would refuse. Applications may be written like this.
+// Code that the library's own warnings would reject. Applications may contain such code.
 int client_taste(double value) {
     int whole = (int)value;
     unsigned char small = whole;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The text form of the partition table, and the one instance, which logs it.
+// The text form of the partition table, and the single instance, which logs it.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -38,7 +38,7 @@ constexpr char kBuiltInDevices[] =
     "mUseItForSettings=true, mUseItForBulk=true, mBulkProjectId=110, mpBulkSubDir=/bulk, "
     "mUseItForTemp=true, mpTempSubDir=/temp}}}}, smpBlockdeviceConfig=";
 
-/// Collects what is dumped, and counts the pieces by their flushes.
+/// Collects a dump, and counts the pieces by their flushes.
 class TextOutput : public PrintfOutput {
 public:
     void put(char character) override { mText += character; }
@@ -126,8 +126,8 @@ TEST(BlockdevDumpTest, SinkIsFlushedAfterEveryPieceWhenTheStreamSaysSo) {
     EXPECT_GT(sink.mFlushes, 5);
 }
 
-/// The text with "N" in the place of line numbers of the module and "T" in that of thread names,
-/// which are not what these tests are about.
+/// Returns the text with "N" for line numbers of the module and "T" for thread names, which these
+/// tests do not check.
 std::string withoutPlaces(std::string text) {
     const auto replaceAfter = [&text](const std::string& mark, const char* characters, char with) {
         for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at)) {
@@ -190,7 +190,7 @@ TEST_F(BlockdevInstanceTest, SecondReplacesTheFirstAndFreesItNot) {
     EXPECT_EQ(second, BlockdeviceConfig::GetInstance());
     EXPECT_STREQ("/boot-sw", first->GetSoftwarePartitionMountPoint());
     delete first;
-    // Whichever table goes takes the instance with it.
+    // Destroying either table clears the instance.
     EXPECT_EQ(nullptr, BlockdeviceConfig::GetInstance());
     delete second;
 }
@@ -222,7 +222,7 @@ TEST_F(BlockdevInstanceTest, LogsItsDumpAtLevelTwo) {
     EXPECT_EQ(text, withoutPlaces(capture.output()));
 }
 
-// The dump has some sixty pieces; another thread's messages stay before it or behind it.
+// The dump has about sixty pieces. Messages of another thread are before or after it.
 TEST_F(BlockdevInstanceTest, DumpIsNotInterleaved) {
     const OutputLevel level(2);
     const Capture capture;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The dump is written in small pieces, each of which a stream that flushes each piece shows.
+// The dump is written in small pieces; a stream that flushes each piece makes them visible.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Collects what is written and marks the end of each piece.
+/// Collects the written text and marks the end of each piece.
 class PieceOutput : public PrintfOutput {
 public:
     void put(char character) override { mText += character; }

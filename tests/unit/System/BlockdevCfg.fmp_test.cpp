@@ -25,7 +25,7 @@ using Partitions = KestrovaVector<PartitionConfig*>;
 
 constexpr char kDisk[] = "/dev/disk/by-path/pci-0000:01:0e.0-scsi-0:0:0:0";
 
-/// What a query appends to an empty list.
+/// Returns what a query appends to an empty list.
 template <class Table>
 Partitions appended(Table& table, void (BlockdeviceConfig::*query)(Partitions*)) {
     Partitions found;

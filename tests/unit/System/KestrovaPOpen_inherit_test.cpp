@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What a command inherits: what it would after plain fork and exec, and nothing else. Started by
-// one thread and by many.
+// What a command inherits: the same as after plain fork and exec, and nothing else. Started by one
+// thread and by many.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -39,7 +39,7 @@ constexpr int kSpawns = 10000;
 #endif
 constexpr int kThreads = 8;
 
-/// Blocked and ignored signals of the program that wrote the report.
+/// Returns the blocked and ignored signals of the program that wrote the report.
 std::string signalsIn(const std::string& report) {
     const ChildView view(report);
     return view.only("SigBlk:") + " " + view.only("SigIgn:");
@@ -101,7 +101,7 @@ bool ignoresInterrupts() {
 
 void noHook(void* /*argument*/) {}
 
-/// As signalsAfterPopen3(), with a hook.
+/// Like signalsAfterPopen3(), with a hook.
 std::string signalsAfterHook(const std::string& report) {
     const char* arguments[] = {KESTROVA_CHILDVIEW, report.c_str(), nullptr};
     int status = -1;
@@ -111,7 +111,7 @@ std::string signalsAfterHook(const std::string& report) {
     return state == eCsExited && status == 0 ? signalsIn(report) : "no report";
 }
 
-// While a shell command of the library's own runs, the whole process ignores Ctrl-C.
+// While the library itself runs a shell command, the whole process ignores Ctrl-C.
 TEST(KestrovaPopenInheritanceTest, NothingThatTheLibraryChangesForItselfLeaks) {
     const TempDir directory;
     const std::string report = directory.path("report");
@@ -130,7 +130,7 @@ TEST(KestrovaPopenInheritanceTest, NothingThatTheLibraryChangesForItselfLeaks) {
                       Findings findings;
                       change();
                       std::thread shell([&fifo] { (void)base::runShell("read line <" + fifo); });
-                      // Opens when the command does.
+                      // Returns when the command has opened the fifo.
                       const int release = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
                       findings.expect(ignoresInterrupts(), "a process that ignores");
                       findings.expect(signalsAfterPopen3(report) == expected, "directly");
@@ -171,11 +171,11 @@ TEST_P(KestrovaPopenClosedStreamsTest, PipesAreRightAllTheSame) {
 
 INSTANTIATE_TEST_SUITE_P(Combinations, KestrovaPopenClosedStreamsTest, testing::Range(0, 8));
 
-// The shell's builtins alone: it opens the folder as 3 to list it.
+// Only shell builtins. The shell opens the directory as descriptor 3 to list it.
 constexpr char kCommand[] = "echo /proc/self/fd/*; read line; echo \"$line\" >&2; exit 7";
 constexpr char kOnlyStreams[] = "/proc/self/fd/0 /proc/self/fd/1 /proc/self/fd/2 /proc/self/fd/3\n";
 
-/// One command with three pipes; what is wrong with it, or "".
+/// Runs one command with three pipes. Returns a problem, or "".
 std::string spawnOnce(int number) {
     int in = -1;
     int out = -1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the state of a child is read from: its signal without the mark of a core dump, and a stop.
+// How the state of a child is decoded: its signal without the core dump flag, and a stop.
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>

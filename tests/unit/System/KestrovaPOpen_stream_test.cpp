@@ -19,7 +19,7 @@
 #include "tests/support/hooks.h"
 #include "tests/support/outputlevel.h"
 
-// In front of the library's own, to answer what no kernel ever does.
+// Replaces the library's function, to return a value that no kernel returns.
 extern "C" {
 int __real_kestrova_popen3_adv(int*, int*, int*, const char**, char**, const char**,
                                void (*)(void*), void*) asm("__real_" KESTROVA_POPEN3_ADV);
@@ -97,7 +97,7 @@ TEST(KestrovaPopenFoutTest, HalfALineIsThereBeforeItsEnd) {
 TEST(KestrovaPopenFoutTest, FormattedCommandsAreCut) {
     for (const int length : {10, 245, 246, 1000}) {
         std::FILE* stream = nullptr;
-        // Zeros behind ten characters of the command itself.
+        // Zeros after ten characters of the command itself.
         const int pid = kestrova_popen_fout_fmt(stream, "printf %%s %0*d", length, 0);
         ASSERT_GT(pid, 0);
         EXPECT_EQ(std::string(static_cast<unsigned>(std::min(length, 245)), '0'), readAll(stream));
@@ -118,7 +118,7 @@ TEST(KestrovaPopenFoutTest, CommandWhoseConversionFailsDoesNotRun) {
     EXPECT_TRUE(hooks.attentions().empty());
 }
 
-/// The line of a failed attention check with its line number replaced.
+/// Returns the line of a failed attention check with its line number replaced.
 std::string withoutLine(std::string text) {
     const std::size_t colon = text.find(':');
     const std::size_t blank = text.find(' ');
@@ -167,7 +167,8 @@ TEST(KestrovaPopenFoutTest, NoPidIsNoFailureAndNoStream) {
     EXPECT_TRUE(hooks.attentions().empty());
 }
 
-/// fdopen fails for a command that only SIGINT ends: the result, with the descriptor closed again.
+/// Makes fdopen() fail for a command that only SIGINT ends. Returns the result, with the descriptor
+/// closed.
 int failStream(int interruptions) {
     const std::set<int> before = openDescriptors();
     std::FILE* stream = kUntouched;
@@ -182,7 +183,7 @@ int failStream(int interruptions) {
         EXPECT_EQ(1 + interruptions, failingcalls::count(Call::eWaitpid));
     }
     EXPECT_EQ(nullptr, stream);
-    // Left open, so that the child is ended by the signal and by nothing else.
+    // The descriptor stays open, so that only the signal ends the child.
     std::set<int> more = openDescriptors();
     EXPECT_EQ(before.size() + 1, more.size());
     for (const int descriptor : more) {
@@ -206,14 +207,14 @@ TEST(KestrovaPopenFoutTest, WithoutAStreamTheChildIsInterruptedAndReaped) {
     EXPECT_TRUE(hooks.attentions().empty());
 }
 
-// It ends by itself only on SIGINT, and then tells.
+// The child exits only on SIGINT, and then reports it.
 TEST(KestrovaPopenFoutTest, TheSignalIsSigint) {
     const Capture capture;
     const failingcalls::Scope calls;
     failingcalls::fail(Call::eFdopen, ENOMEM);
     int pid = -1;
     failingcalls::before(Call::eWaitpid, [&pid] {
-        // The signal is sent by now; what ended the child is looked at ahead of the reaping.
+        // The signal has been sent; examine the child's end before it is reaped.
         siginfo_t info = {};
         EXPECT_EQ(0, ::waitid(P_ALL, 0, &info, WEXITED | WNOWAIT));
         EXPECT_EQ(CLD_KILLED, info.si_code);

@@ -33,7 +33,7 @@ using tests::readToEnd;
 
 constexpr int kUntouched = -77;
 
-/// How a command ended, as "state/status".
+/// Returns how a command ended, as "state/status".
 std::string endOf(int pid) {
     int status = kUntouched;
     const int state = kestrova_pstatus(pid, status, true);
@@ -99,7 +99,7 @@ TEST(KestrovaPopen3Test, EnvironmentIsTheCallersOwn) {
 }
 
 TEST(KestrovaPopen3Test, EndsByExitCodeAndBySignal) {
-    const tests::Capture capture;  // a shell may tell how its command died
+    const tests::Capture capture;  // a shell may report how its command died
     struct End {
         const char* mCommand;
         const char* mEnd;
@@ -132,7 +132,7 @@ TEST(KestrovaPopen3Test, FloodThatNobodyReadsAnyMoreEndsByBrokenPipe) {
     EXPECT_EQ("2/" + std::to_string(SIGPIPE), endOf(pid));
 }
 
-// The end of its output is not the end of the child.
+// A closed output does not mean that the child has exited.
 TEST(KestrovaPopen3Test, ChildThatClosesItsStreamsRunsOn) {
     int in = -1;
     int out = -1;
@@ -153,7 +153,7 @@ bool atEnd(int descriptor) {
     return ::poll(&end, 1, 0) == 1 && (end.revents & POLLIN) == 0;
 }
 
-// And the other way round: who inherited the pipe keeps it open.
+// A grandchild that has inherited the pipe keeps it open.
 TEST(KestrovaPopen3Test, GrandchildKeepsThePipe) {
     const tests::TempDir directory;
     const std::string fifo = directory.path("fifo");
@@ -190,7 +190,7 @@ TEST(KestrovaPopen3Test, FailureLeavesNothingBehind) {
     }
 }
 
-// The kernel's limit for one argument: 32 pages of 4 KiB, the terminator included.
+// The kernel's limit for one argument: 32 pages of 4 KiB, including the terminator.
 TEST(KestrovaPopen3Test, CommandOfTheKernelsLongestRunsAndALongerOneFails) {
     constexpr std::size_t longest = 131071;
     const std::string command = "printf longest #";
@@ -205,11 +205,11 @@ TEST(KestrovaPopen3Test, CommandOfTheKernelsLongestRunsAndALongerOneFails) {
     expectNoChild();
 }
 
-// The first half of a command is another command.
+// The first half of a command is a different command.
 TEST(KestrovaVpopen3Test, CommandWhoseConversionFailsDoesNotRun) {
     const tests::TempDir directory;
     const std::string trace = directory.path("trace");
-    // No locale has a character for this one.
+    // No locale has this character.
     const wchar_t text[] = {static_cast<wchar_t>(0x7fffffff), L'\0'};
     int in = kUntouched;
     errno = 0;
@@ -220,7 +220,7 @@ TEST(KestrovaVpopen3Test, CommandWhoseConversionFailsDoesNotRun) {
     EXPECT_EQ(-1, ::access(trace.c_str(), F_OK));
 }
 
-// 255 characters are the most that a formatted command has.
+// A formatted command has at most 255 characters.
 TEST(KestrovaVpopen3Test, LongerCommandsAreCut) {
     const std::string command = "printf %s ";
     for (const std::size_t length : {200U, 254U, 255U, 256U, 257U, 5000U}) {
@@ -261,14 +261,14 @@ TEST(KestrovaPstatusTest, RunningChildLeavesTheStatusAlone) {
         EXPECT_EQ(kUntouched, status);
     }
     EXPECT_EQ(6, status);
-    // It is reaped already.
+    // The child has already been reaped.
     status = kUntouched;
     EXPECT_EQ(eCsWaitFailed, kestrova_pstatus(pid, status, true));
     EXPECT_EQ(kUntouched, status);
     EXPECT_EQ(ECHILD, errno);
 }
 
-// Stopped by a signal it has not ended, and nobody asked after stops.
+// A stopped child has not exited, and stops were not requested.
 TEST(KestrovaPstatusTest, StoppedChildStillRuns) {
     const int pid = kestrova_popen3(nullptr, nullptr, nullptr, "kill -STOP $$; exit 8");
     siginfo_t info = {};
@@ -280,7 +280,7 @@ TEST(KestrovaPstatusTest, StoppedChildStillRuns) {
     EXPECT_EQ("1/8", endOf(pid));
 }
 
-// Only a traced child's stop is told without having been asked after.
+// Only the stop of a traced child is reported without being requested.
 TEST(KestrovaPstatusTest, StopOfATracedChild) {
     const pid_t pid = ::fork();
     ASSERT_GE(pid, 0);
@@ -304,7 +304,7 @@ TEST(KestrovaPstatusTest, StopOfATracedChild) {
 
 void doNothing(int /*signal*/) {}
 
-// A caller that is interrupted can give up, or ask again.
+// After EINTR a caller can give up, or wait again.
 TEST(KestrovaPstatusTest, InterruptedWaitIsToldAndTheChildStays) {
     int in = -1;
     const int pid = kestrova_popen3(&in, nullptr, nullptr, "read line; exit 2");
@@ -321,7 +321,7 @@ TEST(KestrovaPstatusTest, InterruptedWaitIsToldAndTheChildStays) {
         return found;
     });
     const pthread_t thread = waiter.get_future().get();
-    // One that comes ahead of the wait is lost, so more of them.
+    // Repeat the signal, because one that arrives before the wait is lost.
     while (state.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
         (void)::pthread_kill(thread, SIGUSR1);
     }

@@ -13,7 +13,7 @@ namespace tests {
 
 using Devices = std::vector<BlockdevConfig>;
 
-/// A table whose devices a test may replace.
+/// A table whose devices a test can replace.
 class OwnTable : public BlockdeviceConfig {
 public:
     OwnTable() = default;
@@ -21,7 +21,7 @@ public:
     Devices& devices() { return mBlockdevice; }
 };
 
-/// The instance, for a scope; made quietly.
+/// The instance for a scope, created without log output.
 class TableInstance {
 public:
     TableInstance() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A sandbox with a place for lock files, and what the tests of the lock share.
+// A sandbox with a directory for lock files, and code that the tests of the lock share.
 #ifndef KESTROVA_TESTS_UNIT_SYSTEM_LOCKBOX_H
 #define KESTROVA_TESTS_UNIT_SYSTEM_LOCKBOX_H
 
@@ -26,7 +26,7 @@ constexpr char kDriveLock[] = "/run/lock/kestrova/drive.lock";
 constexpr char kVarsLock[] = "/run/lock/kestrova/vars.lock";
 constexpr unsigned kLockMinute = 60000;  // milliseconds
 
-/// Runs a test's body where /run is an empty file system, with an empty folder "lock".
+/// Runs a test's body in which /run is an empty file system, with an empty directory "lock".
 inline void inLockBox(const std::function<void()>& body) {
     inSandbox([&body](Sandbox& /*box*/) {
         ASSERT_EQ(0, ::mkdir("/run", 0755));
@@ -36,7 +36,7 @@ inline void inLockBox(const std::function<void()>& body) {
     });
 }
 
-/// A child process that runs an action. Without exit handlers: its status is the action's result.
+/// A child process that runs an action, without exit handlers. Its status is the action's result.
 class Child {
 public:
     explicit Child(const std::function<int()>& action) : mPid(::fork()) {
@@ -49,7 +49,7 @@ public:
     Child& operator=(const Child&) = delete;
 
     pid_t pid() const { return mPid; }
-    /// Waits for its end; the raw status.
+    /// Waits until it has exited. Returns the raw status.
     int wait() {
         int status = 0;
         while (mPid > 0 && ::waitpid(mPid, &status, 0) < 0 && errno == EINTR) {
@@ -68,7 +68,7 @@ private:
     pid_t mPid;
 };
 
-/// A pipe that one process uses to tell another one that it has come to a place.
+/// A pipe with which one process tells another that it has reached a point.
 class Signpost {
 public:
     Signpost() { EXPECT_EQ(0, ::pipe2(mEnds, O_CLOEXEC)); }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the tests of the maintenance utilities share.
+// Shared by the tests of the maintenance utilities.
 #ifndef KESTROVA_TESTS_SYSTEM_MAINTENANCE_H
 #define KESTROVA_TESTS_SYSTEM_MAINTENANCE_H
 
@@ -19,7 +19,7 @@ namespace tests {
 
 using Words = std::vector<std::string>;
 
-/// For operations that have nothing to do with the boot variables.
+/// For operations that do not use the boot variables.
 inline sysSuperUserUtils utilities() {
     return sysSuperUserUtils(nullptr);
 }
@@ -32,7 +32,7 @@ inline void makeNode(const std::string& path) {
     writeFile(path, "");
 }
 
-/// Waits for every process of the sandbox: those that have lost their parent are ours.
+/// Waits for every process of the sandbox: orphans are children of this process.
 inline int reapAll() {
     int reaped = 0;
     while (::waitpid(-1, nullptr, 0) > 0) {
@@ -45,7 +45,7 @@ inline Words gettyOn(const std::string& device) {
     return {"/sbin/getty", "-L", device, "115200", "vt100"};
 }
 
-/// Checks that a getty has nothing of its caller.
+/// Checks that a getty inherits nothing from its caller.
 inline void expectOnItsOwn(const ToolRun& run) {
     EXPECT_TRUE(run.mLeadsSession);
     EXPECT_EQ("/", run.mDirectory);

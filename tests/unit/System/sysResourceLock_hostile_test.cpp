@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Folders and files that somebody else has prepared, and file systems that take nothing.
+// Directories and files that another process has prepared, and file systems that cannot be written.
 #include <grp.h>
 #include <sys/file.h>
 #include <sys/socket.h>
@@ -30,7 +30,7 @@ void expectNoLock(int error, const std::string& why) {
     EXPECT_EQ("the drive can't be locked: " + why, lock.reason());
 }
 
-/// Neither to be locked nor to be looked at.
+/// Expects that it can be neither locked nor queried.
 void expectRefused(int error, const std::string& why) {
     expectNoLock(error, why);
     Lock::Holder holder;
@@ -163,7 +163,7 @@ TEST(SysResourceLock, WhateverTheFileHoldsItIsOnlyText) {
         ASSERT_TRUE(lock.tryLock()) << lock.reason();
         EXPECT_TRUE(Lock::holder(kDrive, holder));
         EXPECT_EQ("next", holder.mCommand);
-        // Somebody with the rights of root writes into it while it is held.
+        // A process with root permissions writes to the file while it is held.
         writeFile(kDriveLock, std::string(600, '\xff'));
         EXPECT_TRUE(Lock::holder(kDrive, holder));
         EXPECT_TRUE(holder.mHeld);

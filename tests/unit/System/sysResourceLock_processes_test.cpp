@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The lock between processes, and what becomes of it when one of them dies.
+// The lock between processes, and its state after one of them dies.
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
@@ -46,8 +46,8 @@ TEST(SysResourceLock, AKilledHolderHoldsNothing) {
     });
 }
 
-/// Runs everything that a holder does, as a child that is stopped at each system call, and kills it
-/// at the nth stop. False when it has come to its end before.
+/// Runs everything that a holder does in a child that stops at each system call, and kills it at
+/// the nth stop. Returns false if it has exited before.
 bool killedAtStop(int nth) {
     const pid_t child = ::fork();
     if (child == 0) {
@@ -85,7 +85,7 @@ TEST(SysResourceLock, AHolderMayBeKilledAtEverySystemCall) {
     });
 }
 
-/// A child that is stopped in front of a system call, at the nth time that it makes it.
+/// A child that is stopped before the nth call of a system call.
 class StoppedAtCall {
 public:
     StoppedAtCall(long call, int nth, const std::function<int()>& action)
@@ -108,7 +108,7 @@ public:
     }
 
     bool stopped() const { return mStopped; }
-    /// Lets it go on, and waits for its end; the raw status.
+    /// Lets it continue, and waits until it has exited. Returns the raw status.
     int finish() {
         (void)::ptrace(PTRACE_DETACH, mChild.pid(), nullptr, nullptr);
         return mChild.wait();
@@ -149,7 +149,7 @@ TEST(SysResourceLock, ALinkThatComesAfterTheCheckIsNotFollowed) {
             Lock lock(kVars);
             ASSERT_TRUE(lock.tryLock());
         }
-        // Behind the folder of all locks and that of ours.
+        // After the base directory and the lock directory.
         StoppedAtCall victim(SYS_openat, 3, [] {
             Lock lock(kVars, "victim");
             return lock.tryLock() ? 1 : lock.error() == ELOOP ? 0 : 2;

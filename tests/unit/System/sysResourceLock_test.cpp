@@ -131,7 +131,7 @@ TEST(SysResourceLock, ReadersShareItAndKeepWritersAway) {
         Lock writer(kVars);
         EXPECT_FALSE(writer.tryLock());
         EXPECT_EQ("reader", writer.blocker().mCommand);
-        // The last one, which has no record, keeps the writer away, too.
+        // The last one, which has no record, also excludes the writer.
         while (readers.size() > 1) {
             readers.erase(readers.begin());
             EXPECT_FALSE(writer.tryLock());
@@ -209,7 +209,7 @@ TEST(SysResourceLock, LookingNeverMakesAnAttemptFail) {
         Lock lock(kVars);
         int attempts = 0;
         int failed = 0;
-        // Until the onlookers have really been there at the same time.
+        // Until the observers have really run at the same time.
         while (attempts < 2000 || seen < 100) {
             ++attempts;
             failed +=
@@ -238,7 +238,7 @@ TEST(SysResourceLock, WaitsUntilTheTimeHasPassed) {
     });
 }
 
-/// A thread that takes the lock and gives it back; made while the lock is taken, so that it waits.
+/// A thread that takes and releases the lock. Created while the lock is held, so that it waits.
 class Waiter {
 public:
     Waiter() : mThread([this] { run(); }) {

@@ -31,12 +31,12 @@ using tests::ToolRun;
 using tests::utilities;
 using tests::writeFile;
 
-/// Starts a getty and returns how it was run; it runs no more then.
+/// Starts a getty and returns how it was run; it has exited by then.
 ToolRun runGetty(Sandbox& box, int port, const std::string& device) {
     box.expect(Role(gettyOn(device)).hold());
     const std::size_t before = box.runs().size();
     EXPECT_GT(utilities().SpawnGetty(port), 0);
-    box.awaitHeld();  // it lives on, by itself
+    box.awaitHeld();  // it keeps running by itself
     const std::vector<ToolRun> runs = box.runs();
     box.release();
     EXPECT_EQ(1, reapAll());
@@ -58,7 +58,7 @@ TEST(SysSuperUserUtilsTest, GettyTakesTheFirstOfItsDevices) {
     });
 }
 
-// The counter's second naming scheme is not the prompt's, and the other way round.
+// The counter and the prompt have different second naming schemes.
 TEST(SysSuperUserUtilsTest, PortThatIsCountedMayHaveNoGetty) {
     inSandbox([](Sandbox& box) {
         box.addTool("/sbin/getty");
@@ -79,7 +79,7 @@ TEST(SysSuperUserUtilsTest, GettyHasNothingOfTheCaller) {
     inSandbox([](Sandbox& box) {
         box.addTool("/sbin/getty");
         makeNode("/dev/ttyS0");
-        // Not close-on-exec, as an application's own may be.
+        // Not close-on-exec, like an application's own descriptors.
         int ends[2] = {-1, -1};
         ASSERT_EQ(0, ::pipe2(ends, 0));
         ASSERT_EQ(900, ::fcntl(ends[1], F_DUPFD, 900));
@@ -150,7 +150,8 @@ TEST(SysSuperUserUtilsTest, WaitIsTakenUpAgainAndItsFailureTold) {
     });
 }
 
-// Nobody is told: the streams are /dev/null by then, and nothing of the caller runs twice.
+// No failure is reported, because the streams are /dev/null, and none of the caller's code runs
+// twice.
 TEST(SysSuperUserUtilsTest, GettyThatCannotBeExecuted) {
     inSandbox([](Sandbox& box) {
         makeNode("/dev/ttyS0");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The restart of the log daemon, and what both daemons keep of what runs beside them.
+// The restart of the log daemon, and what both daemons inherit from concurrent operations.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -33,7 +33,7 @@ using tests::Sandbox;
 using tests::ToolRun;
 using tests::utilities;
 
-/// A sandbox with the tools of the log, in the path that the shell looks in.
+/// A sandbox with the log tools in the shell's search path.
 void provideLogTools(Sandbox& box) {
     box.addTool("/bin/killall");
     box.addTool("/sbin/syslogd");
@@ -78,7 +78,7 @@ TEST(SysSuperUserUtilsTest, EveryOctetOfTheAddressCounts) {
     });
 }
 
-// There may be none to end, or no such tool; and nobody is told when the new one does not start.
+// There may be no daemon, or no such tool; a new one that does not start is not reported.
 TEST(SysSuperUserUtilsTest, FailuresOfTheToolsAreNotExamined) {
     inSandbox([](Sandbox& box) {
         provideLogTools(box);
@@ -123,7 +123,7 @@ pid_t onlyChild() {
     return text.empty() ? -1 : std::stoi(text);
 }
 
-/// Starts both daemons, and checks what they were given.
+/// Starts both daemons, and checks what they inherit.
 void startBoth(Sandbox& box) {
     EXPECT_GT(utilities().SpawnGetty(0), 0);
     box.awaitHeld();
@@ -145,7 +145,7 @@ TEST(SysSuperUserUtilsTest, GettyAndLogDaemonKeepNothingOfWhatRunsBesideThem) {
         box.expect(Role(gettyOn("/dev/ttyS0")).hold());
         box.expect(Role({"killall", "syslogd"}));
         box.expect(Role({"/sbin/syslogd", "-C"}));
-        // Beside them: the socket of a fetch, and the tool of a format in the middle of its work.
+        // Concurrently: the socket of a fetch, and a running tool of a format.
         const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         ASSERT_GE(socket, 0);
         base::ToolCommand command;
@@ -155,7 +155,7 @@ TEST(SysSuperUserUtilsTest, GettyAndLogDaemonKeepNothingOfWhatRunsBesideThem) {
             ASSERT_NE(nullptr, std::fgets(line, sizeof(line), output));
             const pid_t tool = onlyChild();
             startBoth(box);
-            // The tool's end is the end of its output, while the getty lives on.
+            // The tool's exit ends its output, although the getty still runs.
             ASSERT_EQ(0, ::kill(tool, SIGKILL));
             EXPECT_EQ(EOF, std::fgetc(output));
         });

@@ -79,7 +79,7 @@ TEST(SysSuperUserUtilsTest, SerialPortsAreCountedByTheirNodes) {
             }
         }
         EXPECT_EQ(30U, countWith(all));
-        // A name that leads nowhere is no port.
+        // A dangling link is not a port.
         ASSERT_EQ(0, ::symlink("/dev/nowhere", "/dev/ttyS0"));
         EXPECT_EQ(0U, countWith({}));
     });

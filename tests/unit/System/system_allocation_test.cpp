@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A start for which there is no memory: the failure comes through, and nothing stays behind.
+// A start without enough memory: the exception is thrown, and nothing leaks.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ namespace {
 using tests::FailingNew;
 using tests::OutputLevel;
 
-/// True when a start came through.
+/// Returns whether a start succeeded.
 bool comesThrough(void (*start)()) {
     try {
         start();
@@ -27,7 +27,7 @@ bool comesThrough(void (*start)()) {
     return true;
 }
 
-/// Lets every single allocation of a start fail in turn; returns how many there are.
+/// Makes every single allocation of a start fail in turn. Returns their number.
 int failEveryAllocation(void (*start)()) {
     const OutputLevel quiet(0);
     for (int nth = 1; nth < 1000; ++nth) {
@@ -57,7 +57,7 @@ TEST(SystemAllocationTest, FullStartFailsWhole) {
     if (::access("/dev/sda", F_OK) == 0) {
         GTEST_SKIP() << "this machine has a /dev/sda";
     }
-    // As the minimal one, and the manager and the drive that it looks for.
+    // The allocations of the minimal start, and the manager and the drive that it looks for.
     EXPECT_LE(8, failEveryAllocation(SystemInit));
 }
 
@@ -92,7 +92,7 @@ TEST(SystemAllocationTest, EveryFailedSecondStartLeavesTheEarlierSystemWhole) {
         ASSERT_EQ(table, BlockdeviceConfig::GetInstance()) << nth;
         EXPECT_STREQ("/boot-sw", table->GetSoftwarePartitionMountPoint());
     }
-    // The last ones fail in initDVR(), when the second table has been built.
+    // The last ones fail in initDVR(), after the second table has been built.
     EXPECT_GT(nth, 7);
     SystemTerm();
     delete first;

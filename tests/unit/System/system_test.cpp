@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Bringing the system up and down.
+// Starting and stopping the system.
 #include "System/system.h"
 
 #include <gtest/gtest.h>
@@ -31,18 +31,18 @@ using tests::OutputLevel;
 
 constexpr char kDrive[] = "/dev/sda";
 
-/// The instance of the table, asked for without a message.
+/// Returns the instance of the table without a message.
 BlockdeviceConfig* table() {
     const OutputLevel quiet(0);
     return BlockdeviceConfig::GetInstance();
 }
 
-/// Takes the system down at the end of a test, also when it failed.
+/// Stops the system at the end of a test, even if it failed.
 class SystemTest : public testing::Test {
 protected:
     ~SystemTest() override { SystemTerm(); }
 
-    /// Brings the full system up. False, and the test is skipped, where a drive would be touched.
+    /// Starts the full system. Returns false, and skips the test, if a drive would be touched.
     static bool initWithoutDrive() {
         if (::access(kDrive, F_OK) == 0) {
             return false;
@@ -135,7 +135,7 @@ TEST_F(SystemTest, FullStartWithoutADriveSaysSo) {
     EXPECT_EQ("No DVR Drive Detected\n", capture.output());
 }
 
-// The detection asks the table whether the drive may sleep.
+// The detection queries the table whether the drive may go to standby.
 TEST_F(SystemTest, TableIsThereBeforeTheDriveIsDetected) {
     const OutputLevel level(2);
     const Capture capture;
@@ -198,7 +198,7 @@ TEST_F(SystemTest, SecondStartIsNotRefused) {
     EXPECT_NE(first->mpSuperUserUtils, second->mpSuperUserUtils);
     SystemTerm();
     EXPECT_EQ(nullptr, getSystem());
-    // What the library has lost sight of is still whole.
+    // Objects that the library no longer points to are still valid.
     EXPECT_STREQ("/boot-sw", firstTable->GetSoftwarePartitionMountPoint());
     delete firstTable;
     delete first;

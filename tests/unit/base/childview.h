@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Reads the report of the program childview, which tells how a child sees itself.
+// Reads the report of the program childview, which describes the process from inside.
 #ifndef KESTROVA_TESTS_BASE_CHILDVIEW_H
 #define KESTROVA_TESTS_BASE_CHILDVIEW_H
 
@@ -15,8 +15,8 @@
 
 namespace tests {
 
-/// Whoever started the tests may have left descriptors open: they are not what a test looks for in
-/// its children.
+/// Makes inherited descriptors of the test program close-on-exec, because a test does not expect
+/// them in its children.
 inline const int kInheritedStayHere = ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
 
 struct ChildView {
@@ -36,7 +36,8 @@ struct ChildView {
         }
     }
 
-    /// All values of a key, in order: "argument", "environment", "nice", "input", "SigBlk:", …
+    /// Returns all values of a key, in order: "argument", "environment", "nice", "input",
+    /// "SigBlk:", …
     std::vector<std::string> all(const std::string& key) const {
         const auto found = mFacts.find(key);
         return found != mFacts.end() ? found->second : std::vector<std::string>();
@@ -48,7 +49,7 @@ struct ChildView {
         const std::vector<std::string> entries = all("environment");
         return std::count(entries.begin(), entries.end(), entry) == 1;
     }
-    /// The numbers that are open, such as "0 1 2".
+    /// Returns the open numbers, such as "0 1 2".
     std::string numbers() const {
         std::string text;
         for (const auto& [number, target] : mDescriptors) {
@@ -56,7 +57,7 @@ struct ChildView {
         }
         return text;
     }
-    /// What is on a descriptor and how it is open, such as "/dev/null rw"; a pipe is "pipe r".
+    /// Returns the target and mode of a descriptor, such as "/dev/null rw"; a pipe is "pipe r".
     std::string on(int number) const {
         const auto found = mDescriptors.find(number);
         if (found == mDescriptors.end()) {

@@ -20,7 +20,7 @@ public:
     }
     void flush() override { mCalls.emplace_back("f"); }
 
-    /// The characters that were taken.
+    /// Returns the characters received.
     std::string text() const {
         std::string text;
         for (const std::string& call : mCalls) {
@@ -35,7 +35,7 @@ public:
 using Calls = std::vector<std::string>;
 using Flags = PrintfOutput::ConvertionFlags;
 
-/// What one piece looks like in a stream with these settings.
+/// Returns the output for one piece in a stream with these settings.
 template <class Piece>
 std::string written(Piece piece, int base = 10, unsigned formatFlags = 0, Flags flags = {}) {
     RecordingOutput sink;

@@ -121,7 +121,7 @@ void BootBox::setMounted(const char* options) {
 void BootBox::simulateMounts() {
     failingcalls::answerMount([this](const failingcalls::MountRequest& request) {
         const FailingNew::Pause pause;
-        const base::CancelGuard guard;  // the true calls are no cancellation points either
+        const base::CancelGuard guard;  // like the real calls, which are not cancellation points
         mMountCalls.push_back("mount " + std::to_string(request.mFlags));
         EXPECT_EQ(request.mData, nullptr);
         EXPECT_STREQ(request.mDirectory, "/boot-sw");

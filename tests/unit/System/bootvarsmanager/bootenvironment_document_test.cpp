@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The example in docs/boot-environment.md is what the library writes; docs/operating.md leads from
-// a message to the call that logs it.
+// The example in docs/boot-environment.md is what the library writes. docs/operating.md maps a
+// message to the call that logs it.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -20,7 +20,7 @@ namespace {
 const tests::Variables kExample = {
     {"bootdelay", "3"}, {"serial", "KV-0001"}, {"syslog", "192.168.1.20"}};
 
-/// The bytes of the document's dump.
+/// Returns the bytes of the document's dump.
 std::string dumpedBytes() {
     std::istringstream lines(tests::readFile(KESTROVA_BOOT_DOCUMENT));
     std::string bytes;
@@ -77,8 +77,8 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-/// The lines of the source file by the beginning of a message, up to its first conversion, as the
-/// operating guide's headings have it.
+/// The lines of the source file by the start of a message, up to its first conversion, as in the
+/// headings of the operating guide.
 using Guide = std::map<std::string, std::vector<std::string>>;
 
 Guide readGuide() {
@@ -97,7 +97,7 @@ Guide readGuide() {
     return guide;
 }
 
-/// The beginning of this message in the guide; "" when it has none.
+/// Returns the start of this message in the guide; "" if the guide does not contain it.
 std::string guidedStart(const Guide& guide, const std::string& message) {
     for (const auto& [start, source] : guide) {
         if (message.rfind(start, 0) == 0) {
@@ -107,7 +107,7 @@ std::string guidedStart(const Guide& guide, const std::string& message) {
     return "";
 }
 
-/// Expects that each context line leads to a call that logs the message behind it.
+/// Expects that each context line refers to a call that logs the message after it.
 void expectGuided(const Guide& guide, const std::string& log) {
     const std::string context = "System/bootvarsmanager/sysBootVarsManager:";
     const std::vector<std::string> lines = linesOf(log);

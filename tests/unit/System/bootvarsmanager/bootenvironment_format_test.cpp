@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What counts as a boot environment image, and what is read from its area.
+// Which images are boot environments, and what is read from their areas.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -20,7 +20,7 @@ namespace {
 
 const std::string kAb = {"a\0x\0\0b\0y\0\0", 10};
 
-/// The bytes in memory of their own, so that a sanitizer sees a read beyond them.
+/// Copies the bytes to a separate allocation, so that a sanitizer detects a read beyond them.
 class Exact {
 public:
     explicit Exact(const std::string& bytes)
@@ -44,7 +44,7 @@ std::string parsed(const std::string& area, Variables vars = {}) {
     return toText(vars);
 }
 
-/// What a loader makes of an image.
+/// Returns the variables that a loader reads from an image.
 std::string loaded(const std::string& image) {
     const tests::OutputLevel quiet(0);
     const Exact exact(image);
@@ -193,16 +193,16 @@ TEST(ParseEnvironment, ReadsRecordsUntilOneIsMalformed) {
         {"", ""},
         {kAb, "a=x;b=y;"},
         {{"a\0x\0\0b\0y\0z", 10}, "a=x;"},               // no second NUL
-        {{"a\0x\0\0b\0y\0", 9}, "a=x;"},                 // the second NUL lies past the area
-        {{"a\0x\0\0b\0y", 8}, "a=x;"},                   // no NUL behind the value
+        {{"a\0x\0\0b\0y\0", 9}, "a=x;"},                 // the second NUL is after the area
+        {{"a\0x\0\0b\0y", 8}, "a=x;"},                   // no NUL after the value
         {{"a\0x\0\0b\0", 7}, "a=x;"},                    // no value
-        {{"a\0x\0\0b", 6}, "a=x;"},                      // no NUL behind the key
+        {{"a\0x\0\0b", 6}, "a=x;"},                      // no NUL after the key
         {{"a\0x\0\0", 5}, "a=x;"},                       // nothing more
         {{"a\0x\0\0\0", 6}, "a=x;"},                     // the empty key without a value
         {{"a\0x\0\0\0\0\0b\0y\0\0", 13}, "=;a=x;b=y;"},  // an empty record is a record
         {{"\0v\0\0", 4}, "=v;"},                         // the empty key
         {{"a\0\0\0b\0y\0\0", 9}, "a=;b=y;"},             // an empty value
-        {{"a\0x\0\0a\0y\0\0", 10}, "a=y;"},              // the later one wins
+        {{"a\0x\0\0a\0y\0\0", 10}, "a=y;"},              // the last one wins
         {{"b\0y\0\0a\0x\0\0", 10}, "a=x;b=y;"},
         {{"\0", 1}, ""},
         {{"\0\0", 2}, ""},
@@ -280,7 +280,7 @@ TEST(BootImage, EverySingleBitFlipIsRejectedOrHarmlessButForASizeOfZero) {
             flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << (bit % 8)));
             const std::string found = loaded(flipped);
             if (sizeIsZero(flipped) && !sizeIsZero(image)) {
-                // Without an area there is nothing that the checksum could hold.
+                // Without an area the checksum covers nothing.
                 EXPECT_EQ(found, "");
                 ++blind;
             } else if (found != "invalid") {
@@ -288,7 +288,7 @@ TEST(BootImage, EverySingleBitFlipIsRejectedOrHarmlessButForASizeOfZero) {
             }
         }
     }
-    // Sizes of these images are 0, 5, 55 and 515: none is a single bit, none can flip to 0.
+    // Sizes of these images are 0, 5, 55 and 515: a single bit flip cannot make one of them 0.
     EXPECT_EQ(blind, 0);
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The library's files read by a reader of their description alone, and the reverse.
+// The library's files parsed by an independent reader of the format, and the reverse.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -23,7 +23,7 @@ using tests::Variables;
 
 namespace {
 
-/// Runs a body in a sandbox that holds the script.
+/// Runs a body in a sandbox that contains the script.
 void withScript(const std::function<void()>& body) {
     const std::string script = readFile(KESTROVA_BOOT_IMAGE);
     ASSERT_NE(script, "");

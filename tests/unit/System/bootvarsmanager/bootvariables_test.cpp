@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The variables in the form of the file behave as an ordered map does.
+// The variables in the file's format behave like an ordered map.
 #include "System/bootvarsmanager/bootvariables.h"
 
 #include <gtest/gtest.h>
@@ -51,7 +51,7 @@ void assign(BootVariables& vars, const std::string& area) {
     vars.assign(imageWith(area), area.size());
 }
 
-/// Bytes of few kinds, so that keys meet again and records are malformed often.
+/// Bytes of a few kinds, so that keys repeat and records are often malformed.
 std::string randomText(std::mt19937& random, std::size_t most, const char* letters,
                        std::size_t count) {
     std::string text(random() % (most + 1), '\0');
@@ -106,7 +106,7 @@ TEST(BootVariables, ARemovedVariableMakesRoom) {
     assign(vars, std::string("a\0\0\0b\0"
                              "123456789\0\0",
                              17));
-    vars.set("c", "1234");  // fits without the empty one alone
+    vars.set("c", "1234");  // fits if only the empty one is removed
     EXPECT_TRUE(vars.fits());
     EXPECT_EQ(textOf(vars), "b=123456789;c=1234;");
 }

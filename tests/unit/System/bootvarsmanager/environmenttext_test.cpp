@@ -13,7 +13,7 @@ namespace {
 
 using Texts = KestrovaVector<std::string>;
 
-/// The settings of a text, "name=value;" each; or the problem.
+/// Returns the settings of a text, "name=value;" each, or the problem.
 std::string parsed(std::string_view text) {
     Texts names = {"kept"};
     Texts values = {"too"};
@@ -32,7 +32,7 @@ std::string parsed(std::string_view text) {
     return found;
 }
 
-/// The line of a variable; or the problem.
+/// Returns the line of a variable, or the problem.
 std::string formatted(std::string_view name, std::string_view value) {
     std::string text = "kept\n";
     std::string problem;
@@ -109,7 +109,7 @@ TEST(EnvironmentText, RefusesSettings) {
     const std::string nul(1, '\0');
     EXPECT_EQ(settingsProblem({"a"}, {nul}), "variable \"a\": the value holds a NUL byte");
     EXPECT_EQ(settingProblem(nul, ""), "the name holds a NUL byte");
-    // Another writer may have set such a variable: it can be removed.
+    // Another writer may have set such a variable, so it can be removed.
     EXPECT_EQ(settingsProblem({"", "a=b", "a\nb"}, {"", "", ""}), "");
 }
 

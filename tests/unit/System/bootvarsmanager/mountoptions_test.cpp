@@ -32,7 +32,7 @@ TEST(MountOptions, TheFirstOneGivesTheState) {
         {"noexec,ro", {6, false, false}},
         {"relatime", {8, false, false}},
         {"RO", {2, false, false}},
-        // Compared over its own length: one letter is the beginning of both, no letter of all.
+        // Compared over its own length: one letter is a prefix of both, no letter of all.
         {"r", {1, true, true}},
         {"r,x", {1, true, true}},
         {",rw", {0, true, true}},

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The software partition as it is on the box: ext3 on a block device, mounted by the kernel.
+// The software partition as on the box: ext3 on a block device, mounted by the kernel.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -27,7 +27,7 @@ using tests::Sandbox;
 
 namespace {
 
-/// The options of what is mounted on /boot-sw, "" when nothing is; as the kernel tells it.
+/// Returns the options of the mount on /boot-sw, "" if there is none, as reported by the kernel.
 std::string mounted() {
     std::istringstream lines(tests::readFile("/proc/self/mounts"));
     std::string found;
@@ -58,14 +58,14 @@ bool set(const char* value) {
     return sysBootVarsManager().setVarS("name", value);
 }
 
-/// Runs in a sandbox whose software partition is a true one. The kernel answers all calls; their
-/// flags are watched.
+/// Runs in a sandbox with a real software partition. The kernel executes all calls; their flags are
+/// recorded.
 void onExt3(const std::function<void(std::vector<unsigned long>& flags)>& body) {
     inSandbox([&](Sandbox& sandbox) {
         tests::writeFile("/tmp/image", "", 8 << 20);
         ASSERT_EQ(std::system("/usr/sbin/mkfs.ext3 -q -F -m 0 /tmp/image"), 0);
         const BootBox box(sandbox, nullptr);
-        // The kernel's own table from here on.
+        // From here the kernel's own table is used.
         ASSERT_EQ(::umount("/proc/self/mounts"), 0);
         ASSERT_EQ(::unlink(kSoftwareDevice), 0);
         if (!sandbox.attachLoop("/tmp/image", kSoftwareDevice)) {
@@ -151,7 +151,8 @@ TEST(SoftwarePartitionOnLoop, AnAliasWithOtherPermissionsIsAnotherDevice) {
         ASSERT_TRUE(mountNow("/dev/alias", MS_RDONLY));
         flags.clear();
         const tests::Capture capture;
-        // Not recognised, it is mounted once more, which the kernel refuses in another mode.
+        // A mount that was not recognised is mounted again, which the kernel refuses in another
+        // mode.
         EXPECT_FALSE(set("one"));
         EXPECT_EQ(flags, (Flags{9, 8}));
         EXPECT_NE(capture.errors().find("Error mounting update device: Device or resource busy\n"),
@@ -171,7 +172,7 @@ TEST(SoftwarePartitionOnLoop, AFileThatIsOpenToWriteKeepsItReadWrite) {
             }
         });
         const tests::Capture capture;
-        // The save is on the disk all the same; only the way back is told and ignored.
+        // The save is on the disk; the failed restore is only reported.
         EXPECT_TRUE(set("one"));
         EXPECT_GE(busy, 0);
         EXPECT_EQ(flags, (Flags{40, 41}));

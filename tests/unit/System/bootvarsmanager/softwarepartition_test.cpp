@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Finding, mounting and restoring the software partition, on mount tables of the test's own.
+// Finding, mounting and restoring the software partition, with the test's own mount tables.
 #include "System/bootvarsmanager/softwarepartition.h"
 
 #include <gtest/gtest.h>
@@ -173,7 +173,7 @@ TEST(SoftwarePartition, ARequestForNotMountedIsReportedAndCarriedOut) {
         const Outcome outcome = mountAs(eMsNotMounted);
         EXPECT_TRUE(outcome.mResult);
         EXPECT_EQ(hooks.assertions(), 1);
-        // The kernel needs a mode; what is not read-only is read-write.
+        // The kernel needs a mode; any mode but read-only is read-write.
         EXPECT_EQ(box.mountCalls(), Calls{"mount 40"});
         const std::size_t end = outcome.mLog.find('\n');
         const std::string first = outcome.mLog.substr(0, end);
@@ -262,7 +262,7 @@ TEST(SoftwarePartition, TellsWhyARestoreIsRefused) {
 
 namespace {
 
-/// What a mount table leads to: the place that is found, or "mounted with" the flags of a fresh
+/// Returns the result for a mount table: the directory found, or "mounted with" the flags of a new
 /// mount.
 std::string found(const std::string& table) {
     tests::writeFile("/stub/mounts", table);
@@ -326,7 +326,7 @@ TEST(SoftwarePartitionSearch, LinesAndFieldsOfAnyLengthOverflowNothing) {
         const std::string options = std::string(5000, 'o');
         EXPECT_EQ(found("none /x overlay lower=" + options + " 0 0\n" + entry),
                   kDevice + " /one ext3");
-        // A line beyond the buffer comes in pieces; a piece of one field is no entry.
+        // A line longer than the buffer is read in pieces; a piece with one field is not an entry.
         EXPECT_EQ(found("none /x overlay " + std::string(20000, 'o') + "\n" + entry), kFresh);
         EXPECT_EQ(found(std::string(100000, 'x')), kFresh);
         const std::string place = "/" + std::string(4094, 'p');

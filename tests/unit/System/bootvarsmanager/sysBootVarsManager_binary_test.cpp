@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Binary variables: bytes as base64 text, and sizes at the ends of their range.
+// Binary variables: bytes as base64 text, and sizes at the limits of their range.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -36,8 +36,8 @@ bool setBytes(const char* name, const Bytes& bytes) {
     return sysBootVarsManager().setVarB(name, bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
-/// Whether it is found with room for `max` bytes; the bytes are then those expected. Without it,
-/// the length stays.
+/// Returns whether it is found with room for `max` bytes, with the expected bytes. If it is not
+/// found, expects an unchanged length.
 bool found(const char* name, unsigned max, const Bytes& expected) {
     unsigned length = 4711;
     Bytes bytes(max + 1U, 0xee);
@@ -122,7 +122,7 @@ TEST(BinaryBootVars, HugeSizesOverflowNothing) {
         EXPECT_TRUE(setBytes("a", {1, 2, 3}));
         const std::string before = readFile(kPrimaryFile);
         const unsigned char byte = 0;
-        // Nothing of the data is looked at: their text would be longer than an int can tell.
+        // The data is not read, because the length of its text would overflow an int.
         for (const unsigned length : {0x60000000U, 0x7ffffffdU, 0x7fffffffU, 0x80000000U,
                                       0x80000001U, 0xfffffffeU, 0xffffffffU}) {
             EXPECT_FALSE(sysBootVarsManager().setVarB("b", &byte, length)) << length;

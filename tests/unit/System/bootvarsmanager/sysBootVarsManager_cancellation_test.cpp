@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A cancellation becomes pending at each call that an operation makes, one after the other.
+// A cancellation becomes pending at each call of an operation, one after another.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -54,7 +54,7 @@ void* list(void*) {
     return names.size() == kOld.size() ? kSucceeded : nullptr;
 }
 
-/// Runs an operation in a thread of its own; null when it failed, PTHREAD_CANCELED when it was
+/// Runs an operation on its own thread. Returns null if it failed, PTHREAD_CANCELED if it was
 /// cancelled.
 void* run(void* (*operation)(void*)) {
     pthread_t thread = {};
@@ -64,7 +64,7 @@ void* run(void* (*operation)(void*)) {
     return result;
 }
 
-/// The nth call of this kind cancels its own thread; returns how many there were.
+/// The nth call of this kind cancels its own thread. Returns the number of calls.
 int runCancelled(void* (*operation)(void*), Call call, int nth, void*& result) {
     int calls = 0;
     failingcalls::before(call, [&calls, nth] {
@@ -86,7 +86,7 @@ void prepare(BootBox& box, const char* options) {
     box.simulateMounts();
 }
 
-/// Cancels at every call of every kind, and expects that nothing is left half-way.
+/// Cancels at every call of every kind, and expects complete effects.
 void sweep(const char* options, void* (*operation)(void*)) {
     inSandbox([=](Sandbox& sandbox) {
         const failingcalls::Scope scope;
@@ -133,7 +133,7 @@ TEST(BootVarsCancellation, ReadingOnAPartitionThatIsNotMounted) {
     sweep(nullptr, list);
 }
 
-// The restore reports its failure with perror, a cancellation point, from a destructor.
+// The restore reports its failure with perror(), a cancellation point, from a destructor.
 TEST(BootVarsCancellation, ARestoreThatFailsIsReported) {
     for (const char* const options : {"ro", static_cast<const char*>(nullptr)}) {
         inSandbox([options](Sandbox& sandbox) {
@@ -141,7 +141,7 @@ TEST(BootVarsCancellation, ARestoreThatFailsIsReported) {
             const tests::OutputLevel quiet(0);
             BootBox box(sandbox, options);
             prepare(box, options);
-            // The cancellation comes after the last cancellation point before the restore.
+            // The cancellation arrives after the last cancellation point before the restore.
             const Call way = options != nullptr ? Call::eMount : Call::eUmount;
             failingcalls::fail(way, EBUSY, 2);
             const tests::Capture capture;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Every call that an operation makes fails once, at each place and with each usual reason.
+// Every call of an operation fails once, at each position and with each usual reason.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -106,17 +106,17 @@ struct Outcome {
     bool mThrew = false;
     int mCalls = 0;
     int mAllocations = 0;
-    int mAlive = 0;  ///< memory that is left
+    int mAlive = 0;  ///< blocks that are not freed
     std::string mLog;
     std::string mErrors;
 };
 
-/// A sandbox in which operations run one after the other from the same beginning.
+/// A sandbox in which operations run one after another from the same state.
 class World {
 public:
     World(Sandbox& sandbox, const char* options) : mOptions(options), mBox(sandbox, options) {}
 
-    /// Runs an operation; the nth call fails, or with allocations the nth of those.
+    /// Runs an operation in which the nth call fails, or with `allocation` the nth allocation.
     Outcome run(const Files& files, const Operation& operation, Call call, int error, int nth,
                 int allocation = 0) {
         prepare(files);
@@ -139,7 +139,7 @@ public:
         return outcome;
     }
 
-    /// The mount state is what it was, unless the way back was refused.
+    /// Expects the original mount state, unless the restore was refused.
     void expectRestored(const Outcome& outcome) {
         if (outcome.mErrors.find(" readonly: ") == std::string::npos) {
             EXPECT_EQ(mBox.state(), mOptions != nullptr ? mOptions : "");
@@ -148,7 +148,7 @@ public:
     }
 
 private:
-    /// No descriptor more than before, but those whose close the test kept from the kernel.
+    /// Expects no new descriptor, except those whose close() the test did not pass to the kernel.
     static void expectClosed(const std::set<int>& before, std::size_t kept) {
         std::set<int> now = tests::openDescriptors();
         for (const int number : before) {
@@ -200,7 +200,7 @@ Variables changed(Variables vars, const Operation& operation) {
     return vars;
 }
 
-/// What the operation may have worked on, by what it said about loading.
+/// Returns the variables that the operation may have loaded, derived from its log.
 std::vector<Variables> loadedBy(const Files& files, const std::string& log) {
     const std::string loading = log.substr(0, log.find("Setting key"));
     if (contains(loading, "Unable to mount device") || !contains(loading, "Path: ")) {
@@ -212,12 +212,12 @@ std::vector<Variables> loadedBy(const Files& files, const std::string& log) {
     if (files.mBackup.empty()) {
         return {{}};
     }
-    // With the primary damaged it may be the backup that could not be read.
+    // If the primary is damaged, the unreadable file may be the backup.
     return files.mLoaded == kOld ? std::vector<Variables>{kOlder}
                                  : std::vector<Variables>{kOlder, {}};
 }
 
-/// The change is complete.
+/// Expects that the change is complete.
 void expectChanged(const Files& files, const Operation& operation, const Outcome& outcome) {
     std::vector<std::string> complete;
     for (const Variables& vars : loadedBy(files, outcome.mLog)) {
@@ -231,7 +231,7 @@ void expectUntouched(const Files& files) {
     EXPECT_EQ(tests::readFile(kBackupFile), files.mBackup);
 }
 
-/// The rows of a change's failures, told apart by what it logged.
+/// Expects the result that the log of a change implies.
 void expectChange(const Files& files, const Operation& operation, const Outcome& outcome) {
     const std::size_t at = outcome.mLog.find("Saving Environment");
     const std::string saving = at == std::string::npos ? "" : outcome.mLog.substr(at);
@@ -241,11 +241,11 @@ void expectChange(const Files& files, const Operation& operation, const Outcome&
         return;
     }
     if (contains(saving, "Error making environment current")) {
-        // The primary may have become the backup by then, from where it is read.
+        // The primary may already be the backup, from which it is then read.
         EXPECT_EQ(listed(), toText(files.mLoaded));
         EXPECT_EQ(::access(kTemporaryFile, F_OK), 0);
     } else if (contains(saving, "Moving /boot-sw//boot_env.tmp")) {
-        // In place, and only its permanence could not be had.
+        // The file is in place, but may not be persistent.
         expectChanged(files, operation, outcome);
     } else {
         EXPECT_TRUE(contains(saving, "Unable to mount device") ||
@@ -348,7 +348,7 @@ TEST(BootVarsFaults, EveryAllocationRestoresTheMount) {
 
 namespace {
 
-/// The only write of an operation that does not log is that of the temporary file.
+/// In an operation that does not log, the only write is that of the temporary file.
 Outcome writeFails(World& world, const Operation& operation, int error) {
     const tests::OutputLevel quiet(0);
     return world.run(kFiles[0], operation, Call::eWrite, error, 1);

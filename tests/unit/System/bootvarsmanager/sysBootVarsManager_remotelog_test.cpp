@@ -27,10 +27,10 @@ using tests::Sandbox;
 using tests::Variables;
 using tests::writeFile;
 
-constexpr unsigned kAddress = 0xc0a80102U;  // beyond what an int holds
+constexpr unsigned kAddress = 0xc0a80102U;  // exceeds the range of int
 constexpr char kText[] = "192.168.1.2";
 
-/// The system, silent, beside a software partition that is mounted.
+/// The system, without log output, with a mounted software partition.
 class Maintenance {
 public:
     explicit Maintenance(Sandbox& sandbox) : mBox(sandbox) {
@@ -64,7 +64,7 @@ TEST(RemoteLogAddressTest, IsStoredReadAndRemoved) {
     });
 }
 
-// The address itself, so that it reads as success whenever there is one.
+// Returns the address itself, so that it is a success unless it is 0.
 TEST(RemoteLogAddressTest, WhatIsStoredAlreadyIsNotWritten) {
     inSandbox([](Sandbox& sandbox) {
         const Maintenance utilities(sandbox);

@@ -117,7 +117,7 @@ TEST(BootVarsSeveral, ARefusedSettingChangesNothing) {
 
 TEST(BootVarsSeveral, TheRoomIsCountedAtTheEnd) {
     inBootBox("rw", [](BootBox& /*box*/) {
-        // Another 21 bytes of a, b and c would not fit beside it, neither would z beside the last.
+        // Another 21 bytes of a, b and c would not fit as well, nor would z with the last one.
         const std::string most(65524 - 3 - 1 - 5, 'm');
         EXPECT_TRUE(setQuietly({"m", "a", "b", "c", "n"}, {most, "", "", "", "o"}));
         EXPECT_EQ(readFile(kPrimaryFile).size(), 65536U);
@@ -160,7 +160,7 @@ TEST(BootVarsSeveral, EveryFailingCallLeavesAllOrNone) {
                 failed = failingcalls::count(call) - before >= nth;
                 failingcalls::reset();
                 const std::string now = listed();
-                // A file that could not be read is not in the next one.
+                // Variables of a file that could not be read are missing from the next file.
                 EXPECT_TRUE(now == after || (!saved && now == "a=1;b=2;c=3;") ||
                             (saved && now == "a=x;d=4;"))
                     << static_cast<int>(call) << " " << nth << ": " << now;

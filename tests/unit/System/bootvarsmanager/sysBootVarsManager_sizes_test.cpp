@@ -32,7 +32,7 @@ constexpr long long kGiB = 1LL << 30;
 const Variables kOld = {{"a", "old"}};
 constexpr char kTooBig[] = "Environment too big for flash\n";
 
-/// A header with valid flags whose size field says so.
+/// Returns a header with valid flags and this size.
 std::string headerOf(std::uint32_t size) {
     std::string header("\xff\xff\xff\0crc.", 8);
     for (unsigned shift = 32; shift > 0; shift -= 8) {
@@ -41,7 +41,7 @@ std::string headerOf(std::uint32_t size) {
     return header;
 }
 
-/// A text of any length that takes one mebibyte of memory: the same pages, again and again.
+/// A text of any length that uses one MiB of memory: the same pages are mapped repeatedly.
 class LongText {
 public:
     explicit LongText(std::size_t length) : mRoom((length / kPiece + 1) * kPiece) {
@@ -56,7 +56,7 @@ public:
         }
         mpText = static_cast<char*>(room);
         for (std::size_t at = 0; at < mRoom; at += kPiece) {
-            // The last piece is a copy, so that the terminator is written once.
+            // The last piece is a copy, so that the terminator is written only once.
             const int kind = at + kPiece < mRoom ? MAP_SHARED : MAP_PRIVATE;
             mWhole = mWhole && ::mmap(mpText + at, kPiece, PROT_READ | PROT_WRITE, kind | MAP_FIXED,
                                       file, 0) != MAP_FAILED;
@@ -85,7 +85,7 @@ private:
     bool mWhole = true;
 };
 
-/// Runs with one good file, and expects that it is as before at the end.
+/// Runs with one valid file, and expects that it is unchanged at the end.
 void refused(const std::function<bool(sysBootVarsManager&)>& change) {
     inSandbox([&](Sandbox& sandbox) {
         const tests::OutputLevel quiet(0);
@@ -163,7 +163,7 @@ TEST(BootVarsSizes, ANameOfMoreThanAGibibyteIsRefused) {
         refused([other](sysBootVarsManager& vars) {
             const LongText name(kGiB + 5);
             EXPECT_TRUE(name.whole());
-            // Twice the text is longer than an int can say.
+            // Twice this text is longer than an int can hold.
             return vars.setVarS(name.text(), other != nullptr ? other : name.text());
         });
     }
@@ -185,7 +185,7 @@ TEST(BootVarsSizes, ALongNameIsNoVariable) {
 }
 
 TEST(BootVarsSizes, BytesWhoseTextIsTooLongAreRefused) {
-    // The longest whose text has a length that an int can hold, and around 2^30 characters.
+    // The longest whose text length fits an int, and lengths around 2^30 characters.
     for (const unsigned length :
          {49144U, 65536U, 65537U, 805306368U, 805306369U, 1073741824U, 1610612733U}) {
         SCOPED_TRACE(length);
@@ -222,7 +222,7 @@ void expectLogged(const std::string& setting,
             "Load env already stored\nMouting HDD mode:1\nis mouted 2 1 \n"
             "Path: /boot-sw//boot_env\n" +
             setting + "\nSaving Environment\nMouting HDD mode:2\nis mouted 2 2 \n";
-        // Not EXPECT_EQ, which would print both.
+        // Not EXPECT_EQ, which would print both texts.
         EXPECT_TRUE(tests::withoutContext(capture.output()) == expected);
     });
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The public operations on files in a sandbox. The software partition is a directory there.
+// The public operations on files in a sandbox, where the software partition is a directory.
 #include "System/bootvarsmanager/sysBootVarsManager.h"
 
 #include <gtest/gtest.h>
@@ -188,7 +188,7 @@ TEST(BootVars, AnInvalidPrimaryNeverReplacesTheBackup) {
             EXPECT_TRUE(set("c", "z"));
             EXPECT_EQ(readFile(kBackupFile), good);
             EXPECT_EQ(listed(), "a=x;b=y;c=z;");
-            // From now on the primary is the good one.
+            // From now on the primary is valid.
             EXPECT_TRUE(set("a", nullptr));
             EXPECT_EQ(readFile(kBackupFile),
                       imageOf(Variables{{"a", "x"}, {"b", "y"}, {"c", "z"}}));
@@ -331,11 +331,11 @@ TEST(BootVars, ManyRecordsFillTheFileToTheLastByte) {
         for (int i = 0; i < 5460; ++i) {
             char name[8];
             (void)std::snprintf(name, sizeof(name), "n%05d", i);
-            vars[name] = "abc";  // 12 bytes a record: 65520
+            vars[name] = "abc";  // 12 bytes per record: 65520
         }
         writeFile(kPrimaryFile, imageOf(vars));
         EXPECT_EQ(listed(), toText(vars));
-        // Four bytes are left: one too few for a name and a value, enough for a value alone.
+        // Four bytes are left: one too few for a name and a value, enough for only a value.
         EXPECT_FALSE(set("+", "+"));
         EXPECT_TRUE(set("", "+"));
         EXPECT_EQ(readFile(kPrimaryFile).size(), 65536U);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A drive may answer an inquiry with less than it was asked for.
+// A drive may answer an inquiry with less data than requested.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -25,7 +25,7 @@ bool zero(const void* bytes, std::size_t size) {
 
 TEST(DriveInquiry, ShortAnswersAreFilledWithNothing) {
     const failingcalls::Scope scope;
-    // What the first request has left on the stack must not show in the second.
+    // Stack contents of the first request must not be visible in the second.
     failingcalls::answerIoctl(HDIO_GET_IDENTITY, [](void* argument) {
         std::memset(argument, 'x', 512);
         errno = ENOTTY;

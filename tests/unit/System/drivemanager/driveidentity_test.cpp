@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a drive tells about itself, and how it is asked.
+// The identity of a drive, and the requests for it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -39,7 +39,7 @@ Identity identify(std::size_t modelSize = 256, std::size_t serialSize = 256) {
     return identity;
 }
 
-/// Answers INQUIRY, and lets the test change the outcome.
+/// Answers INQUIRY, and lets the test change the result.
 void answerScsi(const std::function<void(sg_io_hdr_t&)>& change) {
     failingcalls::answerIoctl(SG_IO, [change](void* argument) {
         auto& request = *static_cast<sg_io_hdr_t*>(argument);
@@ -104,7 +104,7 @@ TEST(DriveModel, ScsiIsAskedWhenAtaDoesNotAnswer) {
 
 TEST(DriveModel, AnAnswerOfZeroIsWhatCountsForBothRequests) {
     const failingcalls::Scope scope;
-    // A result above zero is no success either.
+    // A result above zero is not a success either.
     failingcalls::answerIoctl(HDIO_GET_IDENTITY, [](void*) { return 1; });
     answerScsi([](sg_io_hdr_t&) {});
     EXPECT_EQ(identify().mModel, "PRODUCT 16 chars");

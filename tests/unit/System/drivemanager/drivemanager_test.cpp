@@ -54,7 +54,7 @@ TEST(DriveManager, KeepsADriveThatIsNotFormatted) {
         manager.start();
         ASSERT_TRUE(manager.hasDVRDrive());
         EXPECT_EQ(statusOf(*manager.getDVRDrive()), sysDVRDrive::eStNotFormatted);
-        // Detection formats and mounts nothing.
+        // Detection does not format or mount.
         EXPECT_EQ(box.runs().size(), 1U);
     });
 }
@@ -72,7 +72,7 @@ TEST(DriveManager, HoldsTheDriveWhileItIsIdentified) {
         manager.detectDrives();
         EXPECT_NE(held, nullptr);
         EXPECT_EQ(held, manager.getDVRDrive());
-        // A drive that cannot be used is freed again.
+        // An unusable drive is freed again.
         held = nullptr;
         refuse(BLKGETSIZE64);
         EXPECT_FALSE(outcomeOf([&] {
@@ -176,7 +176,7 @@ TEST(DriveManager, WhileStoppedADetectedDriveIsNotShown) {
         EXPECT_FALSE(manager.hasDVRDrive());
         EXPECT_EQ(manager.getDVRDrive(), nullptr);
         manager.stop();
-        // A drive of an earlier detection is replaced, not lost.
+        // The drive of an earlier detection is replaced and freed.
         manager.detectDrives();
         manager.start();
         EXPECT_TRUE(manager.hasDVRDrive());

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the recording drive says of a failed operation, of its two partitions' space, and of where
-// recordings go.
+// The recording drive's reports of a failed operation, of its two partitions' space, and of the
+// directory for recordings.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/statfs.h>
@@ -17,7 +17,7 @@ using namespace tests;
 
 namespace {
 
-/// "step path errno status" of the drive's last failure, "none" without one.
+/// Returns "step path errno status" of the drive's last failure, "none" without one.
 std::string lastFailure(const sysDVRDrive& drive) {
     sysPartition::Failure failure;
     if (!drive.lastFailure(&failure)) {
@@ -33,7 +33,7 @@ std::string text(sysPartition::FailureStep step, const std::string& path, int er
            std::to_string(status);
 }
 
-/// A sandbox with a table of devices; the library is silent.
+/// Runs in a sandbox with a table of devices, without log output.
 void withDrive(const std::function<void(Sandbox&, sysDVRDrive&)>& body) {
     inSandbox([&](Sandbox& box) {
         const failingcalls::Scope scope;
@@ -46,7 +46,7 @@ void withDrive(const std::function<void(Sandbox&, sysDVRDrive&)>& body) {
 
 void formatAndWait(sysDVRDrive& drive) {
     ASSERT_TRUE(drive.initialize());
-    (void)drive.stop();  // is refused, when the worker has ended
+    (void)drive.stop();  // refused, after the worker has exited
 }
 
 }  // namespace
@@ -92,7 +92,7 @@ TEST(DvrFailure, OfABusyPartitionEndsWithTheNextOperation) {
         EXPECT_FALSE(outcomeOf([&] { return drive.init(); }).mDone);
         const std::string reason = text(sysPartition::eFailUnmount, "/dev/sda2", EBUSY);
         EXPECT_EQ(lastFailure(drive), reason);
-        // Refused operations keep it.
+        // Refused operations keep the reason.
         EXPECT_FALSE(drive.start());
         EXPECT_FALSE(drive.stop());
         EXPECT_EQ(lastFailure(drive), reason);
@@ -163,7 +163,7 @@ TEST(DvrFailure, OfAStop) {
         ASSERT_TRUE(drive.start());
         awaitStatus(drive, sysDVRDrive::eStStarted);
         const int busy = ::open("/dvr/data", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        // Both are busy, the second because the first is mounted in it: the first is the cause.
+        // Both are busy, the second because the first is mounted in it. The first is the cause.
         EXPECT_FALSE(outcomeOf([&] { return drive.stop(); }).mDone);
         EXPECT_EQ(lastFailure(drive), text(sysPartition::eFailUnmount, "/dev/sda2", EBUSY));
         (void)::close(busy);

@@ -46,7 +46,7 @@ TEST(DvrFormat, FormatsDataThenStorageAndShowsHowFarItIs) {
         box.release();
         awaitStatus(drive, sysDVRDrive::eStReady);
         EXPECT_EQ(progressOf(drive), 100);
-        // What init() read is not read again.
+        // Values that init() read are not read again.
         EXPECT_EQ(drive.getPartition(0)->label(), nullptr);
         EXPECT_EQ(drive.getPartition(0)->fileSystemType(), sysPartition::eFsUnknown);
         EXPECT_EQ(runsOf(box, "/sbin/hdparm"), 0);
@@ -104,7 +104,7 @@ TEST(DvrFormat, AFailureOnStorageIsAnError) {
         box.expect(storageMaker().exit(1));
         EXPECT_TRUE(drive.initialize());
         awaitStatus(drive, sysDVRDrive::eStError);
-        // An error may be formatted away.
+        // A format is allowed after an error.
         box.expect(dataMaker());
         box.expect(storageMaker());
         EXPECT_TRUE(drive.initialize());
@@ -221,7 +221,7 @@ TEST(DvrFormat, ABusyDataPartitionIsLeftAlone) {
         box.release();
         awaitStatus(drive, sysDVRDrive::eStReady);
         EXPECT_TRUE(isListed("/dev/sda2"));
-        // It did not become the data partition.
+        // The partition did not become the data partition.
         drive.setStatus(sysDVRDrive::eStFormatting);
         EXPECT_EQ(progressOf(drive), 30);
         (void)::close(busy);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// How the recording drive is found, and what its status says.
+// How the recording drive is found, and the resulting status.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -75,10 +75,10 @@ TEST(DvrInit, FindsBothPartitions) {
         EXPECT_STREQ(drive.model(), "MODEL");
         EXPECT_EQ(drive.numPartitions(), 2);
         EXPECT_EQ(drive.freeMB(), 0U);
-        // The table lists a settings partition: the drive keeps its timer.
+        // The table lists a settings partition, so the drive keeps its timer.
         EXPECT_EQ(runsOf(box, "/sbin/hdparm"), 0);
         EXPECT_EQ(outcome.mOutput.find("Setting"), std::string::npos);
-        // Set, both pointers show in the progress of a format.
+        // Both pointers are set, as the progress of a format shows.
         drive.setStatus(sysDVRDrive::eStFormatting);
         EXPECT_EQ(progressOf(drive), 90);
     });
@@ -144,7 +144,7 @@ TEST(DvrInit, AMissingDriveIsAnError) {
         EXPECT_FALSE(outcome.mDone);
         EXPECT_EQ(outcome.mOutput + outcome.mErrors, "");
         EXPECT_EQ(statusOf(drive), sysDVRDrive::eStError);
-        // The lock is free again.
+        // The lock has been released.
         EXPECT_FALSE(drive.stop());
     });
 }
@@ -236,7 +236,7 @@ TEST(DvrInit, WithoutASettingsPartitionTheDriveMaySleep) {
         const Outcome outcome = outcomeOf([&] { return drive.init(); });
         EXPECT_TRUE(outcome.mDone);
         EXPECT_NE(outcome.mOutput.find("Setting delayed spin down\n"), std::string::npos);
-        // Its result does not matter, nor does the status.
+        // Neither its result nor its status matters.
         box.expect(hdparm("-S24").exit(1));
         writeFile("/dev/sda1", "");
         const OutputLevel level(0);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Workers that run out of memory: nobody is there to catch it, so they end in an error and give the
-// drive back.
+// Workers that run out of memory: no caller can catch the exception, so they end in an error and
+// release the drive.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -14,7 +14,7 @@ using namespace tests;
 
 namespace {
 
-/// Lets one allocation after another fail in a worker, until it makes no more.
+/// Makes one allocation after another fail in a worker, until it makes no more.
 void failEach(const std::function<bool(sysDVRDrive&)>& operation, sysDVRDrive::Status success) {
     inSandbox([&](Sandbox& box) {
         const failingcalls::Scope scope;
@@ -39,7 +39,7 @@ void failEach(const std::function<bool(sysDVRDrive&)>& operation, sysDVRDrive::S
             EXPECT_EQ(statusOf(drive) == sysDVRDrive::eStError, failed);
             EXPECT_EQ(stopped, !failed && success == sysDVRDrive::eStStarted);
         }
-        // At least one did fail.
+        // At least one allocation failed.
         EXPECT_GT(failures, 1);
     });
 }
@@ -54,7 +54,7 @@ TEST(DvrMemory, AStartThatRunsOutOfItIsAnError) {
     failEach([](sysDVRDrive& drive) { return drive.start(); }, sysDVRDrive::eStStarted);
 }
 
-// On the caller's own thread, which gets the exception.
+// On the caller's own thread, which receives the exception.
 TEST(DvrMemory, APartitionToolThatCannotBeGivenItsScriptIsNotStarted) {
     inSandbox([](Sandbox& box) {
         const failingcalls::Scope calls;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What comes before what: log, sync, hdparm and the status, and what a worker leaves behind.
+// The order of log, sync, hdparm and the status, and what a worker leaves behind.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -118,7 +118,7 @@ TEST(DvrOrder, ASignalDoesNotLetASecondOperationIn) {
     });
 }
 
-// The C library uses the stack of a detached thread again, and keeps that of any other.
+// The C library reuses the stack of a detached thread, and keeps that of any other.
 TEST(DvrOrder, WorkersLeaveNoStackBehind) {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer keeps mappings of its own for each thread";

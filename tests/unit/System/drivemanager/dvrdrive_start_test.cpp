@@ -19,7 +19,7 @@ const char kContext[] = "System/drivemanager/dvrdrive:[0-9]+ \\(level 1\\):\n";
 const char kNoDirectory[] =
     "Error: Dvr Data mount point does not exist and could not be created.\n";
 
-/// With a drive that init() found ready.
+/// Runs with a drive that init() found ready.
 void withReadyDrive(const std::function<void(Sandbox&, sysDVRDrive&)>& body,
                     const std::vector<std::string>& labels = {"DVRStorage", "DVRData"}) {
     inSandbox([&](Sandbox& box) {
@@ -230,7 +230,7 @@ TEST(DvrStart, ReportsWhyItIsRefused) {
                                                       "Fail1 status\\(2\\)\\(\\(nil\\)\\)\n" +
                                                       kContext + "mStartupState 0 \n"));
             EXPECT_EQ(outcome.mErrors, "");
-            // Ready alone is not enough.
+            // Ready alone is not sufficient.
             drive.setStatus(sysDVRDrive::eStReady);
             EXPECT_FALSE(outcomeOf([&] { return drive.start(); }).mDone);
         },
@@ -250,7 +250,7 @@ TEST(DvrStart, TheReportTellsHowFarTheLastOneCame) {
         EXPECT_THAT(outcome.mOutput,
                     MatchesRegex(std::string(kContext) + "Fail1 status\\(6\\)\\(0x[0-9a-f]+\\)\n" +
                                  kContext + "mStartupState 4 \n"));
-        // It is never reset.
+        // The start-up state is never reset.
         const OutputLevel level(1);
         EXPECT_TRUE(drive.shut());
         EXPECT_THAT(outcomeOf([&] { return drive.start(); }).mOutput,

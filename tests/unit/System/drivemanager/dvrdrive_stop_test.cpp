@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Stopping the drive, and what it measures while it is started.
+// Stopping the drive, and its measurements while it is started.
 #include <gtest/gtest.h>
 #include <sys/statfs.h>
 
@@ -13,7 +13,7 @@ using namespace tests;
 
 namespace {
 
-/// With a drive that is started.
+/// Runs with a started drive.
 void withStartedDrive(const std::function<void(Sandbox&, sysDVRDrive&)>& body,
                       const std::vector<std::string>& labels = {"DVRStorage", "DVRData"},
                       bool hasSettings = true) {
@@ -115,7 +115,7 @@ TEST(DvrStop, TheMessageBelongsToLevelTwo) {
 
 TEST(DvrStop, StorageIsTriedAlsoAfterAFailureOnData) {
     withStartedDrive([](Sandbox&, sysDVRDrive& drive) {
-        // Not nested, so that it can succeed.
+        // Not nested, so that the unmount can succeed.
         ASSERT_EQ(::umount("/dvr/data"), 0);
         const OutputLevel level(2);
         const Outcome outcome = outcomeOf([&] { return drive.stop(); });

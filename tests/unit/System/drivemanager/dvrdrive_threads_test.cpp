@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Many threads at one drive. What goes wrong here shows best under the thread sanitizer.
+// Many threads use one drive. The thread sanitizer detects most errors here.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -16,14 +16,14 @@ namespace {
 
 constexpr int kRounds = 4;
 
-/// Threads that ask a drive for everything that may be asked at any time, until the scope ends.
+/// Threads that make every call that is allowed at any time, until the scope ends.
 class Pollers {
 public:
     explicit Pollers(sysDVRDrive& drive) {
         for (int i = 0; i < 3; ++i) {
             mThreads.emplace_back([this, &drive] { poll(drive); });
         }
-        // No operation begins before all of them ask.
+        // No operation starts before all of them run.
         EXPECT_TRUE(eventually([&] { return mPolling == static_cast<int>(mThreads.size()); }));
     }
     ~Pollers() {
@@ -41,7 +41,7 @@ private:
             auto status = sysDVRDrive::eStNone;
             int progress = -1;
             drive.getStatus(&status, &progress);
-            // Between the steps of an unmount the figures of the root may come.
+            // During an unmount the values of the root file system may be returned.
             (void)drive.totalMB();
             (void)drive.freeMB();
             if (status > sysDVRDrive::eStStarted || progress < 0 || progress > 100 ||
@@ -62,7 +62,7 @@ private:
     std::vector<std::thread> mThreads;
 };
 
-/// Everything that the operations take, any number of times.
+/// Allows all tools of the operations, any number of times.
 void allowAll(Sandbox& box) {
     makeDvrDisk(box);
     allowMounting(box);
@@ -182,7 +182,7 @@ TEST(PartitionThreads, MeasuringBesideMounting) {
         std::atomic<bool> wrong{false};
         std::thread poller([&] {
             while (!stop) {
-                // Between the steps of an unmount the figures of the root may come.
+                // During an unmount the values of the root file system may be returned.
                 (void)partition.fsFree();
                 (void)partition.fsCapacity();
                 wrong = wrong || partition.fsBlockSize() > 65536;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A drive "/dev/sda" for the tests: a file that answers as a disk does, and the partition tool's
+// A drive "/dev/sda" for the tests: a file that answers like a disk, and the partition tool's
 // listing of it.
 #ifndef KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_FAKEDRIVE_H
 #define KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_FAKEDRIVE_H
@@ -19,7 +19,7 @@
 
 namespace tests {
 
-/// Shows what a drive keeps to itself.
+/// Makes protected members of a drive accessible.
 class OpenDrive : public sysHardDrive {
 public:
     using sysHardDrive::mCapacity;
@@ -43,7 +43,7 @@ inline void refuse(unsigned long request) {
     });
 }
 
-/// Identify data with texts in their fields; what they do not fill is zero.
+/// Sets the texts of identify data; the rest of each field is zero.
 inline void answerAta(const std::string& model, const std::string& serial) {
     failingcalls::answerIoctl(HDIO_GET_IDENTITY, [model, serial](void* argument) {
         char* const identity = static_cast<char*>(argument);
@@ -54,7 +54,7 @@ inline void answerAta(const std::string& model, const std::string& serial) {
     });
 }
 
-/// A drive of 80 GB that answers as ATA disks do.
+/// Sets a drive of 80 GB that answers like an ATA disk.
 inline void answerAsDrive() {
     answerAta("MODEL", "SERIAL");
     answerCapacity(80026361856ULL);
@@ -65,7 +65,7 @@ inline Role tableTool() {
     return Role({"/sbin/sfdisk", "-d", "/dev/sda"});
 }
 
-/// A line of the listing.
+/// Returns a line of the listing.
 inline std::string tableLine(const std::string& name, unsigned long sectors,
                              const std::string& type) {
     return name + " : start=       63, size=" + std::to_string(sectors) + ", Id=" + type + "\n";

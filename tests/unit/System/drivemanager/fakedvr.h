@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A recording drive for the tests: "/dev/sda" with two partitions, and the tools that it takes.
+// A recording drive for the tests: "/dev/sda" with two partitions, and the tools for it.
 #ifndef KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_FAKEDVR_H
 #define KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_FAKEDVR_H
 
@@ -18,7 +18,7 @@
 
 namespace tests {
 
-/// The box's table of block devices for a scope; on request one without a settings partition.
+/// The box's table of block devices for a scope, optionally without a settings partition.
 class DeviceTable {
 public:
     explicit DeviceTable(bool hasSettings = true) {
@@ -50,7 +50,7 @@ inline Role dataMaker() {
     return Role({"/sbin/mkfs.xfs", "-L", "DVRData", "-f", "-l", "lazy-count=0", "/dev/sda2"});
 }
 
-/// Without its last act, which is mountStorage(role).
+/// Without its last action, mountStorage(role).
 inline Role storageMounter() {
     return Role({"/bin/mount", "-t", "xfs", "/dev/sda1", "/dvr", "-o", "prjquota"});
 }
@@ -67,8 +67,8 @@ inline Role mountsData() {
     return dataMounter().mount("/dev/sda2", "/dvr/data");
 }
 
-/// A disk whose partitions carry these XFS labels; an empty one is a partition without a file
-/// system. Any number of listings is allowed.
+/// Makes a disk whose partitions have these XFS labels; an empty one is a partition without a file
+/// system. Allows any number of listings.
 inline void makeDisk(Sandbox& box, const std::vector<std::string>& labels) {
     answerAsDrive();
     std::string listing;
@@ -84,14 +84,14 @@ inline void makeDvrDisk(Sandbox& box) {
     makeDisk(box, {"DVRStorage", "DVRData"});
 }
 
-/// What start() and stop() need, any number of times.
+/// Allows the tools of start() and stop(), any number of times.
 inline void allowMounting(Sandbox& box) {
     box.allow(hdparm("-S0"));
     box.allow(mountsStorage());
     box.allow(mountsData());
 }
 
-/// Mounts an empty file system whose device has this name.
+/// Mounts an empty file system with this device name.
 inline void mountAs(const std::string& device, const std::string& directory) {
     (void)::mkdir(directory.c_str(), 0755);
     ASSERT_EQ(::mount(device.c_str(), directory.c_str(), "tmpfs", 0, nullptr), 0);
@@ -118,7 +118,7 @@ inline void awaitStatus(sysDVRDrive& drive, sysDVRDrive::Status status) {
     EXPECT_TRUE(eventually([&] { return statusOf(drive) == status; })) << statusOf(drive);
 }
 
-/// How often a tool was run.
+/// Returns how often a tool was run.
 inline int runsOf(const Sandbox& box, const std::string& tool) {
     int count = 0;
     for (const ToolRun& run : box.runs()) {

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::uint64_t kLargest = UINT32_MAX;
 
-/// An ordinary file system.
+/// Returns an ordinary file system.
 struct statfs ordinary() {
     struct statfs status = {};
     status.f_bsize = 4096;
@@ -153,7 +153,7 @@ TEST(PartitionSize, GivesTheFiguresOfTheKnownDirectory) {
         box.replaceMounts("/dev/sda1 /known xfs rw 0 0\n");
         sysPartition partition;
         ASSERT_TRUE(partition.init("/dev/sda1", 1, 0));
-        // What counts is what the object knows, not the table.
+        // The object's own state counts, not the table.
         tests::writeFile("/stub/mounts", "");
         const failingcalls::Scope scope;
         failingcalls::answerStatfs([](const char* path, struct statfs* status) {

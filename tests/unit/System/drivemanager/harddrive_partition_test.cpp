@@ -39,7 +39,7 @@ void makeDrive(OpenDrive& drive) {
     tests::writeFile("/dev/sda1", "");
 }
 
-/// A writer that was run from `first` on saw no end of its input.
+/// Expects that a writer that was run after `first` saw no end of its input.
 void expectNoInput(const std::vector<ToolRun>& runs, std::size_t first) {
     ASSERT_LE(runs.size(), first + 1);
     for (std::size_t i = first; i < runs.size(); ++i) {
@@ -110,7 +110,7 @@ TEST(PartitionCustom, RebuildsTheListAlsoAfterAFailure) {
             EXPECT_FALSE(partition(drive));
             EXPECT_EQ(drive.numPartitions(), 1);
         }
-        // The listing's own failure does not count.
+        // A failure of the listing does not count.
         box.expect(writer().readInput());
         box.expect(tableTool().exit(1));
         EXPECT_TRUE(partition(drive));
@@ -146,7 +146,7 @@ TEST(PartitionCustom, AToolThatDiesWithoutReadingTakesNobodyAlong) {
         sigset_t before;
         ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &before), 0);
         const failingcalls::Scope scope;
-        // The script is written when the stream is closed: by then nobody reads any more.
+        // The script is written when the stream is closed; the reader has exited by then.
         int opened = 0;
         failingcalls::before(Call::eFdopen, [&] {
             if (opened++ == 0) {
@@ -162,7 +162,7 @@ TEST(PartitionCustom, AToolThatDiesWithoutReadingTakesNobodyAlong) {
         sigset_t after;
         ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &after), 0);
         EXPECT_EQ(sigismember(&after, SIGPIPE), sigismember(&before, SIGPIPE));
-        // A status of 0 counts, even when the script was not wanted.
+        // A status of 0 counts, even if the tool did not read the script.
         opened = 0;
         box.expect(writer().exit(0));
         box.expect(tableTool());
@@ -183,7 +183,7 @@ TEST(PartitionCustom, EachFailingCall) {
             const std::size_t runs = box.runs().size();
             const failingcalls::Scope scope;
             failingcalls::fail(call, ENOMEM);
-            // One that is not waited for has come to its end, and into the record, all the same.
+            // A child that is not waited for has still exited, and is in the record.
             if (call == Call::eWaitpid) {
                 failingcalls::before(call, [] { (void)tests::endOfChild(); });
             }
@@ -192,10 +192,10 @@ TEST(PartitionCustom, EachFailingCall) {
             EXPECT_EQ(outcome.mOutput + outcome.mErrors, "");
             EXPECT_EQ(tests::nextDescriptor(), next);
             EXPECT_EQ(tests::hasChildren(), call == Call::eWaitpid);
-            // Only what has run far enough to change the disk is followed by a new listing.
+            // Only a tool that may have changed the disk is followed by a new listing.
             const std::size_t more = box.runs().size() - runs;
             if (call == Call::eFdopen) {
-                expectNoInput(box.runs(), runs);  // killed, perhaps before it was executed
+                expectNoInput(box.runs(), runs);  // killed, possibly before execve()
             } else {
                 EXPECT_EQ(more, call == Call::eWaitpid ? 2U : 0U);
             }
@@ -204,7 +204,7 @@ TEST(PartitionCustom, EachFailingCall) {
     });
 }
 
-// A table that is short of its last lines would cost the recordings all the same.
+// A table without its last lines would destroy the recordings as well.
 TEST(PartitionCustom, AToolThatCannotBeGivenItsWholeScriptIsKilled) {
     inSandbox([](Sandbox& box) {
         const tests::OutputLevel level(0);

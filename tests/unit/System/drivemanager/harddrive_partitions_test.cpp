@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The list of partitions: read from the tool, written through it.
+// The list of partitions: read with the tool, written with it.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -28,7 +28,7 @@ namespace {
 const std::string kTwo = "unit: sectors\n\n" + tableLine("/dev/sda1", 100, "83") +
                          tableLine("/dev/sda2", 200, "82") + tableLine("/dev/sda3", 0, " 0");
 
-/// A drive with its nodes, as it is after init().
+/// A drive with its nodes, as after init().
 void makeDrive(OpenDrive& drive) {
     drive.mDevice = "/dev/sda";
     for (const char* const name : {"/dev/sda1", "/dev/sda2", "/dev/sda3"}) {

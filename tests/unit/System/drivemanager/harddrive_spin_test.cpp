@@ -120,7 +120,7 @@ TEST(SpinUp, OpensForReadingOnlyAndReadsOneByte) {
     inSandbox([](Sandbox& box) {
         OpenDrive drive;
         makeDrive(drive);
-        // What is written into the pipe beforehand tells how much was read.
+        // Bytes that are in the pipe beforehand show how much was read.
         int ends[2];
         ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
         ASSERT_EQ(::write(ends[1], "abc", 3), 3);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Whether a drive without partitions has an empty table or one that could not be read.
+// Whether a drive without partitions has an empty table or an unreadable one.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -67,7 +67,7 @@ TEST(TableState, AnEmptyTableIsRead) {
         EXPECT_EQ(drive.tableState(), sysHardDrive::eTableRead);
         EXPECT_EQ(drive.tableToolStatus(), 0);
         EXPECT_EQ(drive.tableToolError(), 0);
-        // It stays known when the partitions are forgotten.
+        // The state is kept when the partitions are cleared.
         EXPECT_TRUE(drive.shut());
         EXPECT_EQ(drive.tableState(), sysHardDrive::eTableRead);
     });
@@ -89,7 +89,7 @@ TEST(TableState, AToolThatFailsIsToldWithItsStatus) {
         scan(drive);
         EXPECT_EQ(drive.tableState(), sysHardDrive::eTableToolFailed);
         EXPECT_EQ(drive.tableToolStatus(), SIGKILL);
-        // The next one that succeeds counts.
+        // The next successful scan counts.
         box.expect(tableTool());
         scan(drive);
         EXPECT_EQ(drive.tableState(), sysHardDrive::eTableRead);
@@ -171,7 +171,7 @@ TEST(TableState, EachDriveHasItsOwn) {
             EXPECT_EQ(second.tableState(), sysHardDrive::eTableToolFailed);
             EXPECT_EQ(first.tableState(), sysHardDrive::eTableRead);
         }
-        // Nor does one inherit what another one at its place has left.
+        // An object does not inherit the state of an earlier one at the same address.
         alignas(OpenDrive) unsigned char storage[sizeof(OpenDrive)];
         for (int i = 0; i < 2; ++i) {
             auto* const drive = new (storage) OpenDrive;

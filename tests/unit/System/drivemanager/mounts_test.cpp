@@ -90,7 +90,7 @@ TEST(FindMounted, ALongLineIsReadInPiecesOf255) {
     inSandbox([](Sandbox& box) {
         const std::string filling(300, 'o');
         const std::string head = "overlay /o " + filling;
-        // The options of the first line hide a second piece that reads like an entry.
+        // The options of the first line contain a second piece that looks like an entry.
         const std::string piece = head.substr(0, 255);
         box.replaceMounts(piece + "/dev/sda1 /hidden\n/dev/sda1 /shown xfs rw 0 0\n");
         EXPECT_EQ(directoryOf("/dev/sda1"), "/hidden");
@@ -146,7 +146,7 @@ TEST(ListMounts, GivesEveryDirectoryInOrder) {
 
 TEST(ListMounts, KnowsADeviceByEveryNameOfItsNode) {
     inSandbox([](Sandbox& box) {
-        // Nodes that no driver answers: only their numbers matter.
+        // Nodes without a driver: only their numbers matter.
         for (const auto& [name, minor] : {std::pair("/dev/sda1", 1),
                                           {"/dev/disk", 1},
                                           {"/dev/with blank", 1},
@@ -239,7 +239,7 @@ TEST(IsMounted, FollowsTheTableAndForgetsNothing) {
         tests::writeFile("/stub/mounts", "/dev/sda1 /two xfs rw 0 0\n");
         EXPECT_TRUE(partition.isMounted());
         EXPECT_STREQ(partition.mountpoint(), "/two");
-        // Gone from the table, it is still remembered: only an unmount empties it.
+        // Even when it is gone from the table, only an unmount clears the mount point.
         tests::writeFile("/stub/mounts", "other /two xfs rw 0 0\n");
         EXPECT_FALSE(partition.isMounted());
         EXPECT_STREQ(partition.mountpoint(), "/two");

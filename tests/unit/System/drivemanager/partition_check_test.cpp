@@ -20,7 +20,7 @@ using tests::Sandbox;
 
 namespace {
 
-/// The checker is given its end of the pipe by number: the writing end comes second.
+/// The checker receives its end of the pipe by number; the writing end is the second descriptor.
 Role checker() {
     const std::string number = std::to_string(tests::nextDescriptor() + 1);
     return Role({"/sbin/fsck.ext3", "-C", number, "-p", "/dev/sda1"});
@@ -105,7 +105,7 @@ TEST(Ext3Check, ProgressFollowsEveryLine) {
         }
         EXPECT_TRUE(check.result());
         EXPECT_EQ(beforeFork, 0);
-        // The end of the output alone is no progress.
+        // The end of the output alone does not change the progress.
         EXPECT_EQ(beforeWait, 40000);
         EXPECT_EQ(partition.ext3_fscheck_progress(), 100000);
     });

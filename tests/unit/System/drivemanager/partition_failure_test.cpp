@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The reason that lastFailure() gives for every kind of failure of a partition, and the size that a
-// superblock states.
+// The reason that lastFailure() returns for every kind of failure of a partition, and the size
+// stated in a superblock.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -25,7 +25,7 @@ using tests::Sandbox;
 
 namespace {
 
-/// "step path errno status" of the last failure of this thread, "none" without one.
+/// Returns "step path errno status" of the last failure of this thread, "none" without one.
 std::string lastFailure() {
     sysPartition::Failure failure;
     if (!sysPartition::lastFailure(&failure)) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// How a partition is taken over: its node's name, its type, its file system.
+// How a partition is initialised: its node's name, its type, its file system.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ namespace {
 constexpr int kLinux = 0x83;
 const char kContext[] = "System/drivemanager/partition:[0-9]+ \\(level 1\\):\n";
 
-/// Whether a new partition object takes the node, and what it logs.
+/// Whether a new partition object accepts the node, and what it logs.
 struct Taken {
     explicit Taken(const std::string& path, unsigned long long capacity = 1, int type = kLinux) {
         const tests::Capture capture;
@@ -147,7 +147,7 @@ TEST(PartitionInit, TellsANameThatHasNoOther) {
         tests::writeFile("/dev/mmcblk0-part2", "");
         tests::writeFile("/dev/mmcblk0p-part2", "");
         tests::writeFile("/dev/x-part1", "");
-        // Three characters are too short a name to rewrite.
+        // A name of three characters is too short to rewrite.
         tests::writeFile("x-part1", "");
         for (const char* const name : {"/dev/mmcblk0p12", "/dev/sdz1", "/dev/mmcblk0p", "xp1", "p1",
                                        "1", "", "/dev/mmcblk0pa", "/dev/mmcblk0P1"}) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Real file systems on real block devices, with the machine's own tools.
+// Real file systems on real block devices, made with the machine's own tools.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -28,7 +28,7 @@ struct Disk {
     sysPartition::FSType mMountedAs;
     long long mSize;
 };
-// ext2 is recognised as ext3, but only the kernel's own choice mounts it: it has no journal.
+// ext2 is recognised as ext3, but can only be mounted without a type, because it has no journal.
 const Disk kExt2 = {"/usr/sbin/mkfs.ext2 -q -F -L", sysPartition::eFsExt3, sysPartition::eFsUnknown,
                     32 << 20};
 const Disk kExt3 = {"/usr/sbin/mkfs.ext3 -q -F -L", sysPartition::eFsExt3, sysPartition::eFsExt3,
@@ -36,7 +36,7 @@ const Disk kExt3 = {"/usr/sbin/mkfs.ext3 -q -F -L", sysPartition::eFsExt3, sysPa
 const Disk kXfs = {"/usr/sbin/mkfs.xfs -q -L", sysPartition::eFsXfs, sysPartition::eFsXfs,
                    300 << 20};
 
-/// Makes "/dev/sda1" a block device with this file system. False where there can be none.
+/// Makes "/dev/sda1" a block device with this file system. Returns false if there can be none.
 bool makeDevice(Sandbox& box, const Disk& disk) {
     tests::writeFile("/tmp/image", "", disk.mSize);
     const std::string command = std::string(disk.mMaker) + " DVRData /tmp/image";

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What a partition knows stays true without memory and after a cancellation, and its own texts may
-// be given to it as arguments. The program's operator delete overwrites what it frees.
+// The state of a partition stays valid without memory and after a cancellation, and its own texts
+// may be passed to it as arguments. The program's operator delete overwrites freed memory.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -20,7 +20,7 @@ using namespace tests;
 
 namespace {
 
-// Longer than what a string holds without memory of its own.
+// Too long for the internal buffer of std::string.
 const char kLong[] = "/a-directory-of-many-characters";
 const char kOther[] = "/another-directory-of-many-characters";
 
@@ -28,7 +28,7 @@ Role mounter(const std::string& directory) {
     return Role({"/bin/mount", "-t", "xfs", "/dev/sda1", directory}).mount("/dev/sda1", directory);
 }
 
-/// Mounts "/dev/sda1" on kLong by the partition itself.
+/// Mounts "/dev/sda1" on kLong with the partition object.
 void mountOnLong(Sandbox& box, sysPartition& partition) {
     ASSERT_EQ(::mkdir(kLong, 0755), 0);
     ASSERT_EQ(::mkdir(kOther, 0755), 0);
@@ -94,7 +94,7 @@ TEST(PartitionAliases, InitWithItsOwnTexts) {
         EXPECT_TRUE(partition.init(partition.path(), 2, 0x83));
         EXPECT_EQ(partition.path(), path);
         EXPECT_STREQ(partition.label(), "label");
-        // By the alternative name, out of the path that is replaced.
+        // By the alternative name, from the path that is being replaced.
         EXPECT_TRUE(partition.init((node + "p1").c_str(), 1, 0x83));
         EXPECT_EQ(partition.path(), node + "-part1");
         writeFile("/dev/sda1", "");
@@ -151,7 +151,7 @@ TEST(DriveAliases, InitWithItsOwnTexts) {
         box.allow(Role({"/sbin/sfdisk", "-d", device}));
         EXPECT_TRUE(drive.init(drive.mModel.c_str()));
         EXPECT_EQ(drive.mDevice, device);
-        // So is the path of a partition, which the scan frees.
+        // The path of a partition, which the scan frees.
         drive.addPartition(device.c_str(), 1, 0);
         const Outcome outcome =
             outcomeOf([&] { return drive.init(drive.getPartition(0)->path()); });

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Mounting and unmounting through the tool and the kernel. The stub of the mount command mounts an
-// empty file system under the device's name, so that the kernel's own table tells the state.
+// Mounting and unmounting with the tool and the kernel. The stub of the mount command mounts an
+// empty file system with the device's name, so that the kernel's own table has the state.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -29,7 +29,7 @@ using Arguments = std::vector<std::string>;
 
 const char kTrying[] = "Trying to mount fs /dev/sda1 on /dvr\n";
 
-/// Mounts it on /dvr with the help of the stub.
+/// Mounts it on /dvr with the stub.
 void mountOnDvr(Sandbox& box, sysPartition& partition) {
     const tests::OutputLevel level(0);
     box.expect(Role({"/bin/mount", "-t", "xfs", "/dev/sda1", "/dvr"}).mount("/dev/sda1", "/dvr"));
@@ -70,7 +70,7 @@ TEST(PartitionMount, TheCommandIsOneExactTextForTheShell) {
         sysPartition partition;
         makePartition(partition);
         const tests::OutputLevel level(0);
-        // A shell of the test's own writes down what it is asked to run.
+        // A shell of the test's own records the commands.
         box.removeTool("/bin/sh");
         ASSERT_EQ(::link("/stub/tool", "/bin/sh"), 0);
         box.expect(Role({"sh", "-c", "/bin/mount -t xfs /dev/sda1 /dvr"}));

@@ -73,8 +73,8 @@ TEST(PartitionReinit, EveryDigitMayEndAnAlternativeName) {
     });
 }
 
-// A device that may not be written is a partition nevertheless; a folder stands for it here,
-// because root may write every file.
+// A device that cannot be written is still a valid partition. A directory replaces it here, because
+// root can write every file.
 TEST(PartitionReinit, OpensItsNodeForReadingOnly) {
     inSandbox([](Sandbox&) {
         ASSERT_EQ(::mkdir("/dev/sda1", 0755), 0);

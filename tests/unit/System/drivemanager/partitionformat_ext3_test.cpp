@@ -25,11 +25,11 @@ Role maker(const std::string& label) {
     return Role({"/sbin/mkfs.ext3", "-L", label, "-m", "0", "-i", "2097152", "/dev/sda1"});
 }
 
-/// The values that the progress takes, each seen while the tool stands still.
+/// The values of the progress, each seen while the tool is stopped.
 class Watch {
 public:
     explicit Watch(const sysPartition& partition) : mPartition(partition) {}
-    /// Also from the thread that formats, where a call is about to be made.
+    /// Also called from the formatting thread, just before a call.
     void note() {
         const std::lock_guard<std::mutex> lock(mLock);
         const int value = mPartition.ext3_format_progress();
@@ -43,7 +43,7 @@ public:
             return mPartition.ext3_format_progress() == value;
         })) << value;
     }
-    /// When the operation has ended.
+    /// Valid after the operation.
     const std::vector<int>& values() const { return mValues; }
 
 private:
@@ -102,7 +102,8 @@ TEST(Ext3Format, ProgressFollowsEveryStage) {
         failingcalls::before(Call::eFdopen, [&] { watch.note(); });
         failingcalls::before(Call::eWaitpid, [&] { watch.note(); });
         Background format([&] { return partition.ext3_format("x"); });
-        // What is printed before a hold has no end yet, and shows with the next backspace.
+        // Text that is printed before a hold has no end yet, and takes effect with the next
+        // backspace.
         const int expected[] = {10000, 10000, 20000, 45000, 70000, 70000};
         for (const int value : expected) {
             box.awaitHeld();

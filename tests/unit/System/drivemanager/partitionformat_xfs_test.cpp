@@ -56,7 +56,7 @@ TEST(XfsFormat, EchoesTheOutputAndItsEnd) {
     });
 }
 
-// What one read brings is one message: one taking of the lock, one write.
+// The result of one read is one message: one lock, one write.
 TEST(XfsFormat, EchoesPiecesAndNotCharacters) {
     inSandbox([](Sandbox& box) {
         sysPartition partition;

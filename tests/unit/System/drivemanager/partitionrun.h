@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the tests of the long-running operations share.
+// Shared by the tests of the long-running operations.
 #ifndef KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_PARTITIONRUN_H
 #define KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_PARTITIONRUN_H
 
@@ -30,7 +30,7 @@ inline void makePartition(sysPartition& partition) {
     ASSERT_TRUE(partition.init("/dev/sda1", 1, 0));
 }
 
-/// A partition operation's result and what it wrote.
+/// The result and the output of a partition operation.
 struct Outcome {
     bool mDone;
     std::string mOutput;
@@ -44,7 +44,8 @@ Outcome outcomeOf(Operation operation) {
     return {done, capture.output(), capture.errors()};
 }
 
-/// An operation on a thread of its own. Ends with the scope, so let what it waits for go on first.
+/// An operation on its own thread. Joins at the end of the scope, so release what it waits for
+/// first.
 class Background {
 public:
     template <class Operation>
@@ -77,7 +78,7 @@ private:
     std::thread mThread;
 };
 
-/// What a descriptor of this process is, as a stub records it.
+/// Returns the target of a descriptor of this process, as a stub records it.
 inline std::string descriptorText(int number) {
     char target[PATH_MAX];
     const std::string path = "/proc/self/fd/" + std::to_string(number);
@@ -88,7 +89,7 @@ inline std::string descriptorText(int number) {
                             modes[::fcntl(number, F_GETFL) & O_ACCMODE];
 }
 
-/// The number that the next descriptor gets: the same again when nothing was left open.
+/// Returns the number that the next descriptor gets: unchanged if none was leaked.
 inline int nextDescriptor() {
     const int next = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
     (void)::close(next);
@@ -99,7 +100,7 @@ inline bool hasChildren() {
     return ::waitpid(-1, nullptr, WNOHANG) >= 0;
 }
 
-/// Waits until the only child has ended and tells how, without taking the notice away.
+/// Waits until the only child has exited and returns how, without reaping it.
 inline siginfo_t endOfChild() {
     siginfo_t end = {};
     EXPECT_EQ(::waitid(P_ALL, 0, &end, WEXITED | WNOWAIT), 0);
@@ -114,13 +115,13 @@ inline std::vector<std::string> ownEnvironment() {
     return texts;
 }
 
-/// The priority of a tool that is so much nicer than its caller.
+/// Returns the priority of a tool at this increment above its caller's.
 inline int nicerBy(int more) {
     constexpr int nicest = 19;
     return std::min(nicest, ::getpriority(PRIO_PROCESS, 0) + more);
 }
 
-/// A formatter ran in the caller's surroundings, only nicer, with its output in a pipe.
+/// Expects that a formatter ran in the caller's environment, only nicer, with its output in a pipe.
 inline void expectFormatterRun(const ToolRun& run) {
     EXPECT_EQ(run.mEnvironment, ownEnvironment());
     EXPECT_EQ(run.mNice, nicerBy(10));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Signatures on images that the machine's own tools have made, and on bytes of the test where a
-// tool needs more than a file.
+// Signatures on images made by the machine's own tools, and on the test's own bytes if a tool needs
+// more than a file.
 #include "System/drivemanager/signature.h"
 
 #include <gtest/gtest.h>
@@ -23,11 +23,11 @@ namespace {
 
 constexpr unsigned long long kMebibyte = 1 << 20;
 
-/// What a tool makes of an empty image.
+/// The result of a tool on an empty image.
 struct Image {
     const char* mTest;
     unsigned mMebibytes;
-    const char* mTool;  ///< skipped where it is not installed
+    const char* mTool;  ///< skipped if it is not installed
     const char* mArguments;
     const char* mName;
     const char* mLabel;
@@ -68,7 +68,7 @@ const Image kImages[] = {
 
 class SignatureOf : public testing::TestWithParam<Image> {};
 
-/// An image with these bytes at an offset, zeros elsewhere.
+/// Returns an image with these bytes at an offset, and zeros elsewhere.
 base::Descriptor imageWith(const std::string& bytes, off_t at, off_t size) {
     base::Descriptor file(::memfd_create("image", MFD_CLOEXEC));
     EXPECT_EQ(::ftruncate(file.get(), size), 0);
@@ -77,7 +77,7 @@ base::Descriptor imageWith(const std::string& bytes, off_t at, off_t size) {
     return file;
 }
 
-/// "name 'label' size", or "none".
+/// Returns "name 'label' size", or "none".
 std::string textOf(const Signature& signature) {
     if (signature.mpName == nullptr) {
         return "none";
@@ -161,7 +161,7 @@ TEST(Signature, RaidOfEveryFormat) {
     EXPECT_EQ(found(named, kMebibyte - 8192), "linux_raid_member 'box:0' 0");
     EXPECT_EQ(found(named, kMebibyte - 8192, kMebibyte + 4095), "linux_raid_member 'box:0' 0");
     EXPECT_EQ(found(named, kMebibyte - 4096), "none");
-    // Format 0.90: in the last whole 64 KiB but one, without a name.
+    // Format 0.90: in the last but one whole 64 KiB block, without a name.
     EXPECT_EQ(found(magic, kMebibyte - 65536), "linux_raid_member '' 0");
     EXPECT_EQ(found(magic, kMebibyte - 65536, kMebibyte + 65535), "linux_raid_member '' 0");
 }
@@ -178,7 +178,7 @@ TEST(Signature, AnExtOfMoreThan2To32Blocks) {
     superblock.replace(96, 1, "\x80");
     superblock.replace(336, 1, "\1");
     EXPECT_EQ(found(superblock, 1024), "ext4 '' " + std::to_string(4096ULL * 0x100000001ULL));
-    // Without the feature the upper half belongs to something else.
+    // Without the feature the upper half belongs to another field.
     superblock.replace(96, 1, "\x40");
     EXPECT_EQ(found(superblock, 1024), "ext4 '' 4096");
 }
@@ -214,7 +214,7 @@ TEST(Signature, NothingOnBlankAndOnTinyDevices) {
     for (const off_t size : {0, 1, 3, 511, 512, 4096}) {
         EXPECT_EQ(found("", 0, size), "none");
     }
-    // An image cut within the bytes that would be read.
+    // An image that ends within the bytes that would be read.
     EXPECT_EQ(found("XFSB", 0, 4), "xfs '' 0");
     EXPECT_EQ(found("XFS", 0, 3), "none");
 }

@@ -17,7 +17,7 @@ using failingcalls::Call;
 
 namespace {
 
-/// A device with these bytes.
+/// Returns a device with these bytes.
 base::Descriptor device(const std::string& bytes) {
     base::Descriptor file(::memfd_create("device", MFD_CLOEXEC));
     EXPECT_TRUE(base::writeAll(file.get(), bytes.data(), bytes.size()));

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
-// The program's own operator new, which can fail on any thread but the test's, and its own operator
-// delete, which overwrites what it frees.
+// The program's own operator new, which can fail on any thread except the test's, and its own
+// operator delete, which overwrites freed memory.
 #ifndef KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_WORKERMEMORY_H
 #define KESTROVA_TESTS_SYSTEM_DRIVEMANAGER_WORKERMEMORY_H
 
 namespace tests {
 
-/// The nth allocation from now on a thread that is not exempt fails; 0 for none.
+/// Makes the nth allocation from now fail, on threads that are not exempt; 0 for none.
 void failWorkerAllocation(int nth);
-/// Allocations on such threads since the last call of failWorkerAllocation().
+/// Returns the number of allocations on such threads since the last failWorkerAllocation().
 int workerAllocations();
-/// No allocation of the calling thread counts or fails.
+/// Excludes the calling thread: its allocations neither count nor fail.
 void exemptThisThread();
 
 }  // namespace tests

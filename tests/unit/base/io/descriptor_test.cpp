@@ -82,7 +82,7 @@ TEST(DescriptorTest, CloseTellsAFailureAndGivesTheNumberUp) {
     EXPECT_EQ(0, ::close(number));
 }
 
-/// Runs a body in a thread that has a cancellation pending; false when that acted within the body.
+/// Runs a body in a thread with a pending cancellation. Returns false if the body was cancelled.
 template <class Body>
 bool survivesCancellation(Body body) {
     bool survived = false;
@@ -251,7 +251,7 @@ constexpr bool kDescriptorRacesAreReported = true;
 constexpr bool kDescriptorRacesAreReported = false;
 #endif
 
-// Another thread prints all the time, to an output that is not there.
+// Another thread prints continuously, to an output that is closed.
 TEST(OpenTest, NothingPrintedMeanwhileGetsIntoAFile) {
     if (kDescriptorRacesAreReported) {
         GTEST_SKIP() << "the sanitizer takes offence at the printer, which is the point of it";

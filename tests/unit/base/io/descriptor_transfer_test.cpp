@@ -35,7 +35,7 @@ TEST(ReadAtTest, ReadsFromItsOffset) {
     EXPECT_FALSE(base::readAt(file.get(), 100, bytes, 1));
 }
 
-// Drives are larger than what 32 bits can tell.
+// Drives are larger than 32 bits can address.
 TEST(ReadAtTest, ReadsBeyondFourGibibytes) {
     const TempDir directory;
     const std::string path = directory.path("file");
@@ -79,7 +79,7 @@ TEST(ReadSomeTest, IsReadThatGoesOn) {
 
 void ignoreSignal(int /*signal*/) {}
 
-// A signal cuts a long write to a pipe short: what was taken is not written again.
+// A signal truncates a long write to a pipe: the written part is not written again.
 TEST(WriteAllTest, GoesOnWhereAWriteWasCutShort) {
     struct sigaction action = {};
     struct sigaction before = {};

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Looking for files and reading them whole.
+// Testing for files and reading them completely.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -91,7 +91,7 @@ TEST(FileReadTest, EmptyFileMakesTheStringEmpty) {
     EXPECT_EQ(KestrovaStringShared::smEmpty.mpBytes, string.data());
 }
 
-// The kernel tells no size for these, and gives them in pieces.
+// The kernel reports no size for these, and returns them in pieces.
 TEST(FileReadTest, FilesOfTheProcFileSystem) {
     KestrovaStringShared string;
     ASSERT_EQ(0, kestrova_file_read("/proc/self/comm", string, true));
@@ -130,7 +130,7 @@ INSTANTIATE_TEST_SUITE_P(Paths, FileReadFailureTest,
                          testing::Values(FailureCase{"Absent", "/nowhere/at/all", ENOENT},
                                          FailureCase{"Directory", "/proc", EISDIR},
                                          FailureCase{"BelowAFile", "/dev/null/x", ENOTDIR},
-                                         // Memory at address 0 is not there.
+                                         // There is no memory at address 0.
                                          FailureCase{"ReadError", "/proc/self/mem", EIO}),
                          [](const auto& failure) { return failure.param.mName; });
 
@@ -183,7 +183,7 @@ TEST(FileReadTest, TheStartOfAFile) {
 
 TEST(FileReadTest, FileThatMayNotBeRead) {
     if (::geteuid() == 0) {
-        // Root may read everything: another user does it.
+        // Root can read everything, so another user reads it.
         EXPECT_EQ("", tests::inChild([] {
                       const TempDir directory;
                       const std::string path = directory.write("secret", "x");

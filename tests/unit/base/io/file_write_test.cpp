@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Writing files whole and onto the disk.
+// Writing files completely and to disk.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -59,7 +59,7 @@ TEST(FileCreateTest, ModeCountsForANewFileLessTheUmask) {
     (void)::umask(before);
 }
 
-// Success is only told when the data are on the disk: in this order, each looked at.
+// Success is returned only after the data is on the disk: in this order, each result checked.
 TEST(FileCreateTest, SyncsAfterTheLastWriteAndBeforeTheClose) {
     const TempDir directory;
     const failingcalls::Scope calls;
@@ -102,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, FileCreateFailureTest,
                                          FailingCall{"Write", Call::eWrite, EIO},
                                          FailingCall{"Fsync", Call::eFsync, EIO},
                                          FailingCall{"Close", Call::eClose, EDQUOT},
-                                         // The number is free although the call says so.
+                                         // The number is free although the call fails.
                                          FailingCall{"InterruptedClose", Call::eClose, EINTR}),
                          [](const auto& failing) { return failing.param.mName; });
 
@@ -129,13 +129,13 @@ TEST(FileCreateTest, FullDevice) {
     EXPECT_EQ(ENOSPC, errno);
 }
 
-// It takes the data, but they are nowhere.
+// It accepts the data, but does not store it.
 TEST(FileCreateTest, DeviceThatCannotBeSynced) {
     EXPECT_GT(0, create("/dev/null", "x"));
     EXPECT_EQ(EINVAL, errno);
 }
 
-// The limit cuts the first write short and refuses the second, as a disk does that fills up.
+// The limit truncates the first write and refuses the second, like a disk that fills up.
 TEST(FileCreateTest, DiskThatFillsUpInTheMiddle) {
     const TempDir directory;
     const std::string path = directory.path("file");
@@ -163,7 +163,7 @@ TEST(FileCreateTest, LeavesNoDescriptorOpen) {
     EXPECT_EQ(before, after);
 }
 
-// What is printed meanwhile must not get into the file.
+// Text that is printed meanwhile must not be written to the file.
 TEST(FileCreateTest, NeverTakesThePlaceOfAStandardStream) {
     const TempDir directory;
     const std::string path = directory.path("file");

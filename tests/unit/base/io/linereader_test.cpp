@@ -27,7 +27,7 @@ using base::Stream;
 using tests::TempDir;
 using Lines = std::vector<std::string>;
 
-/// A source that gives its pieces one a read; an empty one is an interruption, "!" an error.
+/// A source that returns one piece per read; an empty one is an interruption, "!" an error.
 using Pieces = std::deque<std::string>;
 
 ssize_t readPiece(void* source, char* buffer, size_t size) {
@@ -52,7 +52,7 @@ Stream streamOf(Pieces& pieces) {
     return Stream(::fopencookie(&pieces, "r", functions));
 }
 
-/// All lines that are read with a buffer of a size.
+/// Returns all lines that are read with a buffer of this size.
 Lines linesOf(Pieces pieces, std::size_t size = 256) {
     const Stream stream = streamOf(pieces);
     Lines lines;
@@ -125,7 +125,7 @@ TEST(ReadCharacterTest, GivesEveryByteAndThenTheEnd) {
 
 void ignoreSignal(int /*signal*/) {}
 
-// The real thing: signals whose handlers do not restart the read, while it waits for more.
+// Real signals, whose handlers do not restart the read, while it waits for more.
 TEST(ReadLineTest, SignalsDoNotTearALine) {
     struct sigaction action = {};
     struct sigaction before = {};
@@ -153,7 +153,7 @@ TEST(ReadLineTest, SignalsDoNotTearALine) {
     EXPECT_EQ(0, ::sigaction(SIGUSR1, &before, nullptr));
 }
 
-// An application may write all its buffers out while a worker waits for a tool that says nothing.
+// An application may flush all streams while a worker waits for a tool that prints nothing.
 TEST(ReadCharacterTest, WaitingReaderDoesNotHoldUpAFlushOfAllStreams) {
     base::Pipe pipe;
     ASSERT_TRUE(pipe.open());
@@ -167,7 +167,7 @@ TEST(ReadCharacterTest, WaitingReaderDoesNotHoldUpAFlushOfAllStreams) {
     ASSERT_EQ(1, ::write(pipe.mWrite.get(), "a", 1));
     reading.get_future().wait();
     auto flusher = std::async(std::launch::async, [] {
-        for (int i = 0; i < 2000; ++i) {  // the reader is in its wait for one of them, surely
+        for (int i = 0; i < 2000; ++i) {  // the reader waits during at least one of them
             (void)std::fflush(nullptr);
             (void)::sched_yield();
         }

@@ -24,7 +24,7 @@ std::string split(std::string line) {
     return textOf(base::splitMountLine(line.data()));
 }
 
-/// Every entry of a table, read into a buffer of this size.
+/// Returns every entry of a table, read into a buffer of this size.
 std::vector<std::string> entriesOf(Sandbox& box, const std::string& text, std::size_t size) {
     box.replaceMounts(text);
     base::MountTable table;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Standard output: nothing is held back, nothing is lost.
+// Standard output: no buffering, no loss.
 #include "base/log/console.h"
 
 #include <fcntl.h>
@@ -27,7 +27,7 @@ using tests::Capture;
 using tests::Findings;
 using tests::inChild;
 
-/// Text with a recognisable place everywhere.
+/// A text in which every position is recognisable.
 std::string patternOf(std::size_t length) {
     std::string text(length, ' ');
     for (std::size_t i = 0; i < length; ++i) {
@@ -99,7 +99,7 @@ TEST(ConsoleTest, GivesUpOnAnErrorAndKeepsErrno) {
     EXPECT_EQ("next", capture.output());
 }
 
-/// Descriptor 1 of the child that calls is the writing end of a pipe; returns the reading one.
+/// Makes descriptor 1 of the calling child the writing end of a pipe. Returns the reading end.
 int outputIntoPipe(int flags) {
     int ends[2] = {-1, -1};
     if (::pipe2(ends, flags) != 0 || ::dup2(ends[1], STDOUT_FILENO) < 0) {
@@ -144,7 +144,7 @@ TEST(ConsoleTest, BeginningOfALongMessageComesOutWithoutMemory) {
     EXPECT_EQ(text.substr(0, 511), capture.output());
 }
 
-// A terminal or a log collector may have made the output non-blocking for its own purposes.
+// A terminal or a log collector may have made the output non-blocking.
 TEST(ConsoleTest, WaitsWhileANonBlockingOutputIsFull) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;

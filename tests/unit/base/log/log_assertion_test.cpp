@@ -20,7 +20,7 @@ using tests::Capture;
 using tests::HookRecorder;
 using tests::OutputLevel;
 
-/// Runs an action on a thread with a name of its own.
+/// Runs an action on a thread with this name.
 template <class Action>
 void runNamed(const char* name, Action action) {
     std::thread thread([name, &action] {
@@ -136,8 +136,8 @@ TEST(StreamedAssertionTest, SilentAtLevelZeroButTheHookFires) {
     EXPECT_EQ(1, hooks.assertions());
 }
 
-// A hook is the place for a breakpoint: it comes when the line is out, and whoever stops there
-// must not keep the other threads from printing.
+// A hook is the place for a breakpoint: it is called after the line has been printed, and a thread
+// that stops there must not prevent other threads from printing.
 TEST(HookTest, RunsAfterTheLineAndOutsideThePrintLock) {
     const OutputLevel level(2);
     HookRecorder hooks;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A worker that is cancelled in the middle of a message must not keep the print lock.
+// A worker that is cancelled during a message must not keep the print lock.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -20,7 +20,7 @@ namespace {
 
 using tests::Capture;
 
-/// A thread that can be cancelled, which std::thread does not offer.
+/// A thread that can be cancelled, which std::thread does not support.
 class Worker {
 public:
     explicit Worker(std::function<void()> work) : mWork(std::move(work)) {
@@ -32,7 +32,7 @@ public:
     Worker& operator=(const Worker&) = delete;
 
     void cancel() { ASSERT_EQ(0, pthread_cancel(mThread)); }
-    /// Waits for it; true when it was cancelled.
+    /// Joins it. Returns whether it was cancelled.
     bool endedByCancellation() {
         void* result = nullptr;
         EXPECT_EQ(0, pthread_join(mThread, &result));
@@ -124,7 +124,7 @@ public:
         }
         return text;
     }
-    /// Standard output is as before; the pipe ends with what its writers still write.
+    /// Restores standard output; the pipe ends after its writers' last output.
     void restore() {
         if (mSaved >= 0) {
             (void)::dup2(mSaved, STDOUT_FILENO);
@@ -138,7 +138,7 @@ private:
     int mEnds[2] = {-1, -1};
 };
 
-// The write to a full pipe is where a worker is cancelled in practice.
+// In practice workers are cancelled in the write to a full pipe.
 TEST(LogCancellationTest, WriterStoppedByAFullPipeFinishesItsMessage) {
     const std::string text(1024 * 1024, 'x');
     OutputPipe output;
@@ -159,7 +159,7 @@ TEST(LogCancellationTest, WriterStoppedByAFullPipeFinishesItsMessage) {
     EXPECT_TRUE(lockIsFree());
 }
 
-// Such a thread may be ended at any instruction, but for those of a message.
+// Such a thread may be cancelled at any instruction, except those of a message.
 TEST(LogCancellationTest, AsynchronousCancellationWaitsForTheReleaseToo) {
     const Capture capture;
     bool reachedEnd = false;

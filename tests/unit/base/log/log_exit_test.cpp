@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Workers are detached and may still log while the process exits, as destructors may.
+// Detached workers, and destructors, may still log while the process exits.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -19,13 +19,14 @@ struct Ended {
 };
 
 Ended runExitLogger(const char* way) {
-    // Not shown when the test fails: it is long, and the checks tell what matters.
+    // Not shown if the test fails, because it is long and the checks report what matters.
     const int memory = ::memfd_create("output", MFD_CLOEXEC);
     (void)std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child == 0) {
         (void)::dup2(memory, STDOUT_FILENO);
-        (void)::setenv("TSAN_OPTIONS", "atexit_sleep_ms=0", 0);  // or it waits a second for more
+        (void)::setenv("TSAN_OPTIONS", "atexit_sleep_ms=0", 0);  // otherwise it waits a second for
+                                                                 // more
         (void)::execl(KESTROVA_EXIT_LOGGER, KESTROVA_EXIT_LOGGER, way, nullptr);
         ::_exit(127);
     }
@@ -42,7 +43,7 @@ Ended runExitLogger(const char* way) {
 }
 
 void expectWholeLinesAndBothDestructors(const std::string& output) {
-    // The kernel may cut the worker's very last write where the process ends.
+    // The kernel may truncate the worker's last write when the process exits.
     std::istringstream lines(output.substr(0, output.rfind('\n') + 1));
     std::string line;
     bool contextOfWorker = false;

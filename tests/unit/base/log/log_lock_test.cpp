@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The print lock: who holds it, and that it is always given back.
+// The print lock: who holds it, and that it is always released.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -19,7 +19,7 @@
 
 namespace {
 
-/// Of the calling thread alone.
+/// Only for the calling thread.
 thread_local int locksTaken = 0;
 thread_local bool lockFails = false;
 thread_local bool nameFails = false;
@@ -48,7 +48,7 @@ namespace {
 using tests::Capture;
 using tests::OutputLevel;
 
-/// True when the lock is free: another thread can take it, and does not keep it.
+/// Returns whether another thread can take the lock, which it then releases.
 bool lockIsFree() {
     int token = 0;
     std::thread other([&token] {
@@ -76,7 +76,7 @@ TEST(PrintLockTest, NestedCallGetsZeroAndDoesNotRelease) {
         const base::PrintAccess nested;
         const base::PrintAccess nestedAgain;
     }
-    // Still ours: a release inside would have made this non-zero.
+    // Still held: a release inside would have made this non-zero.
     EXPECT_EQ(0, getprintaccess());
     releaseprintaccess();
     const int token = getprintaccess();
@@ -100,7 +100,7 @@ TEST(PrintLockTest, MessagesInsideAHeldLockLeaveItHeld) {
     EXPECT_TRUE(lockIsFree());
 }
 
-/// Runs a report at verbosity 0; returns how often it took a lock.
+/// Runs a report at verbosity 0. Returns how often it took a lock.
 template <class Report>
 int locksOfSuppressed(Report report) {
     const OutputLevel level(0);
@@ -147,7 +147,7 @@ TEST(PrintLockTest, ThreadWithoutANameIsUnknown) {
     EXPECT_EQ("unknown", name);
 }
 
-/// Every message of a writer has two lines; both begin with its kind, its writer and its number.
+/// Every message of a writer has two lines; both start with its kind, its writer and its number.
 void writeMessages(int writer, int rounds) {
     const std::string task = "w" + std::to_string(writer);
     (void)pthread_setname_np(pthread_self(), task.c_str());
@@ -165,7 +165,7 @@ void writeMessages(int writer, int rounds) {
     }
 }
 
-// All of one message, also one of many pieces, comes out before any of another.
+// All pieces of one message are printed before any of another.
 TEST(PrintLockTest, MessagesOfManyThreadsDoNotInterleave) {
     constexpr int writers = 8;
     constexpr int rounds = 150;

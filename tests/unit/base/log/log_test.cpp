@@ -73,7 +73,7 @@ TEST(MessageTest, SuppressedContextIsNotPrintedEither) {
 }
 
 TEST(MessageTest, TestsTheLevelOnceForAllOfItsParts) {
-    // Another thread may lower the level at any moment, also between two writes of one message.
+    // Another thread may lower the level at any time, even between two writes of one message.
     const failingcalls::Scope scope;
     failingcalls::before(failingcalls::Call::eWrite, [] { kestrova_debug_output_level = 0; });
     const auto printed = [](void (*log)()) {
@@ -150,7 +150,7 @@ TEST(ThreadNameTest, IsTheCallingThreadsOwn) {
     EXPECT_STREQ(ours, KestrovaThreadThisName());
 }
 
-/// Calls every function of the log with an errno of our own and tells which one changed it.
+/// Calls every function of the log with a known errno. Returns the functions that changed it.
 std::string whoChangesErrno() {
     std::string culprits;
     const auto check = [&culprits](const char* name, auto call) {

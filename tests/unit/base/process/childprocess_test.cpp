@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a child does before it executes, and commands of the shell.
+// What a child does before execve(), and shell commands.
 #include "base/process/childprocess.h"
 
 #include <fcntl.h>
@@ -73,7 +73,7 @@ TEST_P(StandardStreamsTest, MissingOnesBecomeTheNullDeviceAndOthersStay) {
               }));
 }
 
-// Such a file is not the program's: it would find the number closed.
+// Such a file is not inherited: the program would find the number closed.
 TEST_P(StandardStreamsTest, OnesThatCloseOnExecAreReplacedToo) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;
@@ -92,7 +92,7 @@ TEST_P(StandardStreamsTest, OnesThatCloseOnExecAreReplacedToo) {
               }));
 }
 
-// The shell's command sees the same, however the caller's streams are.
+// The shell's command finds the same, regardless of the caller's streams.
 TEST_P(StandardStreamsTest, ShellCommandsHaveAllThree) {
     const TempDir directory;
     const std::string report = directory.path("report");
@@ -150,7 +150,7 @@ TEST(CloseDescriptorsTest, AlsoOnAKernelWithoutTheCallForIt) {
     }
 }
 
-/// What a detached child finds of its surroundings.
+/// Returns what a detached child finds in its environment.
 std::string detached() {
     Findings findings;
     const pid_t first = ::getpid();
@@ -178,7 +178,7 @@ TEST(DetachChildTest, NeedsTheNullDeviceAsItsStreams) {
     }
 }
 
-// A box whose /dev/null has been replaced by a file, or is another device.
+// A box whose /dev/null is a file, or another device.
 TEST(DetachChildTest, TakesNothingElseForTheNullDevice) {
     for (const char* const stranger : {"/dev/file", "/dev/zero"}) {
         tests::inSandbox([stranger](tests::Sandbox&) {
@@ -227,7 +227,7 @@ TEST(ReportInChildTest, IsPerrorWithoutStdio) {
     EXPECT_EQ("odd: Unknown error\n", capture.errors());
 }
 
-// A socket keeps the writes apart.
+// A socket preserves the boundaries of writes.
 TEST(ReportInChildTest, IsOneWrite) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(0, ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends));

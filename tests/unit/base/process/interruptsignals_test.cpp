@@ -22,7 +22,7 @@ using tests::inChild;
 
 constexpr unsigned kBoth = interruptBit(SIGINT) | interruptBit(SIGQUIT);
 
-/// What system() does to both while its command runs.
+/// Does what system() does to both while its command runs.
 void ignoreBoth() {
     (void)::signal(SIGINT, SIG_IGN);
     (void)::signal(SIGQUIT, SIG_IGN);
@@ -72,7 +72,7 @@ TEST(InterruptSignalsTest, WhileCommandsRunWhatTheFirstOneFoundCounts) {
               }));
 }
 
-// However commands overlap, begin and end: nobody takes what they borrow for the application's.
+// However commands overlap, start and end, their change is never mistaken for the application's.
 TEST(InterruptSignalsTest, NoMomentOfRealCommandsIsMistaken) {
     EXPECT_EQ(
         "", inChild([] {

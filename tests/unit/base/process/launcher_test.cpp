@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// How children are started: signals, threads that start at once, and children without a program.
+// How children are started: signals, concurrent threads, and children without a program.
 #include "base/process/launcher.h"
 
 #include <fcntl.h>
@@ -36,7 +36,7 @@ using tests::Findings;
 using tests::inChild;
 using tests::TempDir;
 
-/// Starts a program and waits for it; its raw status, or -1.
+/// Starts a program and waits for it. Returns its raw status, or -1.
 int run(const std::vector<std::string>& arguments, Birth birth) {
     const std::vector<const char*> pointers = base::pointersTo(arguments);
     ChildSettings settings;
@@ -53,14 +53,14 @@ protected:
     const std::string mReport = mDirectory.path("report");
 
     bool runView() const { return run({KESTROVA_CHILDVIEW, mReport}, GetParam()) == 0; }
-    /// Blocked and ignored signals of the program that was run.
+    /// Returns the blocked and ignored signals of the program that was run.
     std::string signals() const {
         const ChildView view(mReport);
         return view.only("SigBlk:") + " " + view.only("SigIgn:");
     }
 };
 
-// The C library's own two signals are among them, and nobody but the kernel knows them.
+// Includes the C library's own two signals, which its functions hide.
 TEST_P(LauncherTest, SignalsThatAreIgnoredStayIgnoredAndNoOthersAre) {
     for (const int number : {SIGUSR1, SIGRTMAX, 32, 33}) {
         for (const bool ignored : {false, true}) {
@@ -98,7 +98,7 @@ TEST_P(LauncherTest, CallersMaskAndHandlersAreAsBefore) {
     EXPECT_EQ("0000000000000800", ChildView(mReport).only("SigBlk:"));
 }
 
-// A handler that ran in a child would work on the caller's memory, or on a copy of it.
+// A handler in a child would change the caller's memory, or a copy of it.
 TEST_P(LauncherTest, NoHandlerRunsInAChild) {
     EXPECT_EQ("", inChild([] {
                   static std::atomic<int>* strangers = nullptr;
@@ -126,7 +126,7 @@ TEST_P(LauncherTest, NoHandlerRunsInAChild) {
               }));
 }
 
-// While a shell command runs, the whole process ignores Ctrl-C: its children do not.
+// While a shell command runs, the whole process ignores Ctrl-C, but its children do not.
 TEST_P(LauncherTest, WhatAShellCommandBorrowsIsNotInherited) {
     const std::string fifo = mDirectory.path("fifo");
     ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
@@ -135,7 +135,7 @@ TEST_P(LauncherTest, WhatAShellCommandBorrowsIsNotInherited) {
                       (void)::signal(SIGINT, ignoredAnyway ? SIG_IGN : SIG_DFL);
                       (void)::signal(SIGQUIT, SIG_DFL);
                       std::thread shell([&fifo] { (void)base::runShell("read line <" + fifo); });
-                      // Opens when the command does.
+                      // Returns when the command has opened the fifo.
                       const int release = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
                       const bool done = runView();
                       (void)::close(release);
@@ -147,13 +147,13 @@ TEST_P(LauncherTest, WhatAShellCommandBorrowsIsNotInherited) {
     }
 }
 
-/// The call with which a child of this kind begins.
+/// Returns the call that creates such a child.
 Call beginning(Birth birth) {
     return birth == Birth::eOwnMemory ? Call::eFork : Call::eClone;
 }
 
-// In the middle of a start another thread starts, too, and so does a child that was forked there
-// without a program: neither waits for it.
+// During a start another thread also starts a child, and so does a child that was forked without a
+// program: neither waits for the first start.
 TEST_P(LauncherTest, StartsDoNotWaitForEachOther) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;
@@ -177,8 +177,8 @@ TEST_P(LauncherTest, StartsDoNotWaitForEachOther) {
               }));
 }
 
-// Neither the thread, which would lose its child, nor the child ends by a cancellation: that opens
-// a file for a stream that is missing, which is a place where a thread ends.
+// A cancellation must end neither the thread, which would leak its child, nor the child, which
+// opens a file for a missing stream, a cancellation point.
 TEST_P(LauncherTest, ACancelledThreadFinishesItsStart) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;

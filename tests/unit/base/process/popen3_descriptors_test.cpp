@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Children with pipes, started by a process whose own standard streams are missing, and beside
+// Children with pipes, started by a process with missing standard streams, and concurrently with
 // threads that open and close files.
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -72,7 +72,7 @@ TEST_P(Popen3ClosedStreamsTest, PipesAreConnectedAllTheSame) {
 
 INSTANTIATE_TEST_SUITE_P(Combinations, Popen3ClosedStreamsTest, testing::Range(0, 8));
 
-// A daemon that another thread starts at the wrong moment must not keep a pipe open.
+// A daemon that another thread starts at this moment must not keep a pipe open.
 TEST(CloseOnExecTest, ChildrenOfOtherThreadsInheritNothing) {
     const TempDir directory;
     const std::string report = directory.path("report");

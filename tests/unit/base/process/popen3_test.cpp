@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Children with pipes: what they get, and what the caller gets.
+// Children with pipes: what they receive, and what the caller receives.
 #include "base/process/popen3.h"
 
 #include <fcntl.h>
@@ -64,7 +64,8 @@ protected:
     bool piped(int number) const { return (GetParam() & 1 << number) != 0; }
 };
 
-// Every combination of pipes; what has none is the caller's own, and nothing else is there.
+// Every combination of pipes. Streams without a pipe are the caller's, and no other descriptor is
+// inherited.
 TEST_P(Popen3PipesTest, ConnectsWhatIsAskedForAndNothingElse) {
     const TempDir directory;
     const tests::Capture capture;
@@ -118,7 +119,7 @@ TEST(Popen3Test, ChildGetsArgumentsAsTheyAre) {
               ChildView(directory.path("report")).all("argument"));
 }
 
-/// Starts with an environment and an extra list; returns the child's environment.
+/// Starts with an environment and an extra list. Returns the child's environment.
 std::vector<std::string> environmentWith(char** environment, const char** extra) {
     const TempDir directory;
     Arguments arguments(directory, {});
@@ -176,7 +177,7 @@ struct HookData {
 
 void hook(void* argument) {
     const auto* const data = static_cast<const HookData*>(argument);
-    // In the child, its streams in place: they are pipes already.
+    // Runs in the child, whose streams are already pipes.
     (void)!::write(data->mPipe, ::getpid() == data->mOwner ? "parent" : "child", 6);
     (void)!::write(STDOUT_FILENO, "hook ", 5);
 }
@@ -228,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(Paths, Popen3RefusalTest,
                          [](const auto& refusal) { return refusal.param.mName; });
 
 TEST(Popen3Test, WithAHookTheChildEndsWith127InItsPlace) {
-    (void)std::fflush(stdout);  // a sanitizer writes it out at any exit, the child's too
+    (void)std::fflush(stdout);  // a sanitizer flushes it at any exit, including the child's
     const char* arguments[] = {"/nowhere/at/all", nullptr};
     HookData data = {-1, 0};
     int out = -1;

@@ -22,7 +22,7 @@ using tests::Findings;
 using tests::inChild;
 namespace sigpipe = tests::sigpipe;
 
-/// A write to a pipe that nobody reads; true when it failed as it should.
+/// Writes to a pipe without a reader. Returns whether it failed as expected.
 bool writeToBrokenPipe() {
     base::Pipe pipe;
     if (!pipe.open()) {
@@ -39,7 +39,7 @@ void count(int /*signal*/) {
     ++delivered;
 }
 
-// Each in a process of its own, because without the guard the first write ends it.
+// In separate processes, because without the guard the first write kills the process.
 TEST(SigpipeGuardTest, WriteOnlyFails) {
     EXPECT_EQ("", inChild([] {
                   Findings findings;

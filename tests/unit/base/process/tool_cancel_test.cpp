@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Threads that are cancelled while a tool runs: no zombie, no descriptor, and no tool with a part
-// of its input.
+// Threads that are cancelled while a tool runs: no zombie, no leaked descriptor, and no tool with a
+// part of its input.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -27,7 +27,7 @@ using tests::childViewTool;
 using tests::noChildLeft;
 using tests::TempDir;
 
-/// Runs a function on a thread of its own. True when the thread was cancelled.
+/// Runs a function on its own thread. Returns whether the thread was cancelled.
 bool wasCancelled(std::function<void()> function) {
     pthread_t thread = {};
     EXPECT_EQ(0, pthread_create(
@@ -85,14 +85,14 @@ TEST_F(ToolCancelTest, WhileItsOutputIsRead) {
     EXPECT_EQ(before, tests::openDescriptors());
 }
 
-// The child has closed its output and runs on: the thread is in waitpid() when it is cancelled.
+// The child has closed its output and still runs: the thread is cancelled in waitpid().
 TEST_F(ToolCancelTest, WhileItIsWaitedFor) {
     const std::string fifo = mDirectory.path("fifo");
     ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
     const base::ToolCommand command = childViewTool(mReport, {"close:1", "await:" + fifo});
     failingcalls::before(Call::eWaitpid, [&fifo] {
         cancelSelf();
-        // It ends now, whether it is waited for or not.
+        // It now exits, whether the thread waits for it or not.
         const int release = ::open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
         (void)::close(release);
     });
@@ -106,7 +106,7 @@ TEST_F(ToolCancelTest, WhileItIsWaitedFor) {
     EXPECT_TRUE(noChildLeft());
 }
 
-// A tool that were given the end of its input would say so.
+// A tool that received the end of its input would report it.
 TEST_F(ToolCancelTest, BetweenTheStartAndTheWriting) {
     const tests::Capture capture;
     const base::ToolCommand command = childViewTool(mReport, {"read", "say:applied"});

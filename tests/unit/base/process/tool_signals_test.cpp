@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Tools that die early, signals that come while a tool is waited for, and missing standard streams.
+// Tools that die early, signals during the wait for a tool, and missing standard streams.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -45,7 +45,7 @@ TEST(ToolSignalsTest, ToolThatIsGoneOnlyHasItsStatus) {
               }));
 }
 
-// The child has ended for certain when the text is written: it is a zombie already.
+// The child is already a zombie when the text is written.
 TEST(ToolSignalsTest, NoSigpipeWhenTheToolEndedBeforeTheText) {
     const TempDir directory;
     const std::string report = directory.path("report");
@@ -88,7 +88,7 @@ TEST(ToolSignalsTest, InterruptedWaitGoesOn) {
     EXPECT_EQ(2, failingcalls::count(failingcalls::Call::eWaitpid));
 }
 
-// A real signal, sent while the child still runs; it ends only afterwards.
+// A real signal, sent while the child runs; the child exits afterwards.
 TEST(ToolSignalsTest, SignalWhileTheToolRunsDoesNotLoseItsStatus) {
     const TempDir directory;
     const std::string fifo = directory.path("fifo");
@@ -123,7 +123,7 @@ TEST(ToolSignalsTest, ChildThatCannotBeWaitedForIsAFailure) {
         EXPECT_EQ(EINVAL, result.mError);
     }
     EXPECT_GT(::waitpid(-1, nullptr, 0), 0);  // the one that was not waited for
-    // An application that ignores SIGCHLD takes the status away.
+    // An application that ignores SIGCHLD loses the status.
     EXPECT_EQ("", inChild([&] {
                   (void)::signal(SIGCHLD, SIG_IGN);
                   const ToolResult result = readOutput(childViewTool(report, {"exit:0"}), output);
@@ -134,7 +134,7 @@ TEST(ToolSignalsTest, ChildThatCannotBeWaitedForIsAFailure) {
 class ToolClosedStreamsTest : public testing::TestWithParam<int> {
 protected:
     static bool closed(int number) { return (GetParam() & 1 << number) != 0; }
-    /// Closes them; the others lead to a file of their own, whatever they were.
+    /// Closes them; the others are redirected to /dev/zero.
     static void closeThem() {
         const int own = ::open("/dev/zero", O_RDWR | O_CLOEXEC);
         for (int number = 0; number < 3; ++number) {
@@ -145,7 +145,7 @@ protected:
         }
         (void)::close(own);
     }
-    /// What the child must find where there is no pipe.
+    /// Expects the child's stream where there is no pipe.
     static void expectStream(const ChildView& view, int number) {
         EXPECT_EQ(closed(number) ? "/dev/null rw" : "/dev/zero rw", view.on(number)) << number;
     }

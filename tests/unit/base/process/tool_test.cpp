@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Tools as children: what the child sees, and what the caller gets.
+// Tools as children: what the child finds, and what the caller receives.
 #include "base/process/tool.h"
 
 #include <gtest/gtest.h>
@@ -153,7 +153,7 @@ TEST(FeedToolTest, ToolThatCannotBeExecutedIsTold) {
     EXPECT_EQ(ENOENT, result.mError);
 }
 
-// A tool may end with the status of one that cannot be executed.
+// A tool may exit with the status of one that cannot be executed.
 TEST(ReadToolTest, StatusOfAToolIsNotTakenForAMissingTool) {
     const TempDir directory;
     std::string output;
@@ -164,7 +164,7 @@ TEST(ReadToolTest, StatusOfAToolIsNotTakenForAMissingTool) {
     EXPECT_EQ(0, result.mError);
 }
 
-// With its standard input missing it would take the caller's for its script.
+// Without its own standard input it would read the caller's as its script.
 TEST(FeedToolTest, ToolWhoseStreamCannotBeConnectedIsNotExecuted) {
     const TempDir directory;
     const Capture capture;
@@ -197,7 +197,7 @@ TEST(ReadToolTest, EveryExitStatusIsToldAndOnlyZeroSucceeds) {
     }
 }
 
-// The end of its output is not the end of the tool.
+// A closed output does not mean that the tool has exited.
 TEST(ReadToolTest, ToolThatClosesItsOutputIsWaitedFor) {
     const TempDir directory;
     std::string output;
@@ -216,7 +216,7 @@ TEST(ReadToolTest, GrandchildThatKeepsThePipeIsReadToItsEnd) {
     ASSERT_EQ(3, ::dup2(go[0], 3));
     std::string output;
     const ToolResult result = base::readTool(command, [&](std::FILE* stream) {
-        // Only now, with its parent gone or not, does it have what it waits for.
+        // Only now, whether its parent has exited or not, does it receive its input.
         EXPECT_EQ(3, ::write(go[1], "go\n", 3));
         tests::readAll(stream, output);
     });
@@ -252,7 +252,7 @@ TEST(ReadToolTest, FailingPipeForkOrMemoryIsNoRun) {
     EXPECT_TRUE(ChildView(directory.path("report")).all("argument").empty());
 }
 
-// A child that writes more than a pipe holds is not left alone.
+// A child that writes more than a pipe holds is drained and reaped.
 TEST(ReadToolTest, WithoutAStreamTheChildIsBroughtToItsEnd) {
     const TempDir directory;
     const Capture capture;
@@ -284,7 +284,7 @@ TEST(ReadToolTest, ReaderThatThrowsLeavesNoChild) {
     EXPECT_EQ(before, tests::openDescriptors());
 }
 
-// What the reader leaves in the pipe does not hold the tool up for good.
+// Unread output in the pipe does not block the tool forever.
 TEST(ReadToolTest, ReaderMayStopEarly) {
     const TempDir directory;
     const ToolResult result =

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
-// childview REPORT [ACTION...]: writes into the file REPORT how it was started, a fact a line, then
-// does what it is told, in order:
+// childview REPORT [ACTION...]: writes to the file REPORT how it was started, one fact per line,
+// then executes the actions in order:
 //   say:TEXT      writes to standard output
 //   complain:TEXT writes to standard error
 //   write:N:TEXT  writes to descriptor N
 //   read          reads standard input to its end, into the report
 //   echo          copies standard input to standard output
 //   close:N       closes descriptor N
-//   await:FIFO    waits until somebody opens the fifo for writing and closes it
+//   await:FIFO    waits until a process opens the fifo for writing and closes it
 //   raise:N       sends itself a signal
-//   exit:N        ends with a status
+//   exit:N        exits with a status
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -31,7 +31,7 @@ std::string linkTarget(const std::string& path) {
     return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : "?";
 }
 
-/// To be asked first: whatever is opened later would be among them.
+/// Call it first, before any other descriptor is opened.
 std::string openDescriptors() {
     std::string facts;
     DIR* const folder = ::opendir("/proc/self/fd");
@@ -116,7 +116,7 @@ int main(int count, char** arguments) {
     if (count < 2) {
         return 98;
     }
-    // Out of the way of the descriptors that are looked at or closed.
+    // Above the descriptors that are examined or closed.
     const int opened = ::open(arguments[1], O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     const int report = ::fcntl(opened, F_DUPFD_CLOEXEC, 100);
     (void)::close(opened);

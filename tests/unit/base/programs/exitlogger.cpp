@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-//
-// Logs while the process exits: a detached worker without a pause, and the destructors of the
-// first and of the last global object. What ends the process: "exit" or "return" from main.
+// Logs while the process exits: a detached worker without a pause, and the destructors of the first
+// and of the last global object. The process ends by "exit" or by "return" from main.
 #include <pthread.h>
 
 #include <cstdlib>
@@ -25,7 +24,7 @@ struct LogsWhenDestroyed {
     const char* mName;
 };
 
-// Earlier than anything else of the program or the library, so it goes last.
+// Constructed before everything else in the program and the library, so destroyed last.
 __attribute__((init_priority(101))) LogsWhenDestroyed first("first");
 LogsWhenDestroyed last("last");
 
@@ -40,7 +39,7 @@ void* logForever(void* started) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Never freed: the worker may outlive main.
+    // Never freed, because the worker may outlive main().
     auto* const started = new std::promise<void>;
     pthread_t worker{};
     if (argc != 2 || pthread_create(&worker, nullptr, logForever, started) != 0) {

@@ -139,7 +139,7 @@ TEST(Base64Test, DecodedSizeFollowsLengthAndPadding) {
     }
 }
 
-// Only the last two characters are looked at, so pages that nobody touches serve as the rest.
+// Only the last two characters are read, so untouched pages serve as the rest.
 TEST(Base64Test, DecodedSizeOfTheLongestText) {
     constexpr std::size_t longest = INT_MAX / 4 * 4;
     void* const text = ::mmap(nullptr, longest, PROT_READ | PROT_WRITE,
@@ -170,7 +170,7 @@ TEST(Base64Test, DecodingRefusesEveryMalformedText) {
     EXPECT_EQ("malformed text", decoded(std::string("Z\0==", 4)));
 }
 
-// Two texts for the same bytes would make the text ambiguous.
+// Two texts for the same bytes would be ambiguous.
 TEST(Base64Test, DecodingRefusesUnusedBitsThatAreNotZero) {
     for (const char* const text : {"Zh==", "Zi==", "Zv==", "Z/==", "Zm9=", "Zm+=", "Zm/="}) {
         EXPECT_EQ("malformed text", decoded(text)) << text;

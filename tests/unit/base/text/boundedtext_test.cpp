@@ -36,7 +36,7 @@ TEST(VsnprintfTest, SizeZeroWritesNothing) {
     EXPECT_EQ(3, format(nullptr, 0, "abc"));
 }
 
-/// A buffer in which one can see what was touched.
+/// A buffer that shows which bytes were written.
 struct Marked {
     Marked() { std::memset(mBytes, '#', sizeof(mBytes)); }
     std::string text() const { return {mBytes, sizeof(mBytes)}; }

@@ -20,7 +20,7 @@ std::uint32_t crcOf(const std::string& text) {
     return crcOf(Bytes(text.begin(), text.end()));
 }
 
-/// By the definition, a bit at a time.
+/// The definition, bit by bit.
 std::uint32_t reference(const Bytes& bytes) {
     std::uint32_t crc = 0xffffffffU;
     for (const unsigned char byte : bytes) {
@@ -61,7 +61,7 @@ TEST(Crc32Test, NothingGivesZero) {
     EXPECT_EQ(0U, kestrova_crc32(&byte, -2147483647 - 1));
 }
 
-// Every length and every alignment takes its own way through the steps and their remainder.
+// Every length and every alignment takes a different path through the steps and the remainder.
 TEST(Crc32Test, AgreesWithTheDefinitionAtEveryLengthAndAlignment) {
     std::mt19937 random(30101);
     const Bytes bytes = randomBytes(random, 200);
@@ -82,7 +82,7 @@ TEST(Crc32Test, AgreesWithTheDefinitionOnLongTexts) {
     }
 }
 
-// What a receiver checks: data with their own checksum behind them leave the fixed residue.
+// What a receiver checks: data followed by its own checksum leaves the fixed residue.
 TEST(Crc32Test, AppendedChecksumLeavesTheResidue) {
     std::mt19937 random(30103);
     for (int round = 0; round < 300; ++round) {
@@ -96,7 +96,7 @@ TEST(Crc32Test, AppendedChecksumLeavesTheResidue) {
 }
 
 // The checksum is affine: crc(a ^ b ^ c) is crc(a) ^ crc(b) ^ crc(c) for texts of one length, so a
-// text falls apart at any point into its two halves with zeros in place of the other.
+// text can be split at any point into two halves, each with zeros in place of the other.
 TEST(Crc32Test, SplitTextsAddUp) {
     std::mt19937 random(30104);
     for (int round = 0; round < 300; ++round) {

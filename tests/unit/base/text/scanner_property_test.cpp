@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The scanner against the C library's own sscanf, on a machine whose long has 32 bits. The formats
-// are those that the system's parsers stand for.
+// Compares the scanner with the C library's sscanf() on a machine whose long has 32 bits. The
+// formats are those that the system's parsers implement.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ using base::Scanner;
 constexpr bool kReferenceHas32Bits = LONG_MAX == INT32_MAX;
 constexpr int kLines = 150000;
 
-/// What a scan gave; fields that did not match keep their first value.
+/// The result of a scan; fields that did not match keep their initial value.
 struct Fields {
     int mCount = 0;
     std::uint32_t mNumber[3] = {77, 77, 77};
@@ -40,8 +40,8 @@ std::ostream& operator<<(std::ostream& out, const Fields& fields) {
 
 using Scan = Fields(const char* line);
 
-/// Makes lines that are near to what a format wants: its own pieces and numbers of all sizes, with
-/// pieces left out, doubled and replaced.
+/// Generates lines that are similar to a format: its own pieces and numbers of all sizes, with
+/// pieces omitted, doubled and replaced.
 class Lines {
 public:
     Lines(unsigned seed, std::initializer_list<const char*> shape) : mRandom(seed), mShape(shape) {}
@@ -118,7 +118,7 @@ void compare(Lines lines, Scan* reference, Scan* ours, int fullCount) {
         ASSERT_EQ(expected, ours(line.c_str())) << "'" << line << "'";
         complete += expected.mCount == fullCount ? 1 : 0;
     }
-    // Otherwise the lines would say little about the later fields.
+    // Otherwise the lines would hardly test the later fields.
     EXPECT_GT(complete, kLines / 20);
 }
 

@@ -16,7 +16,7 @@ struct SignedCase {
     std::int32_t mValue;
 };
 
-// The same on every machine: a number beyond 32 bits becomes the nearest end of the range.
+// The same on every machine: a number beyond 32 bits becomes the nearest limit.
 TEST(ScannerTest, SignedNumbers) {
     const SignedCase cases[] = {
         {"0", true, 0},

@@ -95,7 +95,7 @@ TEST(StringSharedTest, CopyingNeverThrows) {
     EXPECT_EQ(large.data(), copy.data());
 }
 
-// The thread sanitizer and the address sanitizer watch the count while it goes up and down.
+// The thread sanitizer and the address sanitizer check the reference count.
 TEST(StringSharedTest, CopiesLiveInManyThreads) {
     std::vector<std::thread> threads;
     {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The partition tool's lines, and the script that it is given.
+// The partition tool's lines, and its input.
 #include "System/drivemanager/tools/partitiontable.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A caller without some of the standard streams: tools run as ever, and nothing is mistaken for
-// one.
+// A caller without some of the standard streams: tools run normally, and no other descriptor is
+// used as one.
 #include <gtest/gtest.h>
 
 #include "System/drivemanager/harddrive.h"
@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kStreams = 3;
 
-/// Closes standard streams by the bits of a mask for a scope.
+/// Closes the standard streams in a bit mask for a scope.
 class Without {
 public:
     explicit Without(unsigned mask) : mMask(mask) {
@@ -49,7 +49,7 @@ private:
     int mSaved[kStreams] = {};
 };
 
-/// Runs an operation with each set of closed streams and hands the tool's run on.
+/// Runs an operation with each set of closed streams and passes the tool's run to `check`.
 void withEachSet(Sandbox& box, const std::function<bool()>& operation,
                  const std::function<void(const ToolRun&, const std::string* streams)>& check) {
     for (unsigned mask = 0; mask < 1U << kStreams; ++mask) {
@@ -64,7 +64,7 @@ void withEachSet(Sandbox& box, const std::function<bool()>& operation,
             done = operation();
             for (int i = 0; i < kStreams; ++i) {
                 if (without.isClosed(i) && ::fcntl(i, F_GETFD) >= 0) {
-                    done = false;  // something was left in its place
+                    done = false;  // a descriptor was left in its place
                 }
             }
         }
@@ -109,7 +109,7 @@ TEST(ClosedStreams, Ext3Check) {
     inSandbox([](Sandbox& box) {
         sysPartition partition;
         makePartition(partition);
-        // The numbers depend on which end of the pipe came to stand in a gap and was moved.
+        // The numbers depend on which end of the pipe filled a gap and was moved.
         for (const int number : {tests::nextDescriptor(), tests::nextDescriptor() + 1}) {
             box.allow(Role({"/sbin/fsck.ext3", "-C", std::to_string(number), "-p", "/dev/sda1"})
                           .report("1 1 1\n"));

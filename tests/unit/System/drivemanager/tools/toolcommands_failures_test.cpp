@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Every call that starting a tool and reading from it makes fails once, for each operation.
+// Every call for starting a tool and reading from it fails once, for each operation.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -43,7 +43,7 @@ const Operation kOperations[] = {
      2},  // the mount table comes first
 };
 
-/// Tools that write more than a pipe holds: they only end when somebody reads.
+/// Tools that write more than a pipe holds: they exit only if their output is read.
 void allowTools(Sandbox& box) {
     const std::string output(200000, 'x');
     const std::string number = std::to_string(tests::nextDescriptor() + 1);
@@ -54,7 +54,7 @@ void allowTools(Sandbox& box) {
     box.allow(Role({"/sbin/fsck.ext3", "-C", number, "-p", "/dev/sda1"}).report(output));
 }
 
-/// Runs each operation with one call failing and checks what it leaves.
+/// Runs each operation with one call failing and checks the result.
 void failEach(Call call, int error, int progress) {
     inSandbox([&](Sandbox& box) {
         const tests::OutputLevel level(0);
@@ -66,7 +66,7 @@ void failEach(Call call, int error, int progress) {
             EXPECT_TRUE(operation.mRun(partition));
             const int next = tests::nextDescriptor();
             const failingcalls::Scope scope;
-            // The check looks into the mount table first, which takes a stream of its own.
+            // The check reads the mount table first, which uses a stream as well.
             const bool second = call == Call::eFdopen && operation.mRun == kOperations[2].mRun;
             failingcalls::fail(call, error, second ? 2 : 1);
             const Outcome outcome = outcomeOf([&] { return operation.mRun(partition); });
@@ -76,7 +76,7 @@ void failEach(Call call, int error, int progress) {
             if (operation.mProgress != noProgress) {
                 EXPECT_EQ(operation.mProgress(partition), progress);
             }
-            // waitpid is the one whose failure leaves the child behind.
+            // Only a failure of waitpid() leaves the child behind.
             EXPECT_EQ(tests::hasChildren(), call == Call::eWaitpid);
         }
     });

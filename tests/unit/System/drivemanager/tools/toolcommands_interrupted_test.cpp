@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A signal whose handler interrupts system calls reaches the caller while a tool runs.
+// A signal with a handler interrupts system calls of the caller while a tool runs.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -45,7 +45,7 @@ void runInterrupted(Role role, const std::function<bool(sysPartition&)>& operati
         interruptSystemCalls();
         sysPartition partition;
         makePartition(partition);
-        // The first hold finds the caller reading, the second one waiting for the end.
+        // At the first hold the caller reads, at the second one it waits for the tool's exit.
         box.expect(role);
         Background background([&] { return operation(partition); });
         box.awaitHeld();

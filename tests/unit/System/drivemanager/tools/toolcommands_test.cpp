@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Every command line that the library gives the box's tools, and how each tool is run.
+// Every command line of the box's tools in the library, and how each tool is run.
 #include "System/drivemanager/tools/toolcommands.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The values that the output of the ext tools stands for.
+// The progress values for the output of the ext tools.
 #include "System/drivemanager/tools/toolprogress.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace {
 
 using Values = std::vector<std::int32_t>;
 
-/// Every progress that a format's output tells, in order.
+/// Returns every progress value of a format's output, in order.
 Values valuesOf(const std::string& output) {
     FormatOutput reader;
     Values values;
@@ -28,12 +28,12 @@ Values valuesOf(const std::string& output) {
     return values;
 }
 
-/// The value of one piece in the inode-table stage; 20000 is where the stage begins.
+/// Returns the value of one piece in the inode-table stage, which starts at 20000.
 Values tables(const std::string& piece) {
     return valuesOf("Writing inode tables:\b" + piece + "\b");
 }
 
-/// The progress of a line of the checker, -1 when it tells none.
+/// Returns the progress of a line of the checker, or -1.
 std::int32_t checked(const char* line) {
     std::int32_t progress = -1;
     return checkProgress(line, progress) ? progress : -1;
@@ -83,7 +83,7 @@ TEST(FormatOutput, CountersMapOntoTheirStage) {
 TEST(FormatOutput, ATotalOfZeroOrBelowTellsNothing) {
     EXPECT_EQ(tables("5/0"), Values{20000});
     EXPECT_EQ(tables("5/-1"), Values{20000});
-    // The stage goes on.
+    // The stage continues.
     EXPECT_EQ(tables("5/0\b1/2"), (Values{20000, 45000}));
 }
 
@@ -120,16 +120,16 @@ TEST(FormatOutput, AfterTheStageNothingMoves) {
 TEST(FormatOutput, OfALongPieceTheBeginningCounts) {
     const std::string start = "Writing inode tables:";
     EXPECT_EQ(valuesOf(start + std::string(100000, 'x') + "\n1/2\n"), (Values{20000, 45000}));
-    // A counter behind 254 characters of blanks is out of sight, one that ends there is not.
+    // A counter after 252 blanks is beyond the limit of 254 characters; one that ends there is not.
     EXPECT_EQ(tables(std::string(251, ' ') + "1/2"), (Values{20000, 45000}));
     EXPECT_EQ(tables(std::string(252, ' ') + "1/2"), (Values{20000, 70000}));
-    // The rest of a piece is dropped, not taken for a piece of its own.
+    // The rest of a piece is dropped, and is not a new piece.
     EXPECT_EQ(tables(std::string(251, ' ') + "1/24"), (Values{20000, 45000}));
 }
 
 TEST(FormatOutput, CharactersOfEveryKindAreTaken) {
     EXPECT_EQ(valuesOf(std::string("\0\xff\x7f\n", 4) + "Writing inode tables:\n"), Values{20000});
-    // A NUL in a piece ends what can be seen of it.
+    // A NUL in a piece hides the rest of it.
     EXPECT_EQ(tables(std::string("1/2\0"
                                  "9",
                                  5)),
@@ -165,7 +165,7 @@ TEST(CheckProgress, ProductsWrapAround) {
     EXPECT_EQ(checked("1 42949 100"), 8589800);
     EXPECT_EQ(checked("1 42950 100"), 65);
     EXPECT_EQ(checked("1 4294967295 1"), (4294967296 - 100000) / 5);
-    // Pass 0 stands below the start: 0 - 100000 wraps.
+    // Pass 0 is below the start: 0 - 100000 wraps.
     EXPECT_EQ(checked("0 0 1"), static_cast<std::int32_t>(4294867296 / 5));
     EXPECT_EQ(checked("42951 0 1"),
               static_cast<std::int32_t>((42951 * 100000LL - 100000 - 4294967296) / 5));

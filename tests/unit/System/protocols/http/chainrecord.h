@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The record of a chained fetcher's deliveries.
+// Records a chained fetcher's deliveries.
 #ifndef KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_CHAINRECORD_H
 #define KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_CHAINRECORD_H
 
@@ -21,17 +21,17 @@ public:
     bool await(int count) const {
         return eventually([&] { return mCount >= count; });
     }
-    /// All deliveries such as "7 ok 1000 text/plain", with ", " between them.
+    /// Returns all deliveries such as "7 ok 1000 text/plain", separated by ", ".
     std::string sequence() const {
         const std::lock_guard<std::mutex> lock(mLock);
         return mSequence;
     }
-    /// The data of the last one.
+    /// Returns the data of the last one.
     std::string data() const {
         const std::lock_guard<std::mutex> lock(mLock);
         return mData;
     }
-    /// The callback stays in its next call until letGo().
+    /// Blocks the next callback until letGo().
     void hold() { mHold = true; }
     bool awaitHeld() const {
         return eventually([this] { return mHeld.load(); });

@@ -20,9 +20,9 @@
 
 namespace tests {
 
-/// A resolver that keeps every question about a host whose name begins with "held" until letGo(),
-/// and answers each host with 127.0.0.1. Holds a failingcalls::Scope; its destructor waits until
-/// the threads that have asked are gone.
+/// A resolver that holds every lookup of a host whose name starts with "held" until letGo(), and
+/// answers each host with 127.0.0.1. Contains a failingcalls::Scope; its destructor waits until the
+/// lookup threads have exited.
 class HeldResolver {
 public:
     HeldResolver() {
@@ -41,7 +41,7 @@ public:
     bool awaitEntered(int count) const {
         return eventually([&] { return mEntered >= count; });
     }
-    /// The thread that has asked about a host last; 0 for none.
+    /// Returns the thread that last looked a host up; 0 for none.
     pid_t asker(const std::string& host) const {
         const std::lock_guard<std::mutex> lock(mLock);
         const auto found = mAskers.find(host);
@@ -59,14 +59,14 @@ private:
         if (host.rfind("held", 0) == 0) {
             (void)eventually([this] { return mGo.load(); });
         }
-        // Whoever asked may have gone, but not what was asked.
+        // The caller may have returned, but its name must still exist.
         EXPECT_EQ(host, lookup.mName);
         fill(lookup);
         ++mLeft;
         return 0;
     }
 
-    /// The answer lies in the caller's buffer, as the real one does.
+    /// The answer is in the caller's buffer, as with the original function.
     static void fill(const failingcalls::Lookup& lookup) {
         auto* const list = reinterpret_cast<char**>(lookup.mBuffer);
         list[0] = lookup.mBuffer + 2 * sizeof(char*);
@@ -83,7 +83,7 @@ private:
     const failingcalls::Scope mScope;
     const std::set<pid_t> mThreads = threadIds();
     mutable std::mutex mLock;
-    std::map<std::string, pid_t> mAskers;  // under mLock
+    std::map<std::string, pid_t> mAskers;  // guarded by mLock
     std::atomic<int> mEntered{0};
     std::atomic<int> mLeft{0};
     std::atomic<bool> mGo{false};

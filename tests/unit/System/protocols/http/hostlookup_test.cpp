@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Host look-ups: which thread asks, how many threads there are, and what a cancelled caller leaves.
+// Host lookups: which thread makes them, how many threads there are, and what a cancelled caller
+// leaves behind.
 #include "System/protocols/http/hostlookup.h"
 
 #include <arpa/inet.h>
@@ -43,7 +44,7 @@ public:
     Caller(const Caller&) = delete;
     Caller& operator=(const Caller&) = delete;
 
-    /// Cancels it and waits for its end; true when the cancellation ended it.
+    /// Cancels it and waits until it has exited. Returns whether the cancellation ended it.
     bool cancel() {
         requestCancel();
         return join() == PTHREAD_CANCELED;
@@ -57,7 +58,7 @@ public:
     bool awaitWaiting() const {
         return eventually([this] { return mId != 0 && sleepsInFutex(mId); });
     }
-    /// After its end.
+    /// Valid after its exit.
     bool foundLoopback() const {
         return mResult.mFound && mResult.mFamily == AF_INET &&
                mResult.mAddress.s_addr == htonl(INADDR_LOOPBACK);
@@ -82,7 +83,7 @@ std::string held(int number) {
     return "held" + std::to_string(number);
 }
 
-/// As many callers as there may be threads, each with a host of its own.
+/// Starts as many callers as the maximum of threads, each with its own host.
 void fillThreads(std::deque<Caller>& callers) {
     for (int number = 0; number < kMostThreads; ++number) {
         callers.emplace_back(held(number));
@@ -148,7 +149,7 @@ TEST(HostLookup, EqualHostsShareOneQuestion) {
         EXPECT_TRUE(callers[i].foundLoopback());
     }
     EXPECT_EQ(1, resolver.entered());
-    // An answer is not kept.
+    // Answers are not cached.
     EXPECT_TRUE(http::lookUpHost("held").mFound);
     EXPECT_EQ(2, resolver.entered());
 }

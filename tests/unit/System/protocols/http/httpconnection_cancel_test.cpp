@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A thread that is cancelled in the middle of a connection's call: nothing is lost.
+// A thread that is cancelled in a call of a connection: nothing leaks.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -26,7 +26,7 @@ using tests::SocketWatch;
 
 namespace {
 
-/// A thread that opens and reads with a connection of somebody else's.
+/// A thread that opens and reads with another object's connection.
 class Worker {
 public:
     Worker(HTTPConnection& connection, const std::string& url)
@@ -34,7 +34,7 @@ public:
         EXPECT_EQ(0, pthread_create(&mThread, nullptr, run, this));
     }
 
-    /// True when the cancellation ended it.
+    /// Returns whether the cancellation ended it.
     bool cancel() {
         EXPECT_EQ(0, pthread_cancel(mThread));
         void* result = nullptr;
@@ -140,7 +140,7 @@ TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
         const std::string name = lookup.mName;
         (void)sem_post(&asked);
         (void)sem_wait(&go);
-        // What it was asked for is still there.
+        // Its arguments still exist.
         EXPECT_EQ(name, lookup.mName);
         (void)sem_post(&done);
         return 1;
@@ -152,7 +152,7 @@ TEST(HttpConnectionCancel, DoesNotWaitForTheResolver) {
     (void)sem_post(&go);
     (void)sem_wait(&done);
     EXPECT_EQ(0, failingcalls::count(Call::eSocket));
-    // The thread that asked passes through the test's answer on its way out.
+    // The lookup thread is still in the test's answer for a moment.
     EXPECT_TRUE(tests::eventually([] { return tests::threadIds().size() <= tests::kOwnThreads; }));
     for (sem_t* const semaphore : {&asked, &go, &done}) {
         EXPECT_EQ(0, sem_destroy(semaphore));
@@ -168,7 +168,7 @@ TEST(HttpConnectionCancel, AtAnyMomentLosesNothing) {
     for (int count = 0; count < 2000; ++count) {
         HTTPConnection connection;
         Worker worker(connection, server.url());
-        // Spun away, so that the cancellation falls anywhere in the first few requests.
+        // A busy loop, so that the cancellation arrives anywhere in the first few requests.
         for (volatile unsigned spins = static_cast<unsigned>(random() % 200000); spins > 0;
              spins = spins - 1) {
         }

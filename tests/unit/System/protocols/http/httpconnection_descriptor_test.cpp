@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The socket itself: where it stands, who inherits it, when it is closed and how.
+// The socket: its number, inheritance, and when and how it is closed.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -74,7 +74,7 @@ TEST(HttpConnectionDescriptor, CloseShutsItDownFirst) {
     HTTPConnection connection;
     HTTPReplyHeader header;
     ASSERT_TRUE(open(connection, server.url(), header).mOpened);
-    // A copy keeps the socket from being closed: only the shutdown reaches the server.
+    // A duplicate keeps the socket open, so that only the shutdown reaches the server.
     const int copy = ::fcntl(watch.socket(), F_DUPFD_CLOEXEC, 0);
     connection.Close();
     EXPECT_TRUE(server.awaitPeerEnd(0));
@@ -124,7 +124,7 @@ TEST(HttpConnectionDescriptor, OpeningAgainClosesTheEarlierOneWithoutAShutdown) 
     HTTPReplyHeader header;
     ASSERT_TRUE(open(connection, server.url(), header).mOpened);
     const int earlier = watch.socket();
-    // It is the first thing done: a look-up that fails finds it closed.
+    // The socket is closed first: it is already closed when a lookup fails.
     failingcalls::fail(Call::eGethostbyname, ENOMEM);
     EXPECT_FALSE(open(connection, server.url(), header).mOpened);
     EXPECT_FALSE(isOpen(earlier));

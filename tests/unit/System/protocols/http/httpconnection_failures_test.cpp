@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Each failure of the operating system, the resolver and the peer on the way to a reply.
+// Each failure of the operating system, the resolver and the peer before a reply.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -31,7 +31,7 @@ namespace {
 
 constexpr in_addr_t kNobody = INADDR_LOOPBACK + 1;
 
-/// One that was opened before, with a reply of its own.
+/// Returns a header of an earlier reply.
 HTTPReplyHeader earlierHeader() {
     ScriptedServer server;
     server.expect(replyWith("HTTP/1.0 200 Earlier\r\nName: value\r\n\r\n"));
@@ -72,7 +72,7 @@ TEST(HttpConnectionLookup, AFailureIsToldWithItsNumbers) {
 }
 
 TEST(HttpConnectionLookup, AResultIsNotEnoughWithoutAnEntry) {
-    // Nor an entry with a failure.
+    // Neither is an entry with a failure.
     const failingcalls::Scope scope;
     failingcalls::answerLookup([](const failingcalls::Lookup& lookup) {
         *lookup.mFound = lookup.mEntry;
@@ -156,7 +156,7 @@ TEST(HttpConnectionSocket, WaitsHalfAMinuteForEachPiece) {
 }
 
 TEST(HttpConnectionSocket, GoesOnWithoutATimeOut) {
-    // The same text for both, and no line end.
+    // The same text for both, without a newline.
     const std::string message = connectionLog("setsockopt(SO_SNDTIMEO)");
     ScriptedServer server;
     server.always(replyWith(okReply("body")));
@@ -222,7 +222,7 @@ TEST(HttpConnectionSend, AFailureOpensItAllTheSame) {
         EXPECT_EQ(0, failingcalls::count(Call::eRecv));
         EXPECT_EQ("Earlier", header.reason());
         EXPECT_EQ("value", header.getValue("Name"));
-        // The first read tells.
+        // The first read reports it.
         char byte = 0;
         EXPECT_EQ(0, connection.Read(&byte, 1));
     }
@@ -263,7 +263,7 @@ TEST(HttpConnectionSend, TheServersResetOnlyFailsIt) {
     EXPECT_GE(0, connection.Read(&byte, 1));
 }
 
-/// Opens a connection whose peer is gone when the request is sent, which raises SIGPIPE.
+/// Opens a connection whose peer has closed when the request is sent, which raises SIGPIPE.
 void openBroken(const std::string& url, Findings& findings) {
     const SocketWatch watch;
     failingcalls::before(Call::eSend, [&] { (void)::shutdown(watch.socket(), SHUT_RDWR); });

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// HTTPConnection::lastFailure(): what made each operation fail.
+// HTTPConnection::lastFailure(): the reason for each operation's failure.
 #include <gtest/gtest.h>
 #include <netdb.h>
 
@@ -28,7 +28,7 @@ namespace {
 
 constexpr int kShort = 100000;  // microseconds
 
-/// The failure as "reason errno status phrase".
+/// Returns the failure as "reason errno status phrase".
 std::string text(const HTTPFailure& failure) {
     return std::to_string(failure.mReason) + " " + std::to_string(failure.mErrno) + " " +
            std::to_string(failure.mStatus) + " " + failure.mPhrase;
@@ -42,7 +42,7 @@ std::string text(HTTPFailure::Reason reason, int error = 0, int status = 0,
 
 class HttpConnectionReason : public testing::Test {
 protected:
-    /// Opens an address; the thread's failure after it.
+    /// Opens an address. Returns the thread's failure after it.
     std::string afterOpen(const std::string& url, bool opened = false) {
         HTTPReplyHeader header;
         EXPECT_EQ(opened, mConnection.Open(url.c_str(), header));
@@ -150,7 +150,7 @@ TEST_F(HttpConnectionReason, AfterAFailedSendAReadMayReturnWhatTheServerSentBefo
     const SocketWatch watch;
     failingcalls::before(Call::eSend, [&] {
         char byte = 0;
-        EXPECT_EQ(1, ::recv(watch.socket(), &byte, 1, MSG_PEEK));  // until it is here
+        EXPECT_EQ(1, ::recv(watch.socket(), &byte, 1, MSG_PEEK));  // until the byte has arrived
     });
     failingcalls::fail(Call::eSend, ECONNRESET);
     EXPECT_EQ(text(HTTPFailure::eSend, ECONNRESET), afterOpen(mServer.url(), true));

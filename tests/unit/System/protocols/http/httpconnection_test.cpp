@@ -123,7 +123,7 @@ TEST(HttpConnection, OnlyStatus200IsGood) {
         {"0", 0},
         {"-200", -200},
         {"2000", 2000},
-        // Not 200 with a wider number either.
+        // A larger number is not 200 either.
         {"4294967496", INT32_MAX},
         {"18446744073709551816", INT32_MAX},
     };
@@ -142,11 +142,11 @@ TEST(HttpConnection, OnlyStatus200IsGood) {
         EXPECT_EQ(each.mCode, header.code());
         EXPECT_EQ("Reason", header.reason());
         EXPECT_EQ(server.url("/b"), header.getValue("Location"));
-        // The body would still be there.
+        // The body could still be read.
         int last = -1;
         EXPECT_EQ("body", readAll(connection, last));
     }
-    // Nothing was followed.
+    // No redirect was followed.
     EXPECT_EQ(static_cast<int>(std::size(cases)), server.connections());
 }
 
@@ -228,7 +228,7 @@ TEST(HttpConnection, AResetAtAnyPlaceIsAFailure) {
         const OpenOutcome outcome = open(connection, server.url(), header);
         EXPECT_EQ(outcome.mOpened ? "" : connectionLog("hdr.readHeader failed\n"),
                   outcome.mPrinted);
-        // What had come before it may be lost, and nothing may come that was not sent.
+        // Data before the reset may be lost, but no other data may appear.
         EXPECT_TRUE(length >= head.size() || !outcome.mOpened);
         int last = 1;
         const std::string body = readAll(connection, last);
@@ -276,7 +276,7 @@ TEST(HttpConnection, AFieldWithoutAColonPutsAWordBesideTheLog) {
     const OpenOutcome outcome = open(connection, server.url(), header, 2);
     EXPECT_FALSE(outcome.mOpened);
     EXPECT_EQ(200, header.code());
-    // The word passes through the buffer of the C library's stream, the log does not.
+    // The word is in the buffer of the C library's stream, the log is not buffered.
     const std::string log = connectionLog("hdr.readHeader failed\n");
     EXPECT_THAT(outcome.mPrinted, testing::AnyOf("Hmm\n" + log, log + "Hmm\n"));
 }
@@ -316,7 +316,7 @@ TEST(HttpConnection, ReadTakesNoMoreThanItIsGivenRoomFor) {
 }
 
 TEST(HttpConnection, ABodyIsTakenAsItComes) {
-    // No length, no coding of any kind counts for anything here.
+    // Neither a length nor a coding matters here.
     const char* const fields[] = {
         "Content-Length: 3\r\n",          "Content-Length: -1\r\n",
         "Content-Length: 9999999999\r\n", "Transfer-Encoding: chunked\r\n",

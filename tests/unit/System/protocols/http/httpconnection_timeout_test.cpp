@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Servers that stall: every wait has an end.
+// Servers that stall: every wait ends.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -69,7 +69,7 @@ TEST(HttpConnectionTimeOut, AServerThatStallsInItsBodyFailsTheRead) {
     errno = 0;
     EXPECT_GT(0, connection.Read(buffer, sizeof(buffer)));
     EXPECT_EQ(EAGAIN, errno);
-    // The connection is still there.
+    // The connection still exists.
     server.release(0);
     ASSERT_TRUE(server.awaitEnd(0));
     EXPECT_EQ(4, connection.Read(buffer, sizeof(buffer)));
@@ -97,7 +97,7 @@ TEST(HttpConnectionTimeOut, InRealTimeAServerThatNeverAnswersFailsItAfterHalfAMi
     const auto time = steady_clock::now() - start;
     EXPECT_FALSE(outcome.mOpened);
     EXPECT_EQ(connectionLog("hdr.readHeader failed\n"), outcome.mPrinted);
-    // The kernel counts in ticks of its own.
+    // The kernel's timer has its own resolution.
     EXPECT_GE(time, std::chrono::seconds(29));
     EXPECT_LT(time, std::chrono::seconds(59));
 }

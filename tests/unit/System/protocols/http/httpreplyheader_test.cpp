@@ -23,7 +23,7 @@ using tests::OutputLevel;
 
 namespace {
 
-/// A peer that has sent some bytes and then the end of the stream.
+/// A peer that has sent some bytes and the end of the stream.
 class Peer {
 public:
     explicit Peer(const std::string& bytes) {
@@ -37,7 +37,7 @@ public:
 
     int descriptor() const { return mHere.get(); }
 
-    /// What has not been received yet.
+    /// Returns the bytes that have not been received yet.
     std::string rest() const {
         const failingcalls::Exempt exempt;
         std::string text;
@@ -52,7 +52,7 @@ private:
     Descriptor mHere;
 };
 
-/// What came of reading: the result and what was printed meanwhile.
+/// The result of a read, and the output meanwhile.
 struct Outcome {
     bool mGood;
     std::string mPrinted;
@@ -75,7 +75,7 @@ std::string invalid(const char* number = "") {
     return std::string("Invalid http reply") + number + "\n";
 }
 
-/// One that has been read already.
+/// Returns a header that has already been read.
 HTTPReplyHeader earlier() {
     HTTPReplyHeader header;
     const Peer peer("HTTP/1.1 201 Earlier\r\nName: value\r\n\r\n");
@@ -137,7 +137,7 @@ TEST(HttpReplyHeaderLine, FailsWithoutAnEnd) {
         SCOPED_TRACE(each.mBytes.size());
         const Peer peer(each.mBytes);
         HTTPReplyHeader header;
-        // Of its own, so that the address sanitizer watches its end.
+        // A separate allocation, so that the address sanitizer detects an overflow.
         const auto buffer = std::make_unique<char[]>(HTTPReplyHeader::kLineSize);
         EXPECT_FALSE(header.readHeaderLine(peer.descriptor(), buffer.get()));
         EXPECT_EQ(each.mRest, peer.rest());
@@ -181,7 +181,7 @@ TEST(HttpReplyHeaderStatus, TellsVersionCodeAndReason) {
         {"HTTP/1.0 7 HTTP/1.1 8 ", 1, 7, "HTTP/1.1 8 "},
         {"HTTP/1.0 -1 x", 1, -1, "x"},
         {"HTTP/1.0 0 x", 1, 0, "x"},
-        // Beyond 32 bits: alike on every machine, and none of them 200.
+        // Beyond 32 bits: the same on every machine, and none of them is 200.
         {"HTTP/1.0 2147483647 x", 1, INT32_MAX, "x"},
         {"HTTP/1.0 2147483648 x", 1, INT32_MAX, "x"},
         {"HTTP/1.0 4294967496 x", 1, INT32_MAX, "x"},
@@ -243,7 +243,7 @@ TEST(HttpReplyHeaderStatus, RefusesAnythingElseAndTellsWhy) {
         EXPECT_EQ(each.mVersion, header.version());
         EXPECT_EQ(each.mCode, header.code());
         EXPECT_EQ("Earlier", header.reason());
-        // The fields are forgotten first of all.
+        // The fields are cleared first.
         EXPECT_EQ("", header.getValue("Name"));
     }
 }
@@ -383,7 +383,7 @@ TEST(HttpReplyHeader, EveryCutHasItsOutcome) {
     const std::string second = "Content-Length: 12\r\n";
     const std::string text = status + first + second + "\r\n";
     for (std::size_t length = 0; length <= text.size(); ++length) {
-        // The end of the stream, a time-out, an interruption and a reset are all the same.
+        // The end of the stream, a time-out, an interruption and a reset have the same result.
         for (const int error : {0, EAGAIN, EINTR, ECONNRESET}) {
             SCOPED_TRACE(text.substr(0, length) + "|" + std::to_string(error));
             const failingcalls::Scope scope;
@@ -482,11 +482,11 @@ TEST(HttpReplyHeaderSize, IsTheNumberInTheFirstFieldOfThatName) {
         {"Content-Length: -12\r\n", -12},
         {"Content-Length: 0x10\r\n", 0},
         {"Content-Length: 1\r\nContent-Length: 2\r\n", 2},
-        // Capitals come first in the order of the names, wherever they stand in the reply.
+        // Capitals sort first, wherever they are in the reply.
         {"content-length: 1\r\nContent-Length: 2\r\n", 2},
         {"content-length: 1\r\nCONTENT-LENGTH: 3\r\nContent-Length: 2\r\n", 3},
         {"CONTENT-LENGTH:\r\nContent-Length: 2\r\n", 0},
-        // Beyond 32 bits: alike on every machine.
+        // Beyond 32 bits: the same on every machine.
         {"Content-Length: 2147483647\r\n", INT32_MAX},
         {"Content-Length: 2147483648\r\n", INT32_MAX},
         {"Content-Length: 5000000000\r\n", INT32_MAX},

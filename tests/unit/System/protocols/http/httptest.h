@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the tests of the HTTP client share.
+// Shared by the tests of the HTTP client.
 #ifndef KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_HTTPTEST_H
 #define KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_HTTPTEST_H
 
@@ -20,17 +20,17 @@
 
 namespace tests {
 
-/// A reply with status 200; `fields` are whole lines.
+/// Returns a reply with status 200; `fields` are whole lines.
 inline std::string okReply(const std::string& body, const std::string& fields = "") {
     return "HTTP/1.1 200 OK\r\n" + fields + "\r\n" + body;
 }
 
-/// What a connection prints for a message at level 1; its line number is "#".
+/// Returns what a connection prints for a message at level 1; its line number is "#".
 inline std::string connectionLog(const std::string& message) {
     return "System/protocols/http/httpconnection:# (level 1):\n" + message;
 }
 
-/// What an operation prints at a verbosity, in connectionLog()'s form.
+/// Returns what an operation prints at a verbosity, in connectionLog()'s form.
 inline std::string printedBy(std::uint32_t verbosity, const std::function<void()>& operation) {
     const OutputLevel level(verbosity);
     const Capture capture;
@@ -44,7 +44,7 @@ inline std::string printedBy(std::uint32_t verbosity, const std::function<void()
     return text;
 }
 
-/// What an Open() came to.
+/// The result of Open().
 struct OpenOutcome {
     bool mOpened = false;
     std::string mPrinted;
@@ -58,7 +58,7 @@ inline OpenOutcome open(HTTPConnection& connection, const std::string& url, HTTP
     return outcome;
 }
 
-/// Reads to the end; `last` is what the last read returned.
+/// Reads to the end; `last` is the result of the last read.
 inline std::string readAll(HTTPConnection& connection, int& last, unsigned piece = 1000) {
     std::string text;
     std::string buffer(piece, '\0');
@@ -68,8 +68,8 @@ inline std::string readAll(HTTPConnection& connection, int& last, unsigned piece
     return text;
 }
 
-/// Sees what a connection does to its socket, and shortens the time-outs when told so. Holds a
-/// failingcalls::Scope.
+/// Records what a connection does to its socket, and optionally shortens the time limits. Contains
+/// a failingcalls::Scope.
 class SocketWatch {
 public:
     struct Option {
@@ -78,7 +78,7 @@ public:
         timeval mTime;
     };
 
-    /// `microseconds` replace every time-out; 0 leaves them.
+    /// `microseconds` replace every time limit; 0 keeps them.
     explicit SocketWatch(int microseconds = 0) {
         failingcalls::answerSetsockopt([this, microseconds](const failingcalls::SocketOption& o) {
             mSocket = o.mSocket;
@@ -103,10 +103,10 @@ private:
     std::vector<Option> mOptions;
 };
 
-/// Answers every look-up with these IPv4 addresses, in this order. While a failingcalls::Scope.
+/// Answers every lookup with these IPv4 addresses, in this order. Needs a failingcalls::Scope.
 inline void answerLookupsWith(const std::vector<in_addr_t>& addresses, int family = AF_INET) {
     failingcalls::answerLookup([addresses, family](const failingcalls::Lookup& lookup) {
-        // The answer lies in the caller's buffer, as the real one does.
+        // The answer is in the caller's buffer, as with the original function.
         auto* const list = reinterpret_cast<char**>(lookup.mBuffer);
         char* bytes = lookup.mBuffer + (addresses.size() + 1) * sizeof(char*);
         std::size_t count = 0;

@@ -24,27 +24,27 @@ const Address kGood[] = {
     {"http://host:1/", "host", 1, "/"},
     {"http://host:65535/", "host", 65535, "/"},
     {"http://host:0/", "host", 0, "/"},
-    // No digits at all are a zero, as the conversion has it.
+    // No digits are a zero, as in strtol().
     {"http://host:/x", "host", 0, "/x"},
     {"http://host:-0/", "host", 0, "/"},
     {"http://host:+81/", "host", 81, "/"},
     {"http://host: \t\n\v\f\r81/", "host", 81, "/"},
     {"http://host:00000000000000000000081/", "host", 81, "/"},
-    // An empty host is parsed, and means that there is nothing to ask for.
+    // An empty host is valid, and there is then no request.
     {"http:///x", "", 80, "/x"},
     {"http://:81/x", "", 81, "/x"},
     {"http:////", "", 80, "//"},
     // Only the first ':' or '/' counts.
     {"http://host/a:b/c:8080/", "host", 80, "/a:b/c:8080/"},
     {"http://host:81/http://other:82/", "host", 81, "/http://other:82/"},
-    // Nothing of this has a meaning here.
+    // These parts have no meaning here.
     {"http://user@host/", "user@host", 80, "/"},
     {"http://ho st/a b\r\nX: y#f%20\x80\xff", "ho st", 80, "/a b\r\nX: y#f%20\x80\xff"},
     {"http://host?a/b#c", "host?a", 80, "/b#c"},
     {"http://" + kLong + ":81/" + kLong, kLong, 81, "/" + kLong},
 };
 
-// The scheme is right, and what follows is not.
+// The scheme is right, and the rest is not.
 const std::string kBad[] = {
     "http://",
     "http://host",
@@ -101,7 +101,7 @@ void expectFields(const httpURL& url, const std::string& host, int port, const s
     EXPECT_EQ(path, url.path());
 }
 
-/// One with every field set.
+/// Returns an address with every field set.
 httpURL earlier() {
     httpURL url;
     EXPECT_TRUE(url.parse("http://earlier:99/path"));

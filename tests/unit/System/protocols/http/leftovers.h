@@ -15,13 +15,13 @@
 
 namespace tests {
 
-/// Descriptors and threads must be as many at the end of a scope as they were at its beginning.
+/// Expects the same descriptors and threads at the end of a scope as at its start.
 class Leftovers {
 public:
     Leftovers() = default;
     ~Leftovers() {
-        // A thread that was joined may stay in the kernel's list for a moment; one that resolves a
-        // name that nobody wants any more may take longer.
+        // A joined thread may stay in the kernel's list for a moment; a thread whose lookup nobody
+        // needs any more may take longer.
         EXPECT_TRUE(eventually([this] { return threadIds() == mThreads; }));
         EXPECT_EQ(mDescriptors, openDescriptors());
     }
@@ -30,7 +30,7 @@ public:
 
 private:
     static std::set<pid_t> threadsOfOwn() {
-        // The thread sanitizer starts one of its own together with the first, which has to be gone.
+        // The thread sanitizer starts its own thread with the first one, which must have exited.
         std::atomic<pid_t> first{0};
         std::thread([&first] { first = ::gettid(); }).join();
         (void)eventually([&first] { return threadIds().count(first) == 0; });

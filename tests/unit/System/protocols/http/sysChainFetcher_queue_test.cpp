@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The queue and the life of the chained fetcher, with one entry held in the middle of its fetch.
+// The queue and the lifetime of the chained fetcher, with one entry held during its fetch.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -25,7 +25,7 @@ using namespace tests;
 
 namespace {
 
-/// A document whose body is the path that was asked for, such as "/3".
+/// A document whose body is the requested path, such as "/3".
 Script echo(const std::string& request) {
     const std::size_t begin = sizeof("GET ") - 1;
     const std::string path = request.substr(begin, request.find(' ', begin) - begin);
@@ -33,7 +33,7 @@ Script echo(const std::string& request) {
                          "\r\n\r\n" + path);
 }
 
-/// The worker's pauses of 10 ms, which last as long as a test wants.
+/// The worker's pauses of 10 ms, which a test can extend.
 class Pauses {
 public:
     Pauses() {
@@ -44,7 +44,7 @@ public:
     void hold() { mAllowed = 0; }
     void letOne() { ++mAllowed; }
     void letAll() { mAllowed = kAll; }
-    /// Until the worker is in its nth pause.
+    /// Waits until the worker is in its nth pause.
     bool awaitHeld(int nth) const {
         return eventually([&] { return mBegun >= nth; });
     }
@@ -69,14 +69,14 @@ protected:
     }
 
     void push(unsigned id) { mFetcher->pushUrl(id, mServer.url("/" + std::to_string(id)).c_str()); }
-    /// The first entry; its fetch stops before its reply.
+    /// Queues the first entry; its fetch stops before its reply.
     void pushStalled() {
         mServer.expect(
             Script().readRequest().stall().send("HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\n/0"));
         push(0);
         ASSERT_TRUE(mServer.awaitStalled(1));
     }
-    /// Runs a function in a thread of its own; true when it waits for the fetcher.
+    /// Runs a function on its own thread. Returns whether it waits for the fetcher.
     bool blocks(std::function<void()> function) {
         mCaller = std::thread([this, function = std::move(function)] {
             mCallerId = ::gettid();
@@ -186,7 +186,7 @@ TEST_F(SysChainFetcherQueueTest, WhatWaitsIsDroppedByTheDestruction) {
     ASSERT_TRUE(mPauses.awaitHeld(1));
     push(2);
     push(3);
-    // The lock is free: it stops the worker, and then waits for it.
+    // The lock is free: the destructor stops the worker, and then waits for it.
     EXPECT_TRUE(blocks([this] { mFetcher.reset(); }));
     mPauses.letAll();
     mCaller.join();
@@ -284,7 +284,7 @@ TEST_F(SysChainFetcherQueueTest, AConnectionIsClosedBeforeItsDocumentIsDelivered
 TEST_F(SysChainFetcherQueueTest, WithoutAThreadTheQueueIsKept) {
     failingcalls::fail(failingcalls::Call::ePthreadCreate, EAGAIN);
     {
-        // Nothing of this waits for the thread that is none.
+        // None of these waits for a thread that does not exist.
         sysChainFetcher other;
         other.setCallback(ChainRecord::callback, &mRecord);
         other.pushUrl(1, mServer.url("/1").c_str());

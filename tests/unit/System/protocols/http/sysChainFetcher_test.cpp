@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What becomes of a queued document: how often it is tried, and what is delivered.
+// The fate of a queued document: how often it is tried, and what is delivered.
 #include "System/protocols/http/sysChainFetcher.h"
 
 #include <gtest/gtest.h>
@@ -36,13 +36,13 @@ class SysChainFetcherTest : public testing::Test {
 protected:
     SysChainFetcherTest() { mFetcher->setCallback(ChainRecord::callback, &mRecord); }
 
-    /// Fetches one document; the delivery.
+    /// Fetches one document. Returns the delivery.
     std::string fetch(const std::string& url) {
         mFetcher->pushUrl(7, url.c_str());
         EXPECT_TRUE(mRecord.await(1));
         return mRecord.sequence();
     }
-    /// The same, from a server that follows these scripts, one each attempt.
+    /// Fetches one document from a server with one of these scripts per attempt.
     std::string fetch(const std::vector<Script>& attempts) {
         for (const Script& script : attempts) {
             mServer.expect(script);
@@ -96,7 +96,7 @@ const AttemptCase kReplies[] = {
      "7 failed 5 text/x"},
     {"LengthSpeltOtherwise", ok("cOnTent-lENGTH: 5\r\n") + "12345", 1, "7 ok 5"},
     {"LengthSpeltOtherwiseAndCutOff", ok("content-length: 6\r\n") + "12345", 4, "7 failed 5"},
-    // Of several spellings the first in the order of bytes counts.
+    // Of several spellings the first in byte order counts.
     {"LengthsOfTwoSpellings", ok("content-length: 9\r\nCONTENT-LENGTH: 5\r\n") + "12345", 1,
      "7 ok 5"},
     {"TypeSpeltOtherwise", ok("content-type: text/x\r\nContent-Length: 5\r\n") + "12345", 1,
@@ -116,7 +116,7 @@ const AttemptCase kReplies[] = {
     {"CodeZero", "HTTP/1.0 0 x\r\n\r\n", 4, "7 failed 0"},
     {"HeaderBrokenOffBehindItsStatus", "HTTP/1.0 200 OK\r\nContent-Le", 1, "7 failed 0"},
     {"FieldWithNUL", std::string("HTTP/1.0 200 OK\r\nX: \0\r\n\r\n", 25), 1, "7 failed 0"},
-    // The code was converted before the line was refused.
+    // The code was parsed before the line was refused.
     {"StatusLineWithoutReason", "HTTP/1.0 200\r\n\r\n", 1, "7 failed 0"},
     {"StatusLineWithoutCode", "HTTP/1.0 abc x\r\n\r\n", 4, "7 failed 0"},
     {"StatusLineBrokenOff", "HTTP/1.0 200 O", 4, "7 failed 0"},
@@ -142,7 +142,7 @@ TEST_F(SysChainFetcherTest, DeliversWhatComesInDrips) {
 }
 
 TEST_F(SysChainFetcherTest, TakesOnlyTheFirstSegmentWithoutALength) {
-    // The second segment leaves when the first one has been read and delivered.
+    // The second segment is sent after the first one has been read and delivered.
     EXPECT_EQ("7 ok 5",
               fetch({Script().readRequest().send(ok("") + "12345").stall().send("67890")}));
     EXPECT_EQ("12345", mRecord.data());
@@ -166,7 +166,7 @@ TEST_F(SysChainFetcherTest, TriesARefusedConnectionFourTimes) {
 }
 
 TEST_F(SysChainFetcherTest, TriesAResetBodyFourTimes) {
-    // The read fails after a piece: what it was counts.
+    // The read fails after a piece, whose bytes count.
     failingcalls::answerReceive([](int socket, void* buffer, std::size_t length, int flags) {
         if (length == 1 || length == kCapacity) {
             return ::recv(socket, buffer, length, flags);

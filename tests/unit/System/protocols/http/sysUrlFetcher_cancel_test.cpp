@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // A download that is cancelled, replaced or destroyed at every stage, and the starts that keep the
-// lock. No stage is waited for by time: the server and the kernel tell when it is reached.
+// lock. No stage is awaited by time: the server and the kernel report when it is reached.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -30,7 +30,7 @@ std::string ok(const std::string& fields) {
     return "HTTP/1.0 200 OK\r\n" + fields + "\r\n";
 }
 
-/// The thread that there is now and was not there before; 0 for none.
+/// Returns a thread that exists now and did not before; 0 for none.
 pid_t newThread(const std::set<pid_t>& before) {
     for (const pid_t thread : threadIds()) {
         if (before.count(thread) == 0) {
@@ -46,7 +46,7 @@ enum class End { eCancel, eKill, eReplace, eDestroy };
 struct StageCase {
     const char* mName;
     Script mScript;
-    std::string mSequence;  ///< what has been told by then
+    std::string mSequence;  ///< callbacks so far
 };
 
 void PrintTo(const StageCase& stage, std::ostream* out) {
@@ -81,7 +81,7 @@ protected:
     static std::string after(const std::string& sequence, End end) {
         return sequence + (end == End::eReplace ? ", 1 0/0, 2 0/0" : "");
     }
-    /// Starts a thread that stops the download; true when it waits for the callback.
+    /// Starts a thread that stops the download. Returns whether it waits for the callback.
     bool stopWhileHeld(End end) {
         mStopper = std::thread([this, end] {
             mStopperId = ::gettid();
@@ -90,7 +90,7 @@ protected:
         return eventually([this] { return mStopperId != 0 && sleepsInFutex(mStopperId); });
     }
 
-    /// Waits for the download, as the body of a thread.
+    /// Waits for the download, as the function of a thread.
     static void* wait(void* self) {
         auto* const test = static_cast<SysUrlFetcherStages*>(self);
         test->mStopperId = ::gettid();
@@ -223,7 +223,7 @@ TEST_P(SysUrlFetcherHeldTest, WaitsForTheCallback) {
 
 const std::string kFive = ok("Content-Length: 5\r\n") + "12345";
 
-// The one that has come to its own end is not cancelled any more.
+// A download that has ended is not cancelled any more.
 const HeldCase kHeld[] = {
     {"OnTheHeader", eUrlFetchHeader, kFive, "3 0/5, 2 0/0"},
     {"OnAPiece", eUrlFetchData, ok("") + "12345", "3 0/0, 4 5/0, 2 0/0"},
@@ -279,7 +279,7 @@ TEST_F(SysUrlFetcherStages, AWaiterThatIsCancelledLeavesTheWorkerToBeStopped) {
     EXPECT_EQ("2 0/0", mRecord.sequence());
 }
 
-/// Leads standard output into a pipe that is full and that nobody reads.
+/// Redirects standard output to a full pipe without a reader.
 void blockStandardOutput(Findings& findings) {
     int ends[2] = {-1, -1};
     findings.expect(::pipe2(ends, O_CLOEXEC) == 0, "pipe");
@@ -293,7 +293,7 @@ void blockStandardOutput(Findings& findings) {
     findings.expect(std::setvbuf(stdout, nullptr, _IONBF, 0) == 0, "setvbuf");
 }
 
-/// Cancels a worker that cannot put its word on standard output.
+/// Cancels a worker that is blocked in a write to standard output.
 std::string cancelAtBlockedOutput() {
     constexpr unsigned tooLong = 60;  // seconds, after which SIGALRM ends the process
     Findings findings;
@@ -354,7 +354,8 @@ TEST(SysUrlFetcherCrowdTest, TwoHundredAtOnce) {
     }
 }
 
-/// Whether a thread that calls killThread() waits for good: the worker has gone, and it sleeps.
+/// Returns whether a thread in killThread() blocks forever: the worker has exited, and the thread
+/// sleeps.
 std::string killBlocks(const char* url, bool withCallback, const char* expected) {
     const OutputLevel quiet(0);
     auto* const fetcher = new sysUrlFetcher;
@@ -366,7 +367,7 @@ std::string killBlocks(const char* url, bool withCallback, const char* expected)
     findings.expect(eventually([&] { return threadIds() == before; }), "the worker stays");
     findings.expect(record->sequence() == expected, "another sequence");
     std::atomic<pid_t> killer{0};
-    // Stays to the end of the process.
+    // Runs until the process exits.
     std::thread([&] {
         killer = ::gettid();
         fetcher->killThread();
@@ -401,7 +402,7 @@ TEST_F(SysUrlFetcherKeptLockTest, WaitTillDoneAndKillAfterItWorkWithoutACallback
     ASSERT_EQ(0, mFetcher.setUrl("http://127.0.0.1/"));
     mFetcher.waitTillDone();
     mFetcher.waitTillDone();
-    // There is no worker whose lock it would take.
+    // There is no worker, so it does not take the lock.
     mFetcher.killThread();
 }
 

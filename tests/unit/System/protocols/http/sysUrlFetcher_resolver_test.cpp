@@ -37,10 +37,10 @@ namespace {
 
 constexpr int kCycles = 300;
 constexpr int kMostThreads = 8;
-/// How long the resolver waits for its name server.
+/// Time that the resolver waits for its name server.
 constexpr std::chrono::seconds kSilence(20);
 
-/// A network of its own for this process. False where the machine gives none.
+/// Enters a new network namespace. Returns false if the machine provides none.
 bool enterNetwork() {
     if (::unshare(CLONE_NEWNET) != 0) {
         return false;
@@ -52,7 +52,7 @@ bool enterNetwork() {
     return ::ioctl(socket.get(), SIOCSIFFLAGS, &loopback) == 0;
 }
 
-/// A name server that knows "known.test", at 127.0.0.1, and answers when it is told to.
+/// A name server that knows "known.test", at 127.0.0.1, and answers on request.
 class NameServer {
 public:
     NameServer() : mSocket(base::openSocket(AF_INET, SOCK_DGRAM)) {
@@ -100,7 +100,7 @@ private:
         (void)::sendto(mSocket.get(), reply.data(), reply.size(), 0, plain, size);
     }
 
-    /// The question again, with the answer behind it or with the code for "no such name".
+    /// Returns the question with the answer appended, or with the code for "no such name".
     static std::string answerTo(std::string packet) {
         const bool known = packet.find("\5known\4test") != std::string::npos;
         packet[2] = '\x84';
@@ -119,7 +119,7 @@ private:
     std::thread mThread;
 };
 
-/// The body in a sandbox whose names come from a NameServer.
+/// Runs the body in a sandbox whose names come from a NameServer.
 void withNames(const std::function<void(NameServer&)>& body) {
     inSandbox([&](Sandbox&) {
         if (!enterNetwork()) {
@@ -136,7 +136,7 @@ void withNames(const std::function<void(NameServer&)>& body) {
     });
 }
 
-/// A fetch from a host whose name must be asked for, to the end.
+/// A complete fetch from a host whose name must be looked up.
 void expectFetch(const char* sequence) {
     ScriptedServer server;
     server.always(replyWith("HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\nab"));
@@ -181,7 +181,7 @@ TEST(SysUrlFetcherResolverTest, ACancellationDoesNotWaitForASilentNameServer) {
 
 class SysUrlFetcherSpellingTest : public testing::TestWithParam<const char*> {};
 
-/// Spellings of 127.0.0.1, most of which the C library first asks the name server about.
+/// Spellings of 127.0.0.1; the C library looks most of them up first.
 TEST_P(SysUrlFetcherSpellingTest, ACancellationDoesNotWaitForASilentNameServer) {
     withNames([](NameServer& names) {
         names.answers(false);
@@ -214,7 +214,7 @@ INSTANTIATE_TEST_SUITE_P(Spellings, SysUrlFetcherSpellingTest,
                                          "0x7f.0.0.1", "0x7f000001", "0X7F.1", "127.0.0.1.",
                                          "127.0x1"));
 
-/// Every look-up stops ahead of the resolver until the scope ends.
+/// Blocks every lookup before the resolver until the scope ends.
 class StoppedResolver {
 public:
     StoppedResolver() {
@@ -272,8 +272,8 @@ TEST(SysUrlFetcherResolverTest, ManyCancellationsLoseNothing) {
         const auto cycles = [&](int count) {
             for (int i = 0; i < count; ++i) {
                 ASSERT_EQ(0, fetcher.setUrl("http://unknown.test/"));
-                // Some before the question is asked, some around the answer. Not by yielding: on a
-                // busy machine each call would cost a time slice.
+                // Some before the question is sent, some around the answer. Without yielding, which
+                // would cost a time slice per call on a busy machine.
                 const auto moment =
                     std::chrono::steady_clock::now() + std::chrono::microseconds(i % 50 * 4);
                 while (std::chrono::steady_clock::now() < moment) {
@@ -282,7 +282,7 @@ TEST(SysUrlFetcherResolverTest, ManyCancellationsLoseNothing) {
             }
             EXPECT_TRUE(eventually([&] { return threadIds() == threads; }));
         };
-        // What the C library sets up once and keeps.
+        // One-time allocations of the C library.
         cycles(kCycles / 10);
         const std::set<int> descriptors = openDescriptors();
         const std::size_t heap = heapInUse();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the callback is told of every kind of reply: the codes in order, and nothing else.
+// What the callback receives for every kind of reply: the codes in order, and nothing else.
 #include "System/protocols/http/sysUrlFetcher.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ std::string ok(const std::string& fields) {
 
 class SysUrlFetcherTest : public testing::Test {
 protected:
-    /// Fetches to the end; the sequence of the calls.
+    /// Fetches to the end. Returns the sequence of the calls.
     std::string fetch(const char* url) {
         mFetcher.setCallback(UrlRecord::callback, &mRecord);
         EXPECT_EQ(0, mFetcher.setUrl(url));
@@ -83,7 +83,7 @@ const ReplyCase kReplies[] = {
     {"LengthTooLarge", ok("Content-Length: 6000\r\n") + kBody,
      "3 0/6000, 4 5000/6000, 5 5000/6000"},
     {"LengthAndNoBody", ok("Content-Length: 6000\r\n"), "3 0/6000, 5 0/6000"},
-    // Whatever the read that reaches the length brings along is delivered.
+    // All bytes of the read that reaches the length are delivered.
     {"MoreThanPromised", ok("Content-Length: 10\r\n") + "123456789012345",
      "3 0/10, 4 15/10, 5 15/10"},
     {"MuchMoreThanPromised", ok("Content-Length: 10\r\n") + kBody, "3 0/10, 4 2048/10, 5 2048/10"},
@@ -188,7 +188,7 @@ TEST_F(SysUrlFetcherTest, FindsOutByReadingThatTheRequestWasNotSent) {
 }
 
 TEST_F(SysUrlFetcherTest, SurvivesAPeerThatIsGoneWhileItSends) {
-    // The signal's own disposition: it would end the program.
+    // The default disposition would kill the program.
     failingcalls::answerSend([](int socket, const void* bytes, std::size_t length, int flags) {
         (void)::shutdown(socket, SHUT_WR);
         return ::send(socket, bytes, length, flags);
@@ -243,7 +243,7 @@ TEST_F(SysUrlFetcherTest, FalseAfterAFailedOpeningChangesNothing) {
 }
 
 TEST_F(SysUrlFetcherTest, ReceivedWrapsBeyondTwoGiB) {
-    // As much as one call can tell; nothing is written behind the buffer.
+    // As much as one call can return; nothing is written beyond the buffer.
     failingcalls::answerReceive(
         [left = 4](int socket, void* buffer, std::size_t length, int flags) mutable {
             if (length == 1) {
@@ -284,7 +284,7 @@ TEST_F(SysUrlFetcherTest, FetchesOneAfterTheOther) {
     const std::string once = "3 0/5, 4 5/5, 5 5/5";
     EXPECT_EQ(once, fetch(mServer.url().c_str()));
     EXPECT_EQ(once + ", " + once, fetch(mServer.url().c_str()));
-    // The worker has ended, but nobody has waited for it.
+    // The worker has exited, but has not been joined.
     ASSERT_EQ(0, mFetcher.setUrl(mServer.url().c_str()));
     ASSERT_TRUE(eventually([this] { return mRecord.count(eUrlFetchDone) == 3; }));
     EXPECT_EQ("1 0/0, 2 0/0", fetch("").substr(3 * once.size() + 6));
@@ -294,7 +294,7 @@ TEST_F(SysUrlFetcherTest, KeepsNoHandleOfAThreadThatCouldNotBeCreated) {
     mFetcher.setCallback(UrlRecord::callback, &mRecord);
     failingcalls::fail(failingcalls::Call::ePthreadCreate, EAGAIN);
     EXPECT_EQ(EAGAIN, mFetcher.setUrl(mServer.url().c_str()));
-    // All of these would wait for a thread that is none.
+    // Each of these would wait for a thread that does not exist.
     mFetcher.waitTillDone();
     mFetcher.killThread();
     mFetcher.cancelFetch();

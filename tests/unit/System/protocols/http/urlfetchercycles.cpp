@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// urlfetchercycles COUNT [SEED]: so many downloads that are started, and cancelled, replaced,
-// destroyed or waited for at random moments. Every sequence of calls must be one that may come, and
-// descriptors, threads and memory must be in the end what they were. Exit status 0 when they are.
+// urlfetchercycles COUNT [SEED]: starts this many downloads, and cancels, replaces, destroys or
+// awaits them at random moments. Every sequence of calls must be valid, and descriptors, threads
+// and memory must be the same at the end. The exit status is 0 if they are.
 #include <time.h>
 
 #include <atomic>
@@ -25,12 +25,12 @@ using namespace tests;
 
 namespace {
 
-/// With one server: a server remembers every connection that it had.
+/// Downloads per server, because a server keeps a record of every connection.
 constexpr int kRound = 500;
 constexpr int kWarmUp = 300;
 constexpr unsigned kMostMicroseconds = 400;
 
-/// What lies in the allocator's own caches comes and goes; the sanitizers' figures are exact.
+/// The allocator's own caches vary; the sanitizers' numbers are exact.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t kHeapNoise = 1024;
 #else
@@ -43,7 +43,7 @@ unsigned pick(unsigned below) {
     return static_cast<unsigned>(randomness()) % below;
 }
 
-/// The codes that a fetcher has told, as digits.
+/// The codes that a fetcher has reported, as digits.
 class Codes {
 public:
     std::string take() {
@@ -62,7 +62,7 @@ private:
     std::string mCodes;
 };
 
-/// What the paths of the server answer. The last ones never end by themselves.
+/// The answers for the server's paths. The last ones never end by themselves.
 Script answerTo(const std::string& request) {
     const std::string header = "HTTP/1.0 200 OK\r\nContent-Length: 5000\r\n\r\n";
     switch (request[sizeof("GET /") - 1]) {
@@ -71,7 +71,7 @@ Script answerTo(const std::string& request) {
         case '1':
             return Script().send("HTTP/1.0 404 Not Found\r\n\r\n");
         case '2':
-            // Puts a word on standard output.
+            // Prints a word on standard output.
             return Script().send("HTTP/1.0 200 OK\r\nnot a field\r\n\r\n");
         case '3':
             return Script().send(header).send(std::string(1000, 'x')).reset();
@@ -88,7 +88,7 @@ Script answerTo(const std::string& request) {
 constexpr unsigned kPaths = 8;
 constexpr unsigned kEnding = 4;
 
-/// Until a random moment of the download.
+/// Sleeps until a random moment of the download.
 void passSomeTime() {
     const timespec time = {0, static_cast<long>(pick(kMostMicroseconds)) * 1000};
     if (pick(4) != 0) {
@@ -96,7 +96,8 @@ void passSomeTime() {
     }
 }
 
-/// Whether a download may tell these codes: 3, 4…, and one of 5, 0 and 2; or 1 and 2; or 2.
+/// Returns whether a download may report these codes: 3, 4…, and one of 5, 0 and 2; or 1 and 2; or
+/// 2.
 bool possible(const std::string& codes) {
     if (codes == "2" || codes == "12") {
         return true;
@@ -108,7 +109,7 @@ bool possible(const std::string& codes) {
 
 class Cycles {
 public:
-    /// So many cycles; the number of sequences that may not be.
+    /// Runs this many cycles. Returns the number of invalid sequences.
     int run(int count) {
         for (int done = 0; done < count; done += kRound) {
             ScriptedServer server;
@@ -146,7 +147,7 @@ private:
         if (pick(3) == 0) {
             mFetcher.reset();
         } else if (pick(2) == 0) {
-            // Replaced by one that fails at once, whose codes are taken off.
+            // Replaced by one that fails at once, whose codes are removed.
             (void)mFetcher->setUrl("none");
             mFetcher->waitTillDone();
             mReplaced = true;
@@ -174,7 +175,7 @@ private:
     int mWrong = 0;
 };
 
-/// What must be the same before and after.
+/// Values that must be the same before and after.
 struct Footprint {
     std::size_t mDescriptors = openDescriptors().size();
     std::size_t mThreads = threadIds().size();
@@ -198,14 +199,14 @@ int main(int argc, char** argv) {
                                    : std::random_device()();
     std::fprintf(stderr, "seed %u\n", seed);
     randomness.seed(seed);
-    // The log takes part, but nobody wants to read it.
+    // The log is part of the test, but its output is not needed.
     kestrova_debug_output_level = 2;
     if (std::freopen("/dev/null", "w", stdout) == nullptr) {
         return 2;
     }
 
     Cycles cycles;
-    // What is made once and kept, such as the unwinder's tables.
+    // Creates what is created once and kept, such as the unwinder's tables.
     int wrong = cycles.run(kWarmUp);
     (void)eventually([] { return threadIds().size() <= kOwnThreads; });
     const Footprint before;

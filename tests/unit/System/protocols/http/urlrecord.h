@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The record of a URL fetcher's callbacks.
+// Records a URL fetcher's callbacks.
 #ifndef KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_URLRECORD_H
 #define KESTROVA_TESTS_SYSTEM_PROTOCOLS_HTTP_URLRECORD_H
 
@@ -18,10 +18,10 @@
 namespace tests {
 
 /// Records the calls as a text such as "3 0/5000, 4 5000/5000, 5 5000/5000": the codes with
-/// received and total. Pieces that follow each other are one; what is wrong in a call follows it.
+/// received and total. Consecutive pieces are merged; a problem in a call is appended.
 class UrlRecord {
 public:
-    /// Leaves nobody held when a test fails.
+    /// Releases the callback if a test fails.
     ~UrlRecord() { letGo(); }
 
     std::string sequence() const {
@@ -39,12 +39,12 @@ public:
         return mBody;
     }
     int count(sysUrlFetcherCode code) const { return mCounts[code]; }
-    /// The thread that called last.
+    /// Returns the thread that called last.
     pid_t worker() const { return mWorker; }
 
-    /// The callback's result for a code is false.
+    /// Makes the callback return false for a code.
     void stopAt(sysUrlFetcherCode code) { mStopAt = code; }
-    /// The callback stays in its next call with this code until letGo().
+    /// Blocks the next callback with this code until letGo().
     void holdAt(sysUrlFetcherCode code) { mHoldAt = code; }
     bool awaitHeld() const {
         return eventually([this] { return mHeld.load(); });
