@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""A stand-in for the software partition: a real ext3 file system on a loop device. A program runs in
-a mount namespace and a root directory of its own, where the device has the name that the table of
-the box gives it; all mounts end with the program. The benchmarks use it, too."""
+"""A replacement for the software partition: a real ext3 file system on a loop device. A program runs
+in its own mount namespace and root directory, in which the device has the name from the box's
+table; all mounts end with the program. The benchmarks use it as well."""
 
 import errno
 import fcntl
@@ -18,11 +18,11 @@ TIMEOUT = 60
 MOUNT_POINT = "/boot-sw"
 NODE = "/dev/disk/by-path/pci-0000:01:0e.0-scsi-0:0:0:0-part1"
 
-# With process numbers of its own: nothing that runs inside outlives the first process.
+# In a PID namespace: nothing that runs inside outlives the first process.
 INSIDE = ["unshare", "--mount", "--pid", "--fork", "--kill-child"]
 
-# $1 new root, $2 state, $3 the build's folder, $4 loop device, $5 "", "ro" or "rw", $6 under which
-# name it is mounted; then the command line. Leaves the mount line that it ends with.
+# $1 new root, $2 state, $3 the build's directory, $4 loop device, $5 "", "ro" or "rw", $6 the name
+# for the mount; then the command line. Stores the mount state at its end.
 ENTER = r"""
 set -eu
 root=$1 state=$2 product=$3 loop=$4 mode=$5 name=$6
@@ -52,7 +52,7 @@ exit "$status"
 
 
 def missing():
-    """What this machine lacks, or None."""
+    """Returns what this machine lacks, or None."""
     for tool in ["unshare", "losetup", "mkfs.ext3"]:
         if shutil.which(tool) is None:
             return tool
@@ -68,10 +68,10 @@ def missing():
 
 
 def attach(path):
-    """A loop device with this file: its name, and an open descriptor. The kernel detaches it when
-    that and every mount is gone, also when this process is killed."""
+    """Attaches a file to a loop device. Returns its name and an open descriptor. The kernel detaches it
+    when the descriptor and every mount are closed, even if this process is killed."""
     get_free, set_fd, clear_fd, set_status = 0x4c82, 0x4c00, 0x4c01, 0x4c04
-    autoclear = struct.pack("<52xI176x", 4)  # a loop_info64 with nothing but this flag
+    autoclear = struct.pack("<52xI176x", 4)  # a loop_info64 with only this flag
     with open(path, "r+b") as file, open("/dev/loop-control", "rb") as control:
         while True:
             name = f"/dev/loop{fcntl.ioctl(control, get_free)}"
@@ -80,7 +80,7 @@ def attach(path):
                 fcntl.ioctl(loop, set_fd, file.fileno())
             except OSError as error:
                 os.close(loop)
-                if error.errno != errno.EBUSY:  # somebody else was faster
+                if error.errno != errno.EBUSY:  # another process was faster
                     raise
                 continue
             try:
@@ -97,7 +97,7 @@ def record(name, value):
 
 
 def image(*records, flags=0x00ffffff, crc=None, size=None):
-    """An environment file; `records` are bytes of the variable area."""
+    """Returns an environment file; `records` are bytes of the variable area."""
     area = b"".join(records)
     crc = zlib.crc32(area) if crc is None else crc
     size = len(area) if size is None else size
@@ -105,7 +105,7 @@ def image(*records, flags=0x00ffffff, crc=None, size=None):
 
 
 def parse(content):
-    """The variables of an environment file, which must be as the library writes it."""
+    """Returns the variables of an environment file, which must be as the library writes it."""
     flags, = struct.unpack("<I", content[:4])
     crc, size = struct.unpack(">II", content[4:12])
     area = content[12:]
@@ -115,7 +115,7 @@ def parse(content):
 
 
 class BootPartition:
-    """The partition between and during runs of the command."""
+    """The partition before, during and after runs of the command."""
 
     def __init__(self, build, folder):
         self.state = folder / "state"
@@ -137,7 +137,7 @@ class BootPartition:
         os.close(self._held)
 
     def _inside(self, script):
-        """A shell script with the partition mounted on its current directory."""
+        """Runs a shell script in the root directory of the mounted partition."""
         subprocess.run([*INSIDE, "sh", "-c",
                         f'set -eu; mount "$0" "$1"; cd "$1"; {script}', self.loop, self._files],
                        check=True, timeout=TIMEOUT)
@@ -147,7 +147,7 @@ class BootPartition:
         self._inside(f'cp "{self.state}/file" "{name}"')
 
     def get(self, name):
-        """Bytes of a file, or None."""
+        """Returns the bytes of a file, or None."""
         copy = pathlib.Path(self.state / "copy")
         copy.unlink(missing_ok=True)
         self._inside(f'if [ -e "{name}" ]; then cp "{name}" "{copy}"; fi')
@@ -158,8 +158,8 @@ class BootPartition:
 
     def run(self, *arguments, program="kestrova", mounted="", name=NODE, hide=False, before=(),
             **options):
-        """Runs a program of the build, as an argument of `before`; `mounted` is how the partition
-        is mounted then, under which name."""
+        """Runs a program of the build, with the words of `before` before it; `mounted` and `name` are
+        the partition's mount state and device name."""
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                    "text": True, "timeout": TIMEOUT, **options}
         environment = {**os.environ, "NODE": NODE, "HIDE": "1" if hide else ""}
@@ -172,5 +172,5 @@ class BootPartition:
         return result
 
     def left(self):
-        """How the last run left the partition mounted: "", "ro" or "rw"."""
+        """Returns the mount state after the last run: "", "ro" or "rw"."""
         return (self.state / "after").read_text().strip()

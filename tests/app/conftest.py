@@ -29,19 +29,19 @@ import maintenance
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TIMEOUT = 60
 
-# A cancelled thread unwinds without the address sanitizer's notice. What it has poisoned of that
-# thread's stack would stay so, and be reported as an overflow, if the frames were on it.
+# The address sanitizer does not notice that a cancelled thread unwinds. Stack frames that it has
+# poisoned would stay poisoned and be reported as overflows.
 os.environ.setdefault("ASAN_OPTIONS", "detect_stack_use_after_return=1")
 
-# A job in the background of a script ignores SIGINT, and one under nohup ignores SIGHUP. The command
-# would inherit that, and tests that interrupt it would wait forever.
+# A background job of a script ignores SIGINT, and one under nohup ignores SIGHUP. The command would
+# inherit that, and tests that interrupt it would wait forever.
 signal.signal(signal.SIGINT, signal.default_int_handler)
 signal.signal(signal.SIGHUP, signal.SIG_DFL)
 
 
 @pytest.fixture(scope="session")
 def command():
-    """Path of the command."""
+    """Returns the path of the command."""
     path = pathlib.Path(os.environ.get("KESTROVA", ROOT / "build/i686/kestrova"))
     if not path.exists():
         pytest.skip(f"there is no {path}; build it, or set KESTROVA")
@@ -50,7 +50,7 @@ def command():
 
 @pytest.fixture
 def kestrova(command):
-    """A function that runs the command; output as text."""
+    """Returns a function that runs the command; output as text."""
 
     def run(*arguments, **options):
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
@@ -64,7 +64,7 @@ def kestrova(command):
 
 @pytest.fixture
 def start(command):
-    """A function that starts the command on pipes; ends it with the test."""
+    """Returns a function that starts the command on pipes; the test's end kills it."""
     processes = []
 
     def launch(*arguments, **options):
@@ -83,7 +83,7 @@ def start(command):
 
 @pytest.fixture
 def terminal(command):
-    """A function that starts the command on a terminal; ends it with the test."""
+    """Returns a function that starts the command on a terminal; the test's end kills it."""
     terminals = []
 
     def launch(*arguments, **environment):
@@ -112,14 +112,14 @@ def scripted():
 
 @pytest.fixture
 def no_drive():
-    """Skips on a machine whose own disk the command would take for the recording drive."""
+    """Skips on a machine whose own disk the command would use as the recording drive."""
     if os.path.exists("/dev/sda"):
         pytest.skip("this machine has a /dev/sda of its own")
 
 
 @pytest.fixture(scope="session")
 def fake_root(command, tmp_path_factory):
-    """What the fake drive needs, made once."""
+    """Builds the files for the fake drive, once."""
     if not fakedrive.available():
         pytest.skip("the fake drive needs root, a mount namespace of its own and gcc")
     return fakedrive.build(command, tmp_path_factory.mktemp("fakedrive"))
@@ -127,14 +127,14 @@ def fake_root(command, tmp_path_factory):
 
 @pytest.fixture
 def fake_drive(fake_root, tmp_path):
-    """A blank FakeDrive; ends what it started."""
+    """A blank FakeDrive; kills the processes that it started."""
     with fakedrive.FakeDrive(fake_root, tmp_path) as drive:
         yield drive
 
 
 @pytest.fixture
 def boot_partition(command, tmp_path):
-    """A BootPartition without files; gives its loop device back."""
+    """A BootPartition without files; releases its loop device."""
     lacking = bootpartition.missing()
     if lacking:
         pytest.skip(f"the software partition's stand-in needs {lacking}")

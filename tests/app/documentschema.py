@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The schema of the command's JSON documents; what the tests run is checked against it."""
+"""The schema of the command's JSON documents; the output of the tests is checked against it."""
 
 import json
 import os
@@ -7,7 +7,7 @@ import pathlib
 
 try:
     import jsonschema
-except ImportError:  # its own test is skipped then, and the others test what they did without it
+except ImportError:  # its own test is then skipped, and the others run without the check
     jsonschema = None
 
 PATH = pathlib.Path(__file__).resolve().parents[2] / "docs/kestrova.schema.json"
@@ -16,12 +16,12 @@ SCHEMA = json.loads(PATH.read_text(encoding="utf-8"))
 
 
 def definition(command):
-    """Name of a command's definition."""
+    """Returns the name of a command's definition."""
     return command.replace(" ", "-")
 
 
 def validate(document):
-    """Fails with what is wrong; by its own command's definition, whose messages tell more."""
+    """Fails with the error, according to the command's own definition, which is more specific."""
     command = document.get("command", "misuse")
     schema = {"$ref": f"#/$defs/{definition(command)}", "$defs": SCHEMA["$defs"]}
     jsonschema.Draft202012Validator(schema).validate(document)
@@ -29,7 +29,7 @@ def validate(document):
 
 
 def check(arguments, output):
-    """Checks what the command has printed when its arguments ask for JSON; help is always text."""
+    """Checks the command's output if its arguments request JSON; help is always text."""
     words = [os.fsdecode(word) for word in arguments]
     if jsonschema is None or "--json" not in words or TEXTS & set(words):
         return

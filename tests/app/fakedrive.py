@@ -25,7 +25,7 @@ TOOLS = ["sfdisk", "mkfs.xfs", "fsck.ext3", "hdparm", "xfs_repair"]
 TIMEOUT = 60
 DISK_SIZE = 1 << 30
 
-# $1 new root, $2 state, $3 the command's folder; then the command line. All mounts end with it.
+# $1 new root, $2 state, $3 the command's directory; then the command line. All mounts end with it.
 ENTER = r"""
 set -eu
 root=$1 state=$2 product=$3
@@ -51,13 +51,13 @@ cp "$state"/tools/* "$root/usr/sbin/"
 cp /usr/sbin/chroot "$root/real/chroot"
 exec "$root/real/chroot" "$root" "$@"
 """
-# The command as it is called inside of the root.
+# The command line inside the root.
 COMMAND_IN_ROOT = ["/usr/bin/env", "LD_PRELOAD=/state/fakedrive.so",
                    "ASAN_OPTIONS=verify_asan_link_order=0", "/product/kestrova"]
 
 
 def available():
-    """True when this machine can make a namespace and a preloaded library."""
+    """Returns whether this machine can create a namespace and a preloaded library."""
     return (os.geteuid() == 0 and shutil.which("gcc") is not None and os.path.islink("/sbin")
             and subprocess.run(["unshare", "-m", "true"], check=False,
                                stderr=subprocess.DEVNULL).returncode == 0)
@@ -73,12 +73,12 @@ def build(command, folder):
 
 
 def plain_screen():
-    """The environment of a terminal that can rewrite a line, and of a person without colours."""
+    """Returns the environment of a terminal that can redraw a line, without colours."""
     return {**os.environ, "TERM": "xterm", "NO_COLOR": "1"}
 
 
 class Terminal:
-    """A command on a pseudo-terminal of its own."""
+    """A command on its own pseudo-terminal."""
 
     def __init__(self, arguments, environment):
         self.text = ""
@@ -88,7 +88,7 @@ class Terminal:
             os.execvpe(arguments[0], arguments, environment)
 
     def expect(self, pattern):
-        """Reads until the pattern comes, and returns its match; later calls look behind it."""
+        """Reads until the pattern appears, and returns its match; later calls search after it."""
         deadline = time.monotonic() + TIMEOUT
         while True:
             found = re.compile(pattern, re.DOTALL).search(self.text, self._position)
@@ -170,14 +170,14 @@ class FakeDrive:
             os.truncate(self.state / f"dev/sda{number}", size << 20)
 
     def format(self, number, label, size=0):
-        """Puts what the library looks for at an XFS file system of so many MB into a partition."""
+        """Writes the parts of an XFS file system of this many MB that the library checks."""
         with open(self.state / f"dev/sda{number}", "r+b") as file:
             file.write(b"XFSB" + struct.pack(">IQ", 4096, size * 256))
             file.seek(108)
             file.write(label.encode().ljust(12, b"\0"))
 
     def format_ext3(self, number, label):
-        """Puts what the library looks for at an ext3 file system into a partition, or 0: the disk."""
+        """Writes the parts of an ext3 file system that the library checks; number 0 is the disk."""
         with open(self.state / f"dev/sda{number or ''}", "r+b") as file:
             file.seek(1024 + 56)
             file.write(b"\x53\xef")
@@ -187,24 +187,24 @@ class FakeDrive:
             file.write(label.encode().ljust(16, b"\0"))
 
     def add_tool(self, name, script):
-        """Adds a tool of the test's own."""
+        """Adds the test's own tool."""
         path = self.state / "tools" / name
         path.write_text(script)
         path.chmod(0o755)
 
     def formatted(self):
-        """Makes it a drive that is ready."""
+        """Makes it a ready drive."""
         self.table([256, 512])
         self.format(1, "DVRStorage")
         self.format(2, "DVRData")
         return self
 
     def fail(self, tool, status=1):
-        """From now on the tool ends with this status at once."""
+        """Makes all further runs of the tool exit at once with this status."""
         (self.state / f"fail-{tool}").write_text(str(status))
 
     def hold(self, tool):
-        """The tool waits, when it is started next, until the result is called."""
+        """Blocks the next run of the tool until the returned function is called."""
         gate = self.state / f"gate-{tool}"
         os.mkfifo(gate)
 
@@ -216,16 +216,16 @@ class FakeDrive:
         return release
 
     def let_go(self, tool):
-        """Ends a hold(), whether the tool is there or was killed."""
+        """Ends a hold(), whether the tool still exists or was killed."""
         gate = self.state / f"gate-{tool}"
         try:
             os.close(os.open(gate, os.O_WRONLY | os.O_NONBLOCK))
         except OSError as error:
-            assert error.errno == errno.ENXIO  # nobody reads
+            assert error.errno == errno.ENXIO  # no reader
         gate.unlink()
 
     def calls(self):
-        """The command lines of the tools so far, without those that only read."""
+        """Returns the command lines of the tools so far, without those that only read."""
         log = self.state / "log"
         lines = log.read_text().splitlines() if log.exists() else []
         return [line for line in lines if not line.startswith("sfdisk -d")]
@@ -240,12 +240,12 @@ class FakeDrive:
                 f"--root=/proc/{process.pid}/root", "--wd=/", *COMMAND_IN_ROOT, *arguments]
 
     def join(self, process, *arguments, around=(), **options):
-        """Runs the command in the root and among the mounts of one that was started and runs, with
-        the words of another program in front."""
+        """Runs the command in the root and the mount namespace of a running one, with the words of
+        another program before it."""
         return self._run([*around, *self._beside(process, arguments)], arguments, options)
 
     def start_beside(self, process, *arguments):
-        """Starts the command where join() runs it."""
+        """Starts the command in the same place as join()."""
         return self._start(self._beside(process, arguments))
 
     def run(self, *arguments, **options):
@@ -271,7 +271,7 @@ class FakeDrive:
         return process
 
     def terminal(self, *arguments, **environment):
-        """Starts the command on a terminal, as plain_screen() or as the environment says."""
+        """Starts the command on a terminal, by default with plain_screen()."""
         terminal = Terminal(self._command(arguments), {**plain_screen(), **environment})
         self._terminals.append(terminal)
         return terminal

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Stand-in for the tools of the drive, one program under all their names.
+"""Stub for the tools of the drive, one program under all their names.
 
-It keeps the drive's state below /state, refuses every argument list that it does not know, and
-chatters on its standard output, which must not reach that of the command.
+It keeps the drive's state below /state, refuses every unknown argument list, and writes messages to
+its standard output, which must not reach that of the command.
 """
 
 import os
@@ -45,7 +45,7 @@ def write_table():
 
 def make_xfs(label, node):
     with open(f"{STATE}{node}", "r+b") as file:
-        file.write(b"XFSB".ljust(131072, b"\0"))  # the tool wipes what was there
+        file.write(b"XFSB".ljust(131072, b"\0"))  # the tool overwrites old data
         file.seek(108)
         file.write(label.encode().ljust(12, b"\0"))
 
@@ -70,7 +70,7 @@ def wait_at_gate():
 
 
 def run(found):
-    """The tool's work; its exit status."""
+    """Does the tool's work. Returns its exit status."""
     if NAME == "fsck.ext3":
         check(found["pipe"])
     elif NAME == "xfs_repair":
@@ -90,7 +90,7 @@ def run(found):
     elif NAME == "mkfs.xfs":
         make_xfs(found["label"], found["node"])
     elif NAME == "mount":
-        # The source's name is what the mount table shows; nobody reads the file itself.
+        # The mount table shows only the source's name; the file itself is not read.
         return os.spawnv(os.P_WAIT, "/real/mount",
                          ["mount", "-t", "tmpfs", found["node"], found["directory"]])
     return 0

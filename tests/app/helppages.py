@@ -8,13 +8,13 @@ GROUPS = ["drive", "vars", "serial", "syslog"]
 
 
 def section(text, title):
-    """The lines of a section, without those that have none."""
+    """Returns the non-empty lines of a section."""
     found = re.search(rf"^{title}:\n((?:  .*\n)*)", text, re.M)
     return found[1].splitlines() if found else []
 
 
 def arguments(text):
-    """The names of the arguments and of the own options' values, and whether one is repeated."""
+    """Returns the names of the arguments and of its own options' values, and whether one is repeated."""
     usage = text.split("\n\n", 1)[0].replace("[OPTION...]", "")
     values = re.findall(r"^  [-\w,]+ ([A-Z]+)  ", "\n".join(section(text, "Options of this command")),
                         re.M)
@@ -22,13 +22,13 @@ def arguments(text):
 
 
 def commands(text):
-    """The commands of a page, without their arguments."""
+    """Returns the commands of a page, without their arguments."""
     words = r"  ([a-z](?:[a-z-]| (?! ))*[a-z])(?: --)?(?: [][A-Z.]+)*  "
     return [re.match(words, line)[1] for line in section(text, "Commands")]
 
 
 def options(text, title="Options"):
-    """The options of a section: all names of each, and whether a value follows."""
+    """Returns the options of a section: all names of each, and whether a value follows."""
     found = {}
     for line in section(text, title):
         names, value = re.match(r" +((?:-\w,)?--?[\w-]+)( [A-Z]+)?  ", line).groups()
@@ -45,8 +45,8 @@ def statuses(text):
 
 
 def is_good(kestrova, line):
-    """Whether a command line of an example is parsed: in front of a bad option, so that nothing is
-    run, and without what the shell around it takes away."""
+    """Returns whether a command line of an example can be parsed. A bad option is appended, so that
+    nothing is run, and what the surrounding shell removes is removed."""
     words = shlex.split(re.sub(r" [<>][A-Z]+$", "", line))
     script = words[words.index("-e") + 1] if "-e" in words else shlex.join(words[1:])
     run = kestrova("--minimal", "shell", "-e", f"{script}; table --bogus")

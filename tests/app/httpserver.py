@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""HTTP servers on loopback for the tests of the command: a true one and a hostile one."""
+"""HTTP servers on loopback for the tests of the command: a real one and a hostile one."""
 
 import functools
 import http.server
@@ -11,7 +11,7 @@ TIMEOUT = 60
 
 
 def refused_port():
-    """A port that nobody listens on."""
+    """Returns a port on which no process listens."""
     with socket.socket() as free:
         free.bind(("127.0.0.1", 0))
         return free.getsockname()[1]
@@ -23,7 +23,7 @@ class _Quiet(http.server.SimpleHTTPRequestHandler):
 
 
 class Documents:
-    """A folder served by Python's http.server."""
+    """A directory served by Python's http.server."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -44,13 +44,13 @@ class Documents:
         self._server.server_close()
 
     def add(self, name, content):
-        """Makes a document and returns its URL."""
+        """Creates a document and returns its URL."""
         (self.folder / name).write_bytes(content)
         return self.url + name
 
 
 def reply(body=b"", length=None, status="200 OK", **fields):
-    """Bytes of a reply; without a length it announces none."""
+    """Returns the bytes of a reply; without a length it announces none."""
     lines = [f"HTTP/1.0 {status}", *(f"{name.replace('_', '-')}: {value}"
                                      for name, value in fields.items())]
     if length is not None:
@@ -81,7 +81,7 @@ class ScriptedServer:
 
     def __exit__(self, *_):
         self._over.set()
-        # Wakes the accept; closing the socket under it would not.
+        # Wakes accept(), which closing the socket would not.
         socket.create_connection(self._listener.getsockname()).close()
         for thread in [self._accepting, *self._threads]:
             thread.join()
@@ -116,7 +116,7 @@ class ScriptedServer:
                 for step in self._scripts[path]:
                     self._step(connection, step)
             except ConnectionError:
-                pass  # the client went away, which the tests look at from its side
+                pass  # the client disconnected, which the tests check on its side
 
     def _step(self, connection, step):
         if step == "wait":
@@ -134,5 +134,5 @@ class ScriptedServer:
             connection.sendall(step)
 
     def client_went(self):
-        """True when the client of one "wait" closes its connection in time."""
+        """Returns whether the client of one "wait" closes its connection in time."""
         return self.gone.acquire(timeout=TIMEOUT)

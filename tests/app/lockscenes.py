@@ -48,7 +48,7 @@ class Holder:
     def __init__(self, *arguments):
         os.mkfifo(FIFO)
         self.process = start(*(arguments or ["vars", "set-binary", "k", FIFO]))
-        # Blocks until the command has opened the other end, which it does with the lock held.
+        # Blocks until the command has opened the other end, which it does while it holds the lock.
         self._end = open(FIFO, "wb")
 
     def __enter__(self):
@@ -83,7 +83,7 @@ def a_shell_holds_the_lock_for_each_command():
                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     shell.stdin.write("vars set a 1\ntable\n")
     shell.stdin.flush()
-    assert "device" in shell.stdout.readline()  # the shell is behind its 'vars set' now
+    assert "device" in shell.stdout.readline()  # the shell has executed its 'vars set'
     done("vars", "set", "b", "2")
     output, errors = shell.communicate(timeout=60)
     assert (shell.returncode, errors) == (0, "")
@@ -101,7 +101,7 @@ def waiting_ends_after_its_time():
 
 
 def in_clock_sleep(process):
-    """Whether a process waits: it looks for signals in poll()."""
+    """Returns whether a process waits in poll()."""
     text = pathlib.Path(f"/proc/{process.pid}/wchan").read_text(encoding="ascii")
     return "poll" in text
 
@@ -154,7 +154,7 @@ def concurrent_settings_are_all_kept():
 
 
 def two_settings_at_once_are_stored_or_refused():
-    """Twenty times: exit status 0 means stored, and 7 means not stored; there is no other."""
+    """Twenty times: exit status 0 means stored, and 7 means not stored; there is no other status."""
     kept = set()
     for i in range(20):
         both = {name: start("vars", "set", name, "1") for name in [f"a{i}", f"b{i}"]}
@@ -179,7 +179,7 @@ def readers_do_not_disturb_each_other():
 def a_shared_lock_admits_readers_only():
     done("vars", "set", "a", "1")
     with open(LOCK, "rb") as file:
-        fcntl.flock(file, fcntl.LOCK_SH)  # as a script would, with flock(1)
+        fcntl.flock(file, fcntl.LOCK_SH)  # like a script with flock(1)
         assert done("vars", "get", "a") == "1\n"
         expect(run("vars", "set", "a", "2"), BUSY, "are in use by another process")
         document = json.loads(run("--json", "vars", "set", "a", "2").stdout)
@@ -216,7 +216,7 @@ def the_partition_is_absent():
 
 
 def killed_at(stop, value):
-    """Sets a variable, and kills the command at a system call. False when it came to its end."""
+    """Sets a variable, and kills the command at a system call. Returns False if it has exited before."""
     traceme, syscall, libc = 0, 24, ctypes.CDLL(None, use_errno=True)
     child = os.fork()
     if child == 0:

@@ -1,16 +1,16 @@
 # SPDX-License-Identifier: MIT
-"""Stand-ins for the daemons of service staff, in the root of a BootPartition."""
+"""Stubs for the daemons of service staff, in the root of a BootPartition."""
 
 TOOLS = {
     "getty": "echo \"$0 $*\" >/state/getty.new; mv /state/getty.new /state/getty\n"
              "exec tail -f /dev/null",
     "killall": "echo \"killall $*\" >>/state/log; pkill -x $1; :",
-    # The daemon is this script, too, and has its name. It waits for ever.
+    # The daemon is this script as well, under its own name. It runs forever.
     "syslogd": "echo \"$0 $*\" >>/state/log\n"
                "mkfifo /state/log.pipe 2>&- || :\n"
                "{ read -r nothing <>/state/log.pipe; } <&- >&- 2>&- &"}
 
-# $1 nodes below /dev, $2 a file of the state to be waited for; then the command line.
+# $1 nodes below /dev, $2 a file of the state to wait for; then the command line.
 PREPARE = r"""
 set -eu
 PATH=/usr/sbin:/usr/bin
@@ -30,7 +30,7 @@ exit "$status"
 
 
 class Maintenance:
-    """Runs the command among the stand-ins; `partition` is a BootPartition."""
+    """Runs the command with the stubs; `partition` is a BootPartition."""
 
     def __init__(self, partition):
         self.partition = partition

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Colours: on a terminal only, and not against NO_COLOR."""
+"""Colours: only on a terminal, and not with NO_COLOR."""
 
 import re
 import subprocess
@@ -11,11 +11,11 @@ from bootpartition import image, record
 from httpserver import refused_port
 
 RED, GREEN, YELLOW, PLAIN = "\x1b[31m", "\x1b[32m", "\x1b[33m", "\x1b[0m"
-COLOURED = {"TERM": "xterm", "NO_COLOR": ""}  # an empty one is none
+COLOURED = {"TERM": "xterm", "NO_COLOR": ""}  # an empty NO_COLOR has no effect
 
 
 def whole(terminal):
-    """All that came to the terminal."""
+    """Returns everything written to the terminal."""
     terminal.end()
     return terminal.text
 
@@ -91,7 +91,7 @@ def test_none_in_a_pipe(command, tmp_path, monkeypatch):
 
 
 def test_each_stream_for_itself(command, tmp_path):
-    """Output into a file, errors on the terminal."""
+    """Output to a file, errors on the terminal."""
     (tmp_path / "file").write_bytes(b"x")
     line = f"exec {command} vars verify {tmp_path}/file >{tmp_path}/output"
     screen = fakedrive.Terminal(["sh", "-c", line], {**fakedrive.plain_screen(), **COLOURED})

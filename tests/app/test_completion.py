@@ -27,7 +27,7 @@ printf '%s\n' "${COMPREPLY[@]}"
 
 @pytest.fixture
 def complete(tmp_path):
-    """A function that completes the last of some words, in a folder with a file and two folders."""
+    """Returns a function that completes the last word, in a directory with a file and two directories."""
     (tmp_path / "file one").touch()
     (tmp_path / "folder").mkdir()
     (tmp_path / "-d").mkdir()
@@ -79,7 +79,7 @@ def test_options_of_each_command(kestrova, complete, name):
 
 
 def test_values_of_options(kestrova, complete):
-    """Each option with a value waits for it, and no other does."""
+    """Each option with a value requires one, and no other does."""
     for name in COMMANDS:
         text = page(kestrova, *name.split())
         for option, value in {**helppages.options(text), **helppages.own_options(text)}.items():
@@ -115,7 +115,7 @@ def test_the_script_is_clean():
 
 
 def test_in_a_bash(tmp_path):
-    """With the tabulator key, as a person uses it."""
+    """With the Tab key, like a person."""
     (tmp_path / "some file").touch()
     environment = {**os.environ, "INPUTRC": "/dev/null", "TERM": "dumb", "PS1": "ready> "}
     bash = fakedrive.Terminal([*BASH, "-i"], environment)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The drive's commands on a stand-in drive, without a terminal."""
+"""The drive's commands on a fake drive, without a terminal."""
 
 import json
 
@@ -8,7 +8,7 @@ FORMAT = ["mkfs.xfs -L DVRData -f -l lazy-count=0 /dev/sda2",
 
 
 def document(run):
-    """The one JSON document that a command printed on one line."""
+    """Returns the single JSON document that a command printed on one line."""
     assert run.stdout.endswith("\n") and run.stdout.count("\n") == 1, run
     return json.loads(run.stdout)
 
@@ -134,7 +134,7 @@ def test_failed_format(fake_drive):
 def test_failure_on_the_data_partition_does_not_end_the_format_early(fake_drive):
     fake_drive.table([256, 512])
     release = fake_drive.hold("mkfs.xfs")
-    # Fails on the data partition, and waits on the storage partition.
+    # Fails for the data partition, and blocks for the storage partition.
     tool = fake_drive.state / "tools/mkfs.xfs"
     tool.write_text(tool.read_text().replace(
         "sys.exit(run(MATCH))", "sys.exit(1 if 'DVRData' in LINE else run(MATCH))"))
@@ -168,7 +168,7 @@ def test_start_needs_a_format(fake_drive):
 def test_failed_start(fake_drive):
     fake_drive.formatted().fail("mount", 32)
     run = fake_drive.run("--json", "shell", "-e", "drive start; drive status")
-    result = document(run)  # the status is not asked for any more
+    result = document(run)  # the status command is not executed any more
     assert run.returncode == 1 and result["status"] == "error"
     assert result["error"] == (
         "the drive could not be started: /dev/sda1 can't be mounted: mount: exit status 32")
@@ -182,7 +182,7 @@ def test_a_started_drive_refuses_what_would_destroy_it(fake_drive):
 
 
 def test_looking_beside_a_recording_changes_nothing(fake_drive):
-    """Another process looks while a started drive is written to."""
+    """Another process queries the drive while a started drive is written to."""
     recorder = fake_drive.formatted().start("shell")
     recorder.stdin.write("drive start\nrun 'echo begun >/dvr/data/film; ls /dvr/data'\n")
     recorder.stdin.flush()

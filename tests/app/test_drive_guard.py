@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Commands that destroy data refuse what they must not destroy, and show what they would."""
+"""Destructive commands refuse what they must not destroy, and show what they would destroy."""
 
 import json
 import re
@@ -11,7 +11,7 @@ TABLE_SCRIPT = ["sfdisk -q -L -uM /dev/sda"]
 
 
 def destroyed(drive):
-    """The calls of tools that change the disk."""
+    """Returns the calls of tools that change the disk."""
     return [call for call in drive.calls() if call.startswith(("mkfs", "sfdisk -q"))]
 
 
@@ -58,7 +58,7 @@ printf 'DEVNAME=/dev/sda2\\nLABEL=vault\\nTYPE=zfs_member\\nPART_ENTRY_TYPE=0x83
 
 @pytest.mark.parametrize("words", [[*words, *more] for words in DESTROYERS for more in [[], ["--force"]]])
 def test_a_mounted_partition_is_not_destroyed(fake_drive, words):
-    """Whoever mounted it, and wherever; --force is no help."""
+    """Whoever mounted it, and on any directory; --force does not help."""
     other = fake_drive.formatted().start("shell")
     other.stdin.write("run 'mkdir /mnt; /real/mount -t tmpfs /dev/sda2 /mnt; echo mounted'\n")
     other.stdin.flush()

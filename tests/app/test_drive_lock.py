@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Two processes at one drive: its lock, and what onlookers see."""
+"""Two processes with one drive: its lock, and what other processes see."""
 
 import json
 import os
@@ -16,7 +16,7 @@ CHANGING = ["partition --yes 100", "format --yes", "start", "stop", "check 0", "
 
 @pytest.fixture
 def formatting(fake_drive):
-    """A drive that another process formats: its Popen, and what lets the formatter go on."""
+    """A drive that another process formats. Returns its Popen, and a function that releases it."""
     release = fake_drive.formatted().hold("mkfs.xfs")
     holder = fake_drive.start("drive", "format", "--yes")
     assert holder.stdout.readline() == "format: formatting 90 %\n"

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""kestrova fetch, from true and hostile servers."""
+"""kestrova fetch, from real and hostile servers."""
 
 import array
 import fcntl
@@ -27,7 +27,7 @@ SIZES = [0, 1, 2047, 2048, 2049, 20479, 20480, 20481, 3000000]
 
 @pytest.fixture
 def folder(tmp_path):
-    """Where documents are saved: empty."""
+    """The empty directory in which documents are saved."""
     path = tmp_path / "saved"
     path.mkdir()
     return path
@@ -81,7 +81,7 @@ def test_what_is_no_file_is_written_as_it_is(kestrova, documents, folder):
 
 
 def scripts(server):
-    """URL, exit status, and what standard error says."""
+    """Returns URL, exit status, and the message on standard error."""
     port = refused_port()
     return [
         (f"http://127.0.0.1:{port}/", REFUSED, "/': connection refused"),
@@ -116,7 +116,7 @@ def test_failures(kestrova, scripted, folder):
 
 
 def in_mount_namespace(script, *arguments):
-    """What a shell script prints that may mount what it likes."""
+    """Returns the output of a shell script that may mount anything."""
     if os.geteuid() != 0 or subprocess.run(["unshare", "-m", "true"], check=False).returncode:
         pytest.skip("needs root and a mount namespace of its own")
     return subprocess.run(["unshare", "-m", "sh", "-c", script, "sh", *map(str, arguments)],
@@ -284,7 +284,7 @@ def test_ctrl_c_while_the_reader_is_slow(start, scripted):
 
 
 def wait_for(condition):
-    """Polls what nothing tells of: files and pipes of another process."""
+    """Polls a condition that no event reports, such as files and pipes of another process."""
     deadline = time.monotonic() + TIMEOUT
     while not condition():
         assert time.monotonic() < deadline
@@ -328,7 +328,7 @@ def test_progress_stays_on_one_line(command, scripted, folder, columns):
         fetch.close()
     lines = re.findall(r"\r([^\r\x1b]*)\x1b\[K", fetch.text)
     assert max(map(len, lines)) <= columns - 1
-    # Nothing is cut that fits whole.
+    # A line that fits is not truncated.
     assert lines[-1] in ["", "fetch 100", "fetch 100 %", "fetch 100 % 1000 bytes of 1000 bytes"] \
         or re.fullmatch(r"fetch 100 % 1000 bytes of 1000 bytes(, [0-9.]+ \w+/s(, in 0:00:\d\d)?)?",
                         lines[-1])

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""kestrova fetch-all, from true and hostile servers."""
+"""kestrova fetch-all, from real and hostile servers."""
 
 import json
 import os
@@ -17,7 +17,7 @@ BODY = random.Random(2).randbytes(1000)
 
 @pytest.fixture
 def folder(tmp_path):
-    """Where documents are saved: empty."""
+    """The empty directory in which documents are saved."""
     path = tmp_path / "saved"
     path.mkdir()
     return path

@@ -32,7 +32,7 @@ def test_help_of_each_command(kestrova, name):
 
 @pytest.mark.parametrize("name", ["", *helppages.GROUPS, *COMMANDS])
 def test_each_page_has_the_same_form(kestrova, name):
-    """Usage, purpose, perhaps details and own options, options, exit statuses, example."""
+    """Usage, purpose, optional details and own options, options, exit statuses, example."""
     text = kestrova(*name.split(), "--help").stdout
     usage, purpose, rest = text.split("\n\n", 2)
     assert re.fullmatch(rf"Usage: kestrova ?{name}( --| [][A-Z.]+)*", usage)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Every command's JSON document, of success and of failure, against the schema."""
+"""Every command's JSON document, for success and for failure, against the schema."""
 
 import copy
 import json
@@ -18,7 +18,7 @@ FULL = image(record(b"a", b"v" * (65524 - 4)))
 DAMAGED = image(record(b"syslog", b"10.0.0.7"), crc=0)
 GOOD, BAD = False, True  # whether a document has an error
 
-# Where, with what, the command's words, and its documents.
+# The place, its state, the command's words, and its documents.
 CASES = [
     ("plain", None, ["table"], [("table", GOOD)]),
     ("plain", None, ["run", "exit 3"], [("run", GOOD)]),
@@ -42,7 +42,7 @@ CASES = [
          "format", "start", "watch", "info", "stop"]]),
     ("drive", "formatted", ["drive", "with", "--", "true"], [("drive with", GOOD)]),
     ("drive", "blank", ["drive", "check", "0"], [("drive check", GOOD)]),
-    # partitioned elsewhere, with partitions inside of another one
+    # Partitioned elsewhere, with logical partitions.
     ("drive", "crowded", ["shell", "-e", "drive info; drive check 5"],
      [("drive info", GOOD), ("drive check", GOOD)]),
     ("drive", "fsck.ext3", ["drive", "check", "0"], [("drive check", BAD)]),
@@ -83,7 +83,7 @@ CASES = [
     ("box", "bare", ["production"], [("production", BAD)]),
 ]
 NEVER_FAIL = {"table", "serial count"}
-# The shell is always there, where the tests can run.
+# The shell always exists if the tests can run.
 NOT_HAD = {"run"}
 
 
@@ -139,7 +139,7 @@ def test_documents(request, place, state, words, expected):
 @pytest.mark.parametrize("place,state,words,expected", [
     case for case in CASES if case[2][0] in ["table", "fetch"]])
 def test_members_are_exactly_those_of_the_schema(request, place, state, words, expected):
-    """One member more or one less is an error."""
+    """An additional or a missing member is an error."""
     document = json.loads(RUN[place](request, state, words).stdout)
     spoilt = [{**document, "surprise": 1}]
     for name in set(document) - {"error", "command"}:

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The shell's line editing and history, where the build and the machine have libedit."""
+"""The shell's line editing and history, if the build and the machine have libedit."""
 
 import ctypes
 import os
@@ -14,7 +14,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def has_libedit(program):
-    """Whether a build loads libedit here: of this interpreter's word size, and built with it."""
+    """Returns whether a build can load libedit here: same word size as this interpreter, and built with it."""
     if not program.exists() or program.read_bytes()[4] != struct.calcsize("P") // 4:
         return False
     try:
@@ -38,7 +38,7 @@ def shell(command):
 
 
 def test_a_line_is_edited(shell):
-    shell.type("serial cou\x01\x0b\x19nt\n")  # to its begin, cut to the end, and pasted
+    shell.type("serial cou\x01\x0b\x19nt\n")  # to the start, cut to the end, and pasted
     shell.expect(r"\n\d+\nkestrova> ")
     shell.type("tableau\x7f\x7f\n")
     shell.expect("device 0.*kestrova> ")
@@ -74,7 +74,7 @@ def test_sigterm_ends_it_and_leaves_a_sane_terminal(shell):
 
 
 def test_what_is_run_has_an_ordinary_terminal(shell):
-    """Not the mode in which single characters are read."""
+    """Not in the mode in which single characters are read."""
     shell.type("run 'stty -a </dev/tty'\n")
     assert " icanon" in shell.expect("icanon.*?kestrova> ")[0] or " icanon" in shell.text
 

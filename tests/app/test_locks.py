@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The lock of the boot variables, between real processes; lockscenes.py has the scenes."""
+"""The lock of the boot variables, between real processes; see lockscenes.py for the scenes."""
 
 import json
 import pathlib

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The commands of service staff, with stand-ins for the daemons, in a root of their own."""
+"""The commands of service staff, with stubs for the daemons, in their own root."""
 
 import json
 
@@ -62,7 +62,7 @@ def test_serial_login_that_cannot_be_executed(maintain):
 
 
 def test_serial_login_outlives_the_command(maintain):
-    """It belongs to the first process then."""
+    """The first process has then adopted it."""
     run = maintain("shell", "-e", "serial login 0; serial login 1; run 'pgrep -c -x tail'",
                    nodes="ttyS0 ttyS1")
     assert (run.returncode, run.stdout, run.stderr) == (0, "2\n", "")
@@ -126,7 +126,7 @@ def test_apply(maintain):
 
 
 def test_apply_when_the_daemon_does_not_start(maintain):
-    """As today's syslogd, which does not know -C."""
+    """Like current syslogd versions, which do not support -C."""
     store(maintain, record(b"syslog", b"10.0.0.7"))
     (maintain.partition.state / "tools" / "syslogd").write_text("#!/bin/sh\nexit 1\n")
     run = maintain("syslog", "apply")
@@ -152,7 +152,7 @@ def test_apply_when_the_old_daemon_stays(maintain):
 
 
 def test_the_daemon_can_be_ended(maintain):
-    """It has not inherited that the command blocks signals."""
+    """It has not inherited the command's blocked signals."""
     store(maintain)
     run = maintain("shell", "-e", "syslog apply; run 'grep SigBlk /proc/$(pgrep -x syslogd)/status'")
     assert run.returncode == 0 and run.stdout.split() == ["SigBlk:", "0" * 16]

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The manual page has what the help has, and is well-formed."""
+"""The manual page contains what the help contains, and is well-formed."""
 
 import pathlib
 import re
@@ -19,7 +19,7 @@ def section(title):
 
 
 def items(title):
-    """The tags of the lists of a section."""
+    """Returns the tags of the lists of a section."""
     return re.findall(r"^\.It (.*)", section(title), re.M)
 
 

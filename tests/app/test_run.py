@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""kestrova run: a command's streams and its end."""
+"""kestrova run: a command's streams and its exit."""
 
 import json
 import os

@@ -9,7 +9,7 @@ LONG = "x" * 5000
 
 
 def words(run):
-    """The command of every JSON document."""
+    """Returns the command of every JSON document."""
     return [json.loads(line)["command"] for line in run.stdout.splitlines()]
 
 

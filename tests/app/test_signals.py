@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""SIGTERM and SIGHUP end a command as cleanly as Ctrl-C does."""
+"""SIGTERM and SIGHUP end a command as cleanly as Ctrl-C."""
 
 import os
 import signal
@@ -17,7 +17,7 @@ NAMES = [number.name for number in ENDINGS]
 def test_a_script_ends_behind_its_command(kestrova, number):
     run = kestrova("shell", "-e", f"run 'kill -{int(number)} $PPID'; table")
     assert (run.returncode, run.stdout) == (128 + number, "")
-    # Nothing when the signal was passed on before the end of what was run, which then failed.
+    # No message if the signal was forwarded before the command exited, which then failed.
     assert run.stderr in ("", "kestrova: interrupted: the commands that follow are not run\n")
 
 
@@ -28,7 +28,7 @@ def test_what_is_run_gets_the_signal(kestrova, number):
 
 
 def test_what_is_run_may_take_its_time(kestrova):
-    # The kernel ends the shell after 60 s of processor time, should it never get the signal.
+    # If the shell never gets the signal, the kernel kills it after 60 s of processor time.
     run = kestrova("run", "ulimit -t 60; trap 'echo cleaned; exit 5' TERM; kill -TERM $PPID; "
                           "while :; do :; done")
     assert (run.returncode, run.stdout) == (5, "cleaned\n")
@@ -50,7 +50,7 @@ def test_what_is_run_has_no_signal_blocked(kestrova):
 
 @pytest.mark.parametrize("number", [signal.SIGINT, *ENDINGS], ids=["SIGINT", *NAMES])
 def test_an_ignored_signal_stays_ignored(kestrova, number):
-    """As nohup and a shell's '&' ask for."""
+    """As with nohup and a shell's '&'."""
     run = kestrova("shell", "-e", f"run 'kill -{int(number)} $PPID; kill -{int(number)} $$'; table",
                    preexec_fn=lambda: signal.signal(number, signal.SIG_IGN))
     assert run.returncode == 0 and run.stdout.startswith("device 0") and run.stderr == ""
@@ -114,7 +114,7 @@ def test_a_format_in_an_interactive_shell_is_waited_for(fake_drive, number):
 
 
 def command_below(pid):
-    """The process of the command, which the first process of the terminal has started, or is."""
+    """Returns the process of the command, which is the terminal's first process or its child."""
     while True:
         with open(f"/proc/{pid}/comm", encoding="utf-8") as comm:
             if comm.read() == "kestrova\n":

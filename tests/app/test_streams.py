@@ -24,7 +24,7 @@ def test_closed_streams(command, closed):
     assert run.returncode == 0
     for stream, text in outputs.items():
         assert (text == "") == (stream in closed), text
-    # No file took the number of a stream: neither text is where the other one belongs.
+    # No file got the number of a stream: each text is only in its own stream.
     assert "smpBlockdeviceConfig" not in run.stdout and "device 0: " not in run.stderr
 
 

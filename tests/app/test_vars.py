@@ -106,7 +106,7 @@ def test_too_much_is_refused(boot_partition):
 @pytest.mark.parametrize("name", ["/dev/alias", None])
 @pytest.mark.parametrize("mounted", ["", "ro", "rw"])
 def test_absent_is_not_unreadable(boot_partition, mounted, name):
-    """In each way in which the partition can be mounted, and left as it was."""
+    """In every mount state, which the command restores."""
     options = {"mounted": mounted, **({"name": name} if name else {})}
 
     def outcome(primary, backup):

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The check of a boot environment file: what is wrong, and where."""
+"""The check of a boot environment file: the problems, and their positions."""
 
 import json
 
@@ -36,7 +36,7 @@ NOTES = [
 
 @pytest.fixture
 def verify(kestrova, tmp_path):
-    """A function that checks an image: exit status and JSON document; the text has to agree."""
+    """Returns a function that checks an image: exit status and JSON document; the text must agree."""
 
     def run(content):
         file = tmp_path / "image"
@@ -87,7 +87,7 @@ def test_names_do_not_drive_the_terminal(kestrova, tmp_path):
 
 
 def test_every_flipped_bit_is_seen(kestrova, tmp_path):
-    """All but those of the first three bytes: no reader cares for these single bits."""
+    """All except those of the first three bytes, whose bits no reader uses."""
     content = image(record(b"a", b"1"))
     file = tmp_path / "image"
     for bit in range(24, len(content) * 8):

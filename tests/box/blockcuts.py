@@ -27,7 +27,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 for folder in ["", "tests/box", "tests/app", "tests/unit/System/bootvarsmanager"]:
     sys.path.insert(0, str(ROOT / folder))
 
-# The modules' names are set after the path on purpose.
+# After the path has been set.
 from box import software  # noqa: E402
 from box.errors import BoxError  # noqa: E402
 from box.hardware import MIB, Disk  # noqa: E402
@@ -44,7 +44,7 @@ PROGRAM = BUILD / "tests" / "boxprograms" / "block-cuts"
 GUEST_PROGRAM = "/usr/lib/kestrova/block-cuts"
 SECONDS = 300
 SHOWN_LOSSES = 10
-POINTS = 4000  # of the variables, besides the flushes; many are alike
+POINTS = 4000  # of the variables, in addition to the flushes; many are equivalent
 TABLE_POINTS = 300
 SAVES = 216
 MARK_OFFSET = 64 * writelog.SECTOR
@@ -53,7 +53,7 @@ TABLES = [["100"], ["rest"], ["200", "rest"], ["50", "60", "70", "80"], ["rest"]
           ["10", "20", "rest"], ["300", "100"], ["1"]]
 
 # A root directory in which the library finds the partition by its name. $1 the root, $2 the build's
-# folder, $3 the program.
+# directory, $3 the program.
 ENTER = r"""
 set -eu
 mount -t tmpfs -o mode=755 blockcuts "$1"
@@ -70,11 +70,11 @@ exec chroot "$1" "$3" read
 
 
 class Reader:
-    """Reads software partitions with the library, and the files on them as they are."""
+    """Reads software partitions with the library, and the files on them directly."""
 
     def __init__(self, folder):
         (folder / "root").mkdir()
-        # in memory, whatever the machine's disks are doing; gone with this process
+        # In memory, independent of the machine's disks; it disappears with this process.
         self._memory = os.memfd_create("partition", os.MFD_CLOEXEC)
         self._image = f"/proc/self/fd/{self._memory}"
         self._received = b""
@@ -94,7 +94,7 @@ class Reader:
         return line.decode().split(" ")
 
     def read(self, image):
-        """The library's variables, and the files' bytes by name."""
+        """Returns the library's variables, and the files' bytes by name."""
         image.store(self._image)
         name, loop = bootpartition.attach(self._image)
         try:
@@ -111,7 +111,7 @@ class Reader:
             os.close(loop)
 
     def close(self):
-        """Ends it."""
+        """Stops it."""
         self._process.stdin.close()
         self._process.kill()
         self._process.wait()
@@ -120,7 +120,7 @@ class Reader:
 
 
 def independent(files):
-    """The variables as the description of the format has them."""
+    """Returns the variables according to the description of the format."""
     for name in ["boot_env", "boot_env.bkp"]:
         try:
             return bootimage.decode(files[name])
@@ -130,7 +130,7 @@ def independent(files):
 
 
 def changes(count, choice):
-    """Lines for the recorder, and the variables before and after each."""
+    """Returns lines for the recorder, and the variables before and after each."""
     lines, states, backup = [], [{}], {}
     current, good, mode = {}, False, "none"
     for number in range(count):
@@ -156,7 +156,7 @@ def changes(count, choice):
 
 
 def marks(entries):
-    """For each position up to the end, the last mark before it: ("begin" or "end", number)."""
+    """Returns the last mark before each position, up to the end: ("begin" or "end", number)."""
     last, found = ("end", -1), []
     for _, offset, data in entries:
         found.append(last)
@@ -167,20 +167,20 @@ def marks(entries):
 
 
 def allowed(states, mark):
-    """What may be there after a power cut."""
+    """Returns the states that a power cut may leave."""
     word, number = mark
     return [states[number + 1]] if word == "end" else [states[number], states[number + 1]]
 
 
 class Count:
-    """Points, which of them are different, and losses."""
+    """The number of points, of different points, and of losses."""
 
     def __init__(self, tell):
         self.points = self.lost = 0
         self._seen, self._tell = set(), tell
 
     def add(self, identity, loss):
-        """Counts a point; `loss` says what is wrong there, or is None."""
+        """Counts a point; `loss` describes the problem there, or is None."""
         self.points += 1
         self._seen.add(identity)
         if loss is not None:
@@ -189,19 +189,19 @@ class Count:
                 self._tell(f"LOST: {loss}")
 
     def figures(self):
-        """The last line of a report."""
+        """Returns the last line of a report."""
         return f"{self.points} points, {len(self._seen)} of them different, {self.lost} lost"
 
 
 def first_partition(path):
-    """Offset and size in bytes."""
+    """Returns the offset and size in bytes."""
     with open(path, "rb") as file:
         start, sectors = struct.unpack("<II", file.read(512)[454:462])
     return start * writelog.SECTOR, sectors * writelog.SECTOR
 
 
 def record_variables(folder, lines, without_sync):
-    """Makes the changes on a box; the entries of the log."""
+    """Makes the changes on a box. Returns the entries of the log."""
     disk = software.software_disk()
     image, log = folder / "software.img", folder / "software.log"
     shutil.copyfile(disk.path, image)
@@ -223,7 +223,7 @@ def record_variables(folder, lines, without_sync):
 
 
 def cut_variables(folder, seed, wanted, every_flush, count, tell, saves, without_sync=False):
-    """Power cuts while boot variables are changed."""
+    """Cuts the power while boot variables are changed."""
     choice = random.Random(seed)
     lines, states = changes(saves, choice)
     entries = record_variables(folder, lines, without_sync)
@@ -258,7 +258,7 @@ def cut_variables(folder, seed, wanted, every_flush, count, tell, saves, without
 
 
 def table_of(sector):
-    """The used entries of a partition table: type, start and size in sectors. None without one."""
+    """Returns the used entries of a partition table: type, start and size in sectors. None without one."""
     if sector[510:] != b"\x55\xaa":
         return None
     entries = [struct.unpack("<4xB3xII", sector[at:at + 16]) for at in range(446, 510, 16)]
@@ -266,7 +266,7 @@ def table_of(sector):
 
 
 def record_tables(folder):
-    """Writes tables to a blank drive of a box; the entries of the log."""
+    """Writes tables to a blank drive of a box. Returns the entries of the log."""
     log = folder / "drive.log"
     drive = Disk(path=folder / "drive.img", size=DRIVE_MB * MIB, write_log=log)
     with open(drive.path, "wb") as file:
@@ -282,7 +282,7 @@ def record_tables(folder):
 
 
 def written_tables(entries, last):
-    """The table after each change, which must be as long as it was asked for."""
+    """Returns the table after each change, which must have the requested size."""
     tables, disk = [None], blockstates.Image(DRIVE_MB * MIB)
     for position, (_, offset, data) in enumerate(entries):
         disk.write(offset, data)
@@ -295,7 +295,7 @@ def written_tables(entries, last):
 
 
 def sfdisk_table(image, path):
-    """The same by sfdisk, whose output the library reads."""
+    """Returns sfdisk's view of the table, whose output the library reads."""
     image.store(path)
     done = subprocess.run(["sfdisk", "-d", path], stdout=subprocess.PIPE, text=True, check=False,
                           stderr=subprocess.DEVNULL)
@@ -311,7 +311,7 @@ def sfdisk_table(image, path):
 
 
 def cut_tables(folder, seed, wanted, count, tell):
-    """Power cuts while partition tables are written."""
+    """Cuts the power while partition tables are written."""
     entries = record_tables(folder)
     last = marks(entries)
     tables = written_tables(entries, last)
@@ -330,7 +330,7 @@ def cut_tables(folder, seed, wanted, count, tell):
 
 def run(seed, wanted, every_flush=True, tables=TABLE_POINTS, saves=SAVES, without_sync=False,
         tell=lambda text: None):
-    """Makes the cuts; a Count."""
+    """Makes the cuts. Returns a Count."""
     end_on_signals()
     workspace = Workspace()
     count = Count(tell)

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""What a power cut can leave of a disk whose writes and flushes are logged.
+"""The states that a power cut can leave of a disk whose writes and flushes are logged.
 
-Writes before an answered flush are on the disk. Of the writes after it any part may be, down to
+Writes before a completed flush are on the disk. Any subset of the writes after it may be, down to
 single sectors of one write, in any order.
 """
 
@@ -13,7 +13,7 @@ BLOCK = 4096
 
 
 class Image:
-    """The bytes of a disk, or of a part of it: only blocks that are not all zero."""
+    """The bytes of a disk, or of a part of it; stores only blocks that are not all zero."""
 
     def __init__(self, size, blocks=None):
         self.size = size
@@ -21,7 +21,7 @@ class Image:
 
     @classmethod
     def load(cls, path, offset, size):
-        """Reads `size` bytes of a file from `offset` on."""
+        """Reads `size` bytes of a file, starting at `offset`."""
         image = cls(size)
         with open(path, "rb") as file:
             file.seek(offset)
@@ -32,16 +32,16 @@ class Image:
         return image
 
     def copy(self):
-        """Another image with the same bytes."""
+        """Returns another image with the same bytes."""
         return Image(self.size, dict(self._blocks))
 
     def read(self, offset, length):
-        """Bytes of one block."""
+        """Returns bytes of one block."""
         start = offset % BLOCK
         return self._blocks.get(offset // BLOCK, bytes(BLOCK))[start:start + length]
 
     def write(self, offset, data):
-        """Replaces bytes; what lies outside is left out."""
+        """Replaces bytes; ignores those outside the image."""
         while data:
             number, start = divmod(offset, BLOCK)
             piece = data[:BLOCK - start]
@@ -59,7 +59,7 @@ class Image:
                 file.write(block)
 
     def digest(self):
-        """The same for the same bytes."""
+        """Returns a digest of the bytes."""
         digest = hashlib.blake2b(digest_size=16)
         for number, block in sorted(self._blocks.items()):
             digest.update(b"%d:" % number + block)
@@ -67,7 +67,7 @@ class Image:
 
 
 def _intervals(entries):
-    """(start, end) of the entries between two flushes; the flush is entry `end`."""
+    """Returns (start, end) of the entries between two flushes; the flush is entry `end`."""
     start, found = 0, []
     for position, (flags, *_) in enumerate(entries):
         if flags & writelog.FLUSH:
@@ -77,7 +77,7 @@ def _intervals(entries):
 
 
 def _subset(image, writes, random):
-    """Applies what may have reached the disk of the writes since a flush."""
+    """Applies the writes since a flush that may have reached the disk."""
     keep = random.choice([0.2, 0.5, 0.9, 1.0])
     torn = random.choice([0.0, 0.3, 1.0])
     for flags, offset, data in writes:
@@ -100,7 +100,7 @@ def points(entries, base, wanted, random, every_flush=False, useful=lambda posit
     writes = [sum(0 <= offset < base.size for _, offset, data in entries[start:end] if data)
               for start, end in intervals]
     flushed = [i for i, (_, end) in enumerate(intervals) if writes[i] and useful(end)]
-    # Also where nothing in the image is written: what is missing there was perhaps acknowledged.
+    # Also where the image is not written: missing data there may have been acknowledged.
     weights = [max(writes[i], end > start) for i, (start, end) in enumerate(intervals)]
     if not every_flush and len(flushed) > wanted // 2:
         flushed = random.sample(flushed, wanted // 2)

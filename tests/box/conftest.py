@@ -16,7 +16,7 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))
 
-# The module's name is set after the path on purpose.
+# After the path has been set.
 from box import image, packages  # noqa: E402
 from box.hardware import Disk  # noqa: E402
 from box.machine import Box, product_files  # noqa: E402
@@ -27,7 +27,7 @@ PROGRAMS = ["qemu-system-i386", "modprobe", "depmod", "readelf", "dpkg-deb", "ap
 
 @pytest.fixture(scope="session")
 def box_image():
-    """The built image; skips where there can be none."""
+    """Returns the built image; skips if there can be none."""
     missing = [name for name in PROGRAMS if shutil.which(name) is None]
     if missing:
         pytest.skip("the virtual box needs " + ", ".join(missing))
@@ -39,7 +39,7 @@ def box_image():
 
 @pytest.fixture
 def boot(box_image):
-    """A function that boots a Box with the product in it; the test's end ends it."""
+    """Returns a function that boots a Box with the product; the test's end stops it."""
     boxes = []
 
     def boot_box(disks=None, files=None, **options):
@@ -61,7 +61,7 @@ def box(box_image):
 
 @pytest.fixture(scope="session")
 def compile_guest(tmp_path_factory):
-    """A function that makes a 32-bit program of C source text and returns its path."""
+    """Returns a function that compiles C source text to a 32-bit program and returns its path."""
     folder = tmp_path_factory.mktemp("guest")
 
     def compile_source(name, source):

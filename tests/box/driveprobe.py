@@ -58,7 +58,7 @@ class Probe:
         return line.decode("ascii", "replace").rstrip("\r")
 
     def call(self, *words, timeout=120):
-        """Has the application make one call."""
+        """Makes one call in the application."""
         self._port.sendall("\t".join(map(str, words)).encode() + b"\n")
         outcome, *result = self._line(timeout).split("\t")
         if outcome != "ok":
@@ -66,12 +66,12 @@ class Probe:
         return result[0] == "true" if result in (["true"], ["false"]) else result
 
     def status(self):
-        """Status and progress of the recording drive."""
+        """Returns status and progress of the recording drive."""
         name, progress = self.call("status")
         return name, int(progress)
 
     def until(self, *wanted, timeout=60):
-        """Asks for the status until it is one of those; returns all that were seen."""
+        """Polls the status until it is one of `wanted`; returns all that were seen."""
         seen, deadline = [], time.monotonic() + timeout
         while not seen or seen[-1] not in wanted:
             if time.monotonic() > deadline:
@@ -82,30 +82,30 @@ class Probe:
         return seen
 
     def finish(self):
-        """Waits for the drive's worker; the name of the status that it ended in."""
+        """Waits for the drive's worker. Returns the name of the final status."""
         return self.call("watch")[-1].split()[0]
 
     def sizes(self):
-        """Block size, free and total MiB."""
+        """Returns block size, free and total MiB."""
         return [int(word) for word in self.call("sizes")]
 
     def log(self, skip=0):
-        """What the library has written to standard output, after the first bytes."""
+        """Returns the library's standard output, after the first `skip` bytes."""
         return self.job.output((skip, 0))[0].decode(errors="replace")
 
     def errors(self, skip=0):
-        """The same of standard error."""
+        """Returns its standard error in the same way."""
         return self.job.output((0, skip))[1].decode(errors="replace")
 
     def mark(self):
-        """Where log() and errors() are now."""
+        """Returns the current positions of log() and errors()."""
         out, err = self.job.output()
         return len(out), len(err)
 
 
 @contextlib.contextmanager
 def probe_box(disks, files=None, **options):
-    """A box with the product and, in its member probe, the application."""
+    """Creates a box with the product and, in its member probe, the application."""
     if not PROGRAM.exists():
         pytest.skip(f"{PROGRAM} is not built")
     files = {**product_files(BUILD), PROGRAM: GUEST_PROGRAM, **(files or {})}
@@ -122,7 +122,7 @@ def box(drive_box):
 
 @pytest.fixture
 def probe(drive_box):
-    """The module's application; checks that the test's calls left nothing behind."""
+    """The module's application; checks that the test's calls leaked nothing."""
     application = drive_box.probe
     before = application.call("descriptors")
     yield application
@@ -140,7 +140,7 @@ def system(probe):
 
 
 def throttle(box, disk, writes):
-    """Lets a disk make so many writes a second from now on; 0 lifts the limit."""
+    """Limits a disk to this many writes a second; 0 lifts the limit."""
     said = box.qmp.command("human-monitor-command",
                            command_line=f"block_set_io_throttle {disk.name} 0 0 0 0 0 {writes}")
     assert not said

@@ -25,7 +25,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))
 sys.path.insert(0, str(ROOT / "tests" / "box"))
 
-# The modules' names are set after the path on purpose.
+# After the path has been set.
 from box import hardware, image, software  # noqa: E402
 from box.cpio import Archive  # noqa: E402
 from box.errors import BoxError  # noqa: E402
@@ -38,15 +38,15 @@ BUILD = pathlib.Path(os.environ.get("KESTROVA_BUILD", ROOT / "build" / "i686")).
 WRITER = BUILD / "tests" / "boxprograms" / "bootvars-writer"
 GUEST_WRITER = "/usr/lib/kestrova/bootvars-writer"
 NO_SYNC = "int fsync(int descriptor) { (void)descriptor; return 0; }"
-SECONDS = 180  # for anything that the machine is waited for
-MODES = ["rw", "rw", "ro", "none"]  # in "rw" nothing but the library's own syncs flushes
-# as slow as a disk is, so that a cut meets it between two writes and not the processor at work
+SECONDS = 180  # for everything that the machine is awaited for
+MODES = ["rw", "rw", "ro", "none"]  # in "rw" only the library's own syncs flush
+# As slow as a real disk, so that a cut happens between two writes and not during processing.
 WRITES_A_SECOND = 100
 LOG_BYTES = 256 * 1024 * 1024
 
 
 class Loss(Exception):
-    """The variables were not what they must be."""
+    """The variables were not the expected ones."""
 
 
 class Machine:
@@ -92,7 +92,7 @@ class Machine:
                            "vendor=KESTROVA,product=SOFTWARE"]
 
     def line(self, timeout=SECONDS):
-        """The next line of the application, or None when the time is over."""
+        """Returns the next line of the application, or None after the time limit."""
         deadline = time.monotonic() + timeout
         while b"\n" not in self._received:
             ready, _, _ = select.select([self._port], [], [],
@@ -111,7 +111,7 @@ class Machine:
         self._port.sendall(text.encode() + b"\n")
 
     def save_state(self, path):
-        """Writes the machine's state to a file; the machine stands still from then on."""
+        """Writes the machine's state to a file, and leaves the machine stopped."""
         self.qmp.command("stop")
         self.qmp.command("migrate", uri=f"exec:cat > {path}")
         deadline = time.monotonic() + SECONDS
@@ -120,25 +120,25 @@ class Machine:
                 raise BoxError(f"the machine's state could not be saved: {status}")
 
     def kill(self):
-        """Ends the machine at once; lines that were on their way are still to be had."""
+        """Kills the machine; lines in transit can still be read."""
         self._process.kill()
         self._process.wait()
 
     def remaining(self):
-        """The whole lines that arrived before the end."""
+        """Returns the complete lines that arrived before the end."""
         while data := self._port.recv(4096):
             self._received += data
         return self._received.decode("ascii", "replace").replace("\r", "").split("\n")[:-1]
 
     def close(self):
-        """Ends it and closes the lines to it."""
+        """Kills it and closes the connections to it."""
         self.kill()
         self._port.close()
         self._control.close()
 
 
 class PowerCuts:
-    """The machine and its disk from cut to cut."""
+    """The machine and its disk across the cuts."""
 
     def __init__(self, folder, seed, without_sync=False):
         self._folder, self._random = folder, random.Random(seed)
@@ -151,7 +151,7 @@ class PowerCuts:
         self._prepare()
 
     def _prepare(self):
-        """Boots up to the waiting application and saves that state."""
+        """Boots to the waiting application and saves that state."""
         profile = "blockdev --flushbufs /dev/sda\n"
         archive = Archive()
         for host, guest in {**product_files(BUILD), WRITER: GUEST_WRITER}.items():
@@ -177,7 +177,7 @@ class PowerCuts:
             machine.close()
 
     def _check(self, found):
-        """What was found must be what was acknowledged last, or the save that was under way."""
+        """Expects the last acknowledged variables, or those of the save in progress."""
         if found is None:
             raise BoxError("the application says nothing")
         last = self._acknowledged
@@ -189,13 +189,13 @@ class PowerCuts:
             self._acknowledged += 1
 
     def _write(self, machine):
-        """Lets it save for a while of random length."""
+        """Lets it save for a random time."""
         pause = 0.2
         for _ in range(self._random.randrange(10)):
             start = time.monotonic()
             self._take(machine.line())
             pause = time.monotonic() - start
-        # somewhere in the next save, which takes about as long as the last
+        # During the next save, which takes about as long as the last one.
         select.select([], [], [], self._random.random() * 1.5 * pause)
 
     def _take(self, line):
@@ -205,7 +205,7 @@ class PowerCuts:
         self.saves += 1
 
     def cut(self):
-        """One power cut; Loss when the one before has lost something."""
+        """Makes one power cut; raises Loss if the previous one has lost something."""
         shutil.copyfile(self._base, self._folder / "run.img")
         machine = Machine(self._folder, self._initrd, self._state)
         try:
@@ -226,19 +226,19 @@ class PowerCuts:
         self.lost_sectors += lost
 
     def renew(self):
-        """A whole disk again, after a loss."""
+        """Restores an undamaged disk after a loss."""
         shutil.copyfile(software.software_disk().path, self._base)
         self._acknowledged = 0
 
 
 def run(count, seed, without_sync=False, tell=lambda text: None):
-    """Makes so many cuts; returns the number of losses and a line of figures."""
+    """Makes this many cuts; returns the number of losses and a line of figures."""
     end_on_signals()
     workspace = Workspace()
     losses = 0
     try:
         cuts = PowerCuts(workspace.path, seed, without_sync)
-        for number in range(1, count + 2):  # the last one only looks what the one before has left
+        for number in range(1, count + 2):  # the last one only checks the result of the one before
             try:
                 cuts.cut()
             except Loss as loss:

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The adapters that let today's tools be driven in the older dialect."""
+"""The adapters with which the library can use current tools."""
 
 import pathlib
 import shutil
@@ -19,7 +19,7 @@ EMPTY = "start=        0, size=        0, Id= 0"
 
 @pytest.fixture
 def bare(box):
-    """The module's box with a recording drive without table or signatures."""
+    """The module's box with a recording drive without a table or signatures."""
     box.check("umount /mnt 2>/dev/null; wipefs -qa /dev/sda? 2>/dev/null; "
               "dd if=/dev/zero of=/dev/sda bs=1M count=2 2>/dev/null && "
               "dd if=/dev/zero of=/dev/sda bs=1M seek=1022 2>/dev/null; "
@@ -36,7 +36,7 @@ def dump(box, device="/dev/sda"):
 
 
 def slots(box, device="/dev/sda"):
-    """The dump's entries after the head, without the device's name."""
+    """Returns the dump's entries after the head, without the device's name."""
     lines = dump(box, device)
     assert lines[:3] == [f"# partition table of {device}", "unit: sectors", ""]
     return [line.removeprefix(device) for line in lines[3:]]
@@ -47,7 +47,7 @@ def checksum(box, device="/dev/sda"):
 
 
 def real(box, script, options=""):
-    """Writes a table with today's tool itself."""
+    """Writes a table with the current tool itself."""
     box.check(f"{REAL}/sfdisk -q {options} /dev/sda", input=script)
 
 
@@ -175,7 +175,7 @@ def test_the_same_table_again_keeps_the_file_systems(bare, make):
     for node in ("/dev/sda1", "/dev/sda2"):
         bare.check(make.format(node) + f" && mount {node} /mnt && echo {node} >/mnt/x; umount /mnt")
     before = dump(bare)
-    # an empty disk in between, as after a table written by mistake
+    # An empty disk in between, as after a table written by mistake.
     assert write(bare, ",3\n").status == 0
     assert write(bare, ",400\n;\n").status == 0
     assert dump(bare) == before
@@ -221,7 +221,7 @@ def test_a_script_that_is_not_understood_is_refused_and_the_disk_kept(bare, scri
 
 
 def test_all_that_fits_is_taken(bare):
-    # one of the 1024 MB holds the table
+    # One of the 1024 MB contains the table.
     assert write(bare, ",1000\n,23\n").status == 0
     assert bare.check("cat /sys/block/sda/sda?/size").split() == ["2048000", "47104"]
     assert write(bare, ",1022\n;\n").status == 0
@@ -259,7 +259,7 @@ def test_a_missing_tool_behind_the_adapter_fails(bare):
 
 
 def test_a_kernel_that_keeps_the_old_table_is_told_of(bare):
-    """The tool behind writes nothing here, so the kernel can't agree with its dump."""
+    """The real tool writes nothing here, so the kernel cannot agree with its dump."""
     write(bare, ",50\n")
     bare.check("mkdir -p /tmp/fake")
     bare.check("cat >/tmp/fake/sfdisk; chmod +x /tmp/fake/sfdisk", input=(
@@ -283,7 +283,7 @@ def test_xfs_is_made_without_lazy_counters_at_any_size(bare, megabytes):
     assert bare.check("head -c 4 /dev/sda1") == "XFSB"
     assert bare.check("dd if=/dev/sda1 bs=1 skip=108 count=12 2>/dev/null | tr -d '\\0'") == \
         "DVRStorage"
-    # the smallest has one allocation group, which the checker takes on request alone
+    # The smallest has one allocation group, which the checker accepts only on request.
     bare.check("xfs_repair -n -o force_geometry /dev/sda1")
     bare.check("mount -t xfs /dev/sda1 /mnt -o prjquota && grep ' /mnt .*prjquota' /proc/mounts")
     assert "Accounting: ON" in bare.check("xfs_quota -x -c 'state -p' /mnt")
@@ -294,7 +294,7 @@ def test_xfs_replaces_what_was_there(bare):
     write(bare, ",400\n")
     bare.check("mkfs.ext3 -q -L old /dev/sda1")
     bare.check(MKFS.format(label="new", device="/dev/sda1"))
-    # nothing of the old superblock may be left: it would be found first
+    # Nothing of the old superblock may remain, because it would be found first.
     assert bare.check("od -A n -t x2 -j 1080 -N 2 /dev/sda1").strip() != "ef53"
     assert bare.check("blkid -o value -s LABEL -s TYPE /dev/sda1").split() == ["new", "xfs"]
 
@@ -311,7 +311,7 @@ def test_xfs_keeps_the_status_of_the_tool_behind(bare):
     result = bare.run(MKFS.format(label="x", device="/dev/sda1"))
     assert result.status == 1 and b"mounted" in result.stderr
     bare.check("umount /mnt")
-    # thirteen characters are one too many
+    # Thirteen characters are one too many.
     assert bare.run(MKFS.format(label="1234567890123", device="/dev/sda1")).status != 0
 
 

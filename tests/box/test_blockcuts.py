@@ -31,14 +31,14 @@ def test_variables_and_tables_are_the_old_or_the_new_ones(needs_program):
 
 
 def test_a_library_that_does_not_sync_is_found_out(needs_program):
-    # All in one mount that stays read-write, where nothing but the library's own syncs flushes.
+    # All in one mount that stays read-write, in which only the library's own syncs flush.
     count = blockcuts.run(seed=1, wanted=40, every_flush=False, tables=0, saves=7,
                           without_sync=True)
     assert count.lost > 0, count.figures()
 
 
 def states(entries, wanted):
-    """Each place with the first byte of each of two blocks there."""
+    """Returns each position with the first byte of each of two blocks."""
     base = blockstates.Image(2 * BLOCK)
     return {(position, image.read(0, 1), image.read(BLOCK, 1)) for position, image
             in blockstates.points(entries, base, wanted, random.Random(1), True)}

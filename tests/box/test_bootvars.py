@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The boot variables on the box's true software partition, through the library and the command."""
+"""The boot variables on the box's real software partition, with the library and the command."""
 
 import base64
 import json
@@ -29,24 +29,24 @@ def drive_box(box_image):
 
 @pytest.fixture
 def variables(box, probe):
-    """The application, minimally up, without any variables and the partition not mounted."""
+    """The application, started minimally, without variables and with the partition unmounted."""
     box.check(f"mount {PART} /mnt && rm -f /mnt/boot_env* && umount /mnt")
     probe.call("up", "minimal")
     yield probe
     probe.call("down")
-    # a mount that a test has found to be left would be the next one's, too
+    # A mount left behind by a failed test would affect the next one.
     box.run(f"umount {MOUNT_POINT}")
 
 
 def mounts(box):
-    """Where the partition is mounted and with which options, by the kernel's own words."""
+    """Returns the partition's mounts and their options, as reported by the kernel."""
     node = box.check(f"readlink -f {PART}")
     lines = map(str.split, box.check("cat /proc/mounts").splitlines())
     return [(line[1], line[3].split(",")) for line in lines if line[0] in (node, PART)]
 
 
 def mounted_as(box, state):
-    """Mounts the partition as one of STATES and returns what mounts() says then."""
+    """Mounts the partition in one of STATES and returns the result of mounts()."""
     if state is not None:
         box.check(f"mount -t ext3 -o {state} {PART} {MOUNT_POINT}")
     return mounts(box)
@@ -57,7 +57,7 @@ def vars_command(box, *words, **options):
 
 
 def parsed(image):
-    """The variables of a file, read as the boot stage reads them."""
+    """Returns the variables of a file, parsed like the boot stage does."""
     flags, = struct.unpack("<I", image[:4])
     checksum, size = struct.unpack(">II", image[4:12])
     assert (flags, checksum, size) == (0x00ffffff, zlib.crc32(image[12:]), len(image) - 12)
@@ -67,7 +67,7 @@ def parsed(image):
 
 
 def files(box):
-    """The variables of each file that is there, read from the partition by hand."""
+    """Returns the variables of each existing file, read directly from the partition."""
     box.check(f"mount -o ro {PART} /mnt")
     try:
         there = {name: box.run(f"cat /mnt/{name}") for name in FILES}
@@ -133,9 +133,9 @@ def test_the_largest_environment_fits_and_one_byte_more_does_not(box, variables)
 
 
 def test_a_full_partition_keeps_the_old_variables(box, variables):
-    """Files of the box's programs have taken the last block; the new variables find none."""
+    """Files of the box's programs occupy all blocks; none is left for the new variables."""
     assert variables.call("vars-set", "a", "1") is True
-    # what the driver holds back while a large file grows is left for small ones
+    # Blocks that the driver reserves while a large file grows are left for small ones.
     box.check(f"mount {PART} /mnt && mkdir /mnt/filler && "
               "{ cat /dev/zero >/mnt/filler/large; sync; n=0; "
               "while echo 1 >/mnt/filler/$n; do n=$((n + 1)); done; umount /mnt; } 2>/dev/null")
@@ -167,7 +167,7 @@ def test_the_partition_is_left_as_it_was_found(box, variables, state):
 
 
 def with_noexec(before, remounted):
-    """A partition that was remounted keeps the flag that forbids its programs."""
+    """A partition that was remounted keeps the noexec flag."""
     return [(place, [options[0], "noexec", *options[1:]] if remounted else options)
             for place, options in before]
 
@@ -216,7 +216,7 @@ def test_a_reader_does_not_keep_a_partition_from_being_written(box, variables):
 
 
 def test_a_partition_that_is_in_use_elsewhere_cannot_be_written(box, variables):
-    """Mounted read-only where this mount table does not show it."""
+    """Mounted read-only in another mount namespace."""
     assert variables.call("vars-set", "a", "1") is True
     box.check("mkfifo /tmp/end")
     elsewhere = box.start(f"unshare --mount sh -c 'mount -o ro {PART} /mnt && "
@@ -244,7 +244,7 @@ def test_no_partition_no_variables(box, variables):
         assert variables.call("vars-get", "a", 8) == ["false", "????????"]
         assert variables.call("vars-list") is True
         assert variables.call("vars-set", "a", "1") is False
-        # a read, a list, and a save that loads first
+        # A read, a list, and a save that loads first.
         failure = "Error mounting update device: No such file or directory\n"
         assert variables.errors(mark[1]) == failure * 4
         assert vars_command(box, "get", "a").status == 1
@@ -260,7 +260,7 @@ def test_minimal_mode_needs_no_drive(box, variables):
 
 
 def test_variables_outlive_a_reboot(box_image, tmp_path):
-    """On a disk that outlives its box, which is not told to write anything back."""
+    """On a disk that outlives its box, without a final sync."""
     path = tmp_path / "disk.img"
     shutil.copyfile(software_disk().path, path)
     with probe_box([Disk(bus="scsi", path=path)]) as first:

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The command kestrova on a true drive."""
+"""The command kestrova on a real drive."""
 
 import json
 
@@ -20,7 +20,7 @@ def box(box_image):
 
 
 def kestrova(box, *words):
-    """Runs the command and returns its JSON answers; it has to succeed."""
+    """Runs the command and returns its JSON answers; it must succeed."""
     return [json.loads(line) for line in
             box.check(["kestrova", "--json", *words]).splitlines()]
 
@@ -130,7 +130,7 @@ def test_the_saved_table_brings_the_file_systems_back(box, ready):
 
 
 def test_recording_under_onlookers_loses_nothing(box, ready):
-    """A second process looks on all the time."""
+    """A second process queries the drive continuously."""
     job = box.start("kestrova drive with -- sh -c 'i=0; while [ $i -lt 300 ]; do"
                     " echo $i >>$KESTROVA_RECORDINGS/film || exit; i=$((i + 1)); usleep 5000; done;"
                     " sync; cat $KESTROVA_RECORDINGS/film'")

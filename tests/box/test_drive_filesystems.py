@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Formatting, checking, mounting and measuring with the true tools and kernel."""
+"""Formatting, checking, mounting and measuring with the real tools and kernel."""
 
 import re
 
@@ -23,7 +23,7 @@ def drive_box(box_image):
 
 @pytest.fixture
 def ext3(probe):
-    """Partition 0 with ext3, made anew if a test has put something else there."""
+    """Partition 0 with ext3, recreated if a test has replaced it."""
     if probe.call("recognise", "/dev/sda1")[3:] != ["ext3", "Recordings"]:
         assert probe.call("ext3-format", 0, "Recordings")[0] == "true"
     yield 0
@@ -33,7 +33,7 @@ def ext3(probe):
 
 @pytest.fixture
 def xfs(probe):
-    """Partition 1 with XFS, made anew if a test has put something else there."""
+    """Partition 1 with XFS, recreated if a test has replaced it."""
     if probe.call("recognise", "/dev/sda2")[3:] != ["xfs", "DVRStorage12"]:
         assert probe.call("xfs-format", 1, "DVRStorage12") is True
     yield 1
@@ -43,7 +43,7 @@ def xfs(probe):
 
 @pytest.fixture
 def slow_disk(box, probe):
-    """A large second disk, for the library to work on."""
+    """A large second disk for the library."""
     disk = box.disks[1]
     assert probe.call("use", "/dev/sdb")[0] == "true"
     yield disk
@@ -52,7 +52,7 @@ def slow_disk(box, probe):
 
 
 def fresh(seen):
-    """Progress values, which never go back, without that of the operation before."""
+    """Returns the progress values, which never decrease, without that of the previous operation."""
     values = list(map(int, seen))
     if values[0] == 100000:
         values = values[1:]
@@ -61,14 +61,14 @@ def fresh(seen):
 
 
 def superblock(box, device):
-    """Fields of an ext3 superblock as dumpe2fs tells them."""
+    """Returns the fields of an ext3 superblock, as reported by dumpe2fs."""
     lines = box.check(f"dumpe2fs -h {device} 2>/dev/null").splitlines()
     return {key: value.strip() for key, value in
             (line.split(":", 1) for line in lines if ":" in line)}
 
 
 def kernel_space(box, directory):
-    """Block size, size and free space in bytes."""
+    """Returns block size, size and free space in bytes."""
     size, blocks, free = map(int, box.check(f"stat -f -c '%S %b %f' {directory}").split())
     return [str(size), str(size * blocks), str(size * free)]
 
@@ -80,13 +80,13 @@ def test_ext3_is_made_as_ordered(box, probe, ext3):
     assert "extent" not in fields["Filesystem features"]
     assert fields["Reserved block count"] == "0"
     bytes_an_inode = 600 * MIB / int(fields["Inode count"])
-    # whole tables of inodes are made, hence a few more than one for 2 MiB
+    # Whole inode tables are created, so there are a few more than one per 2 MiB.
     assert 1.5 * MIB < bytes_an_inode <= 2 * MIB
     box.check("fsck.ext3 -fn /dev/sda1")
 
 
 def format_slowly(box, probe, disk, operations):
-    """Formats on a disk of so many operations a second; what was polled, and all that was told."""
+    """Formats on a disk of this many operations a second. Returns the polled and all reported values."""
     throttle(box, disk, operations)
     probe.call("begin", "ext3-format", 0, "slow")
     polled = [0]
@@ -100,8 +100,8 @@ def format_slowly(box, probe, disk, operations):
 
 
 def test_ext3_progress_grows_with_the_tool(box, probe, slow_disk):
-    """The tool tells its progress at most once a second, so its disk is made slow. How slow it has
-    to be depends on how much of the writing the box's memory takes meanwhile."""
+    """The tool reports its progress at most once a second, so its disk is made slow. How slow it must
+    be depends on how much of the data the box's memory can cache."""
     assert probe.call("one-big") is True
     for operations in (40, 20, 10):
         seen = format_slowly(box, probe, slow_disk, operations)
@@ -109,7 +109,7 @@ def test_ext3_progress_grows_with_the_tool(box, probe, slow_disk):
         if len(tables) >= 2:
             break
     assert len(tables) >= 2, seen
-    # told by the tool as "Writing inode tables:  17/320", which is in thousandths of a per cent
+    # Reported by the tool as "Writing inode tables:  17/320", here in thousandths of a per cent.
     groups = 320
     assert all((20000 - value) * groups % 50000 < groups for value in tables)
 
@@ -137,7 +137,7 @@ def test_labels_are_found_again(probe, ext3, xfs):
 
 
 def test_formats_replace_each_other(probe, ext3):
-    """What was there does not keep the tools, nor does it show through."""
+    """Old contents neither stop the tools nor remain visible."""
     assert probe.call("xfs-format", 0, "now-xfs") is True
     assert probe.call("recognise", "/dev/sda1")[3:] == ["xfs", "now-xfs"]
     assert probe.call("ext3-format", 0, "now-ext3")[0] == "true"
@@ -180,7 +180,7 @@ def test_check_of_a_clean_file_system(box, probe, ext3):
 
 
 def test_check_repairs_and_says_so(box, probe, ext3):
-    """The tool's status 1, errors corrected, is no success; the next check is."""
+    """The tool's status 1, errors corrected, is a failure; the next check succeeds."""
     box.check(f"mount -t ext3 /dev/sda1 {DIRECTORY} && echo data >{DIRECTORY}/file"
               f" && umount {DIRECTORY}")
     for request in ("clri file", "ssv state 2"):
@@ -189,7 +189,7 @@ def test_check_repairs_and_says_so(box, probe, ext3):
     result, *seen = probe.call("check", 0)
     assert (result, seen[-1]) == ("false", "100000")
     assert re.search(r"/dev/sda1: .*file.* \(CLEARED|Entry 'file'", probe.log(mark[0]))
-    # more often than begun and ended; the tool counts the last pass anew when it repairs
+    # More values than start and end; the tool repeats the last pass when it repairs.
     assert len(set(seen)) > 3
     assert probe.call("check", 0)[0] == "true"
     box.check("fsck.ext3 -fn /dev/sda1")

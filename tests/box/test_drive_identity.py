@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Who a disk is and how large, on true ATA and SCSI disks."""
+"""Identity and size of a disk, on real ATA and SCSI disks."""
 
 import pytest
 
@@ -9,7 +9,7 @@ from driveprobe import box, probe, probe_box, system  # noqa: F401
 
 GIB = 1024 * MIB
 MODEL = "KESTROVA RECORDER WITH FORTY CHARACTERS!"
-# not round, beyond 32 bits of bytes, and beyond 32 bits of sectors
+# Not round, beyond 32 bits of bytes, and beyond 32 bits of sectors.
 SIZES = {"sda": 2 * GIB, "sdb": 1000001 * 512, "sdc": 5 * GIB + 512, "sdd": 2560 * GIB}
 
 
@@ -95,7 +95,7 @@ def test_minimal_start_has_no_drive_manager(probe):
 
 
 def test_software_disk_goes_by_its_place_on_the_bus(probe):
-    """The names in the partition usage table exist and hold what the table says."""
+    """The names in the partition usage table exist and match the table."""
     probe.call("up", "minimal")
     software, filesystem, data = probe.call("software-partition")
     probe.call("down")

@@ -18,7 +18,7 @@ STORAGE_MB = 1000
 
 @pytest.fixture(scope="module")
 def disk(tmp_path_factory):
-    """A bare disk that outlives its boxes."""
+    """A blank disk that outlives its boxes."""
     path = tmp_path_factory.mktemp("life") / "recorder.img"
     with open(path, "wb") as file:
         file.truncate(SIZE_MB * MIB)
@@ -26,14 +26,14 @@ def disk(tmp_path_factory):
 
 
 def test_first_life(box_image, disk):
-    """From a bare disk to a recording."""
+    """From a blank disk to a recording."""
     with probe_box([Disk(path=disk)], cpu=OLD_CPU) as box:
         record(box, box.probe)
         assert box.power_off() == 0
 
 
 def record(box, probe):
-    """All that an application does with a new drive."""
+    """Everything that an application does with a new drive."""
     flags = box.check("grep ^flags /proc/cpuinfo").split()
     assert "sse" not in flags and "sse2" not in flags
     probe.call("up", "full")
@@ -66,7 +66,7 @@ def record(box, probe):
 
 
 def test_second_life(box_image, disk):
-    """After a restart the drive is found ready, with the recording on it."""
+    """After a restart the drive is ready, with the recording on it."""
     with probe_box([Disk(path=disk)], cpu=OLD_CPU) as box:
         probe = box.probe
         probe.call("up", "full")
@@ -76,14 +76,14 @@ def test_second_life(box_image, disk):
         assert probe.call("start") is True
         assert probe.finish() == "started"
         box.check("sha256sum -c /dvr/data/sum")
-        # mounted, the box loses its power
+        # The box loses its power while the drive is mounted.
         box.check("dd if=/dev/urandom of=/dvr/data/second bs=1M count=5 conv=fsync"
                   " && sha256sum /dvr/data/second >/dvr/data/sum2 && sync")
         box.kill()
 
 
 def test_third_life(box_image, disk):
-    """A power cut loses nothing that was on the disk, and the command shows it all."""
+    """A power cut loses no synced data, and the command shows all of it."""
     with probe_box([Disk(path=disk)], cpu=OLD_CPU) as box:
         probe = box.probe
         probe.call("up", "full")

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Partition tables written to a true disk, and what the kernel makes of them."""
+"""Partition tables written to a real disk, and the kernel's view of them."""
 
 import pytest
 
@@ -17,7 +17,7 @@ def drive_box(box_image):
 
 
 def kernel_partitions(box, disk="sda"):
-    """Name and bytes of each partition that the kernel knows."""
+    """Returns the name and bytes of each partition that the kernel knows."""
     text = box.check(f"""for size in /sys/block/{disk}/{disk}*/size; do
                              [ -e "$size" ] || continue
                              part=${{size%/size}}
@@ -27,7 +27,7 @@ def kernel_partitions(box, disk="sda"):
 
 
 def library_partitions(probe):
-    """The same as the library lists it; every one is a plain Linux partition."""
+    """Returns the library's list; every partition is a plain Linux partition."""
     listed = []
     for number in range(int(probe.call("partitions")[0])):
         name, size, kind, *_ = probe.call("describe", number)
@@ -36,7 +36,7 @@ def library_partitions(probe):
     return listed
 
 
-# sizes as given, and in MB as they come out; the first MB of the disk is the table's
+# Sizes as given, and the resulting sizes in MB; the table uses the first MB of the disk.
 TABLES = {
     "one over the whole disk": ([REST, 0, 0, 0], [DISK_MB - 1]),
     "nothing after the rest": ([REST, 100, 200, 300], [DISK_MB - 1]),
@@ -98,7 +98,7 @@ def test_a_table_of_the_same_places_keeps_the_file_systems(box, system):
 
 
 def test_a_new_table_in_the_life_of_a_drive(box, system):
-    """shut, partition, init: the way to a new table on the recording drive."""
+    """shut, partition, init: how the recording drive gets a new table."""
     assert system.call("shut") is True
     assert system.status() == ("none", 100)
     assert system.call("partition", 310, 320, 0, 0) is True
@@ -117,7 +117,7 @@ def test_partitions_that_are_not_for_linux_are_listed_unread(box, system):
 
 
 def test_standby_commands_on_the_drive(box, system):
-    """hdparm reaches the drive; what it reports shows which command it was given."""
+    """hdparm reaches the drive; its report shows the command."""
     reports = {"spin-down-delayed": ["setting standby to 24"],
                "spin-down": ["setting standby to 24", "issuing standby command"],
                "spin-up": ["setting standby to 0"]}

@@ -12,23 +12,23 @@ from driveprobe import box, probe, probe_box, throttle  # noqa: F401
 
 
 class Drive:
-    """A SCSI disk that is pulled away and put back."""
+    """A SCSI disk that can be removed and reinserted."""
 
     def __init__(self, box, path):
         self.disk, self._box, self._path = box.disks[0], box, path
 
     def pull(self):
-        """Takes it off its bus: it answers no more, though its node is still there."""
+        """Removes it from its bus: it does not answer any more, but its node still exists."""
         self._box.pull(self.disk)
 
     def vanish(self):
-        """The same, and the box has noticed: its node is gone as well."""
+        """Removes it, and its node as well."""
         self._box.check("echo 1 >/sys/block/sda/device/delete")
         self.pull()
         self._box.check("until ! [ -e /dev/sda ]; do usleep 10000; done")
 
     def put_back(self):
-        """The same disk again, as /dev/sda; whatever held the old one lets go first."""
+        """Inserts the same disk again as /dev/sda, after the old one has been released."""
         if f"dev-{self.disk.name}" in self._box.qmp.command(
                 "human-monitor-command", command_line="info qtree"):
             return
@@ -39,7 +39,7 @@ class Drive:
         assert said.strip() == "OK"
         self._box.qmp.command("device_add", driver="scsi-hd", bus="scsi0.0", drive=self.disk.name,
                               id=f"dev-{self.disk.name}", **{"scsi-id": 0, "lun": 0})
-        # a disk's node is there before it can be opened: its partitions come last
+        # A disk's node exists before it can be opened; its partitions appear last.
         self._box.check("""for host in /sys/class/scsi_host/*/scan; do
                                echo '0 0 0' >"$host"
                            done
@@ -67,7 +67,7 @@ def drive_box(box_image, tmp_path_factory):
 
 @pytest.fixture
 def drive(box):
-    """The drive, there at the beginning and again after the test."""
+    """The drive, present at the start and again after the test."""
     yield box.drive
     box.run("umount -l /dvr/data; umount -l /dvr")
     box.drive.put_back()
@@ -75,7 +75,7 @@ def drive(box):
 
 @pytest.fixture
 def system(probe, drive):
-    """The application with the system up and the drive ready."""
+    """The application with the system started and the drive ready."""
     probe.call("up", "full")
     assert probe.status() == ("ready", 100)
     yield probe
@@ -83,13 +83,13 @@ def system(probe, drive):
 
 
 def started(system):
-    """Starts and waits for the end of it."""
+    """Starts the drive and waits until it is started."""
     assert system.call("start") is True
     assert system.finish() == "started"
 
 
 def assert_usable(box, system):
-    """With the drive back, init brings everything back."""
+    """Expects that init restores everything after the drive is back."""
     box.run("umount -l /dvr/data; umount -l /dvr")
     box.drive.put_back()
     assert system.call("init") is True
@@ -143,7 +143,7 @@ def test_pulled_before_start(box, system, drive, leave):
 def test_pulled_before_a_format(box, system, drive, leave):
     getattr(drive, leave)()
     assert system.call("initialize") is True
-    assert system.call("stop") is False  # waits for the worker's end
+    assert system.call("stop") is False  # waits for the worker's exit
     assert system.status() == ("error", 100)
     assert_usable(box, system)
 
@@ -166,7 +166,7 @@ def test_pulled_in_the_middle_of_a_format(box, system, drive):
 
 @pytest.mark.parametrize("leave", ["pull", "vanish"])
 def test_pulled_while_recording(box, system, drive, leave):
-    """The size queries still answer, and stop takes the dead file systems down."""
+    """The size queries still return, and stop unmounts the dead file systems."""
     started(system)
     box.check("dd if=/dev/zero of=/dvr/data/recording bs=1M count=5 conv=fsync")
     getattr(drive, leave)()
@@ -186,5 +186,5 @@ def test_standby_of_a_drive_that_is_gone(system, drive):
     assert system.call("spin-down-delayed") is False
     assert system.call("spin-up") is False
     assert "issuing standby" not in system.log(mark[0])
-    # asked once by each: standby now is not ordered where the timer could not be set
+    # One message from each hdparm: standby is not requested if the timer could not be set.
     assert system.errors(mark[1]) == "/dev/sda: No such file or directory\n" * 2

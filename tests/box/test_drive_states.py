@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The recording drive's states, with workers held up in the middle by a slow disk."""
+"""The recording drive's states, with workers delayed by a slow disk."""
 
 import pytest
 
@@ -17,7 +17,7 @@ def drive_box(box_image):
 
 @pytest.fixture(autouse=True)
 def as_before(drive_box):
-    """Whatever a test has left mounted or slow, the next one does not meet it."""
+    """Undoes mounts and throttling after each test."""
     yield
     throttle(drive_box, drive_box.disks[0], 0)
     drive_box.run("umount -a -t ext3,xfs")
@@ -34,14 +34,14 @@ def recorder(system):
 
 
 def partition(system, *sizes):
-    """A new table as an application writes it."""
+    """Writes a new table like an application."""
     assert system.call("shut") is True
     assert system.call("partition", *sizes) is True
     assert system.call("init") is True
 
 
 def prepare(system):
-    """Partitions and formats, unless that is how the drive is found."""
+    """Partitions and formats the drive, unless that has been done."""
     found = [system.call("describe", n)[3:] for n in range(int(system.call("partitions")[0]))]
     if system.status()[0] == "ready" and found == [["xfs", "DVRStorage"], ["xfs", "DVRData"]]:
         return
@@ -52,20 +52,20 @@ def prepare(system):
 
 
 def started(recorder):
-    """Starts and waits for the end of it."""
+    """Starts the drive and waits until it is started."""
     assert recorder.call("start") is True
     assert recorder.finish() == "started"
 
 
 def after_the_worker(system):
-    """The last status. A worker whose data partition failed says so before it goes on with
-    the storage: the operation lock tells its end."""
+    """Returns the last status. A worker whose data partition failed reports that before it continues
+    with the storage partition; only the operation lock shows its end."""
     assert system.call("stop") is False
     return system.status()
 
 
 def mounts(box):
-    """Directory, type and options by device."""
+    """Returns directory, type and options by device."""
     lines = map(str.split, box.check("grep '^/dev/sd' /proc/mounts || true").splitlines())
     return {line[0]: (line[1], line[2], line[3].split(",")) for line in lines}
 
@@ -88,8 +88,8 @@ def test_formatting_a_disk_without_partitions_fails(system):
 
 
 def format_with_old_data(box, system):
-    """Begins a format while the old data partition, ext3, is mounted and has much to write.
-    The disk is slow, so that each station can be seen."""
+    """Starts a format while the old data partition, ext3, is mounted and has much to write. The disk
+    is slow, so that each step is visible."""
     box.check("mkfs.ext3 -q /dev/sda2 && mount -t ext3 /dev/sda2 /mnt"
               " && dd if=/dev/zero of=/mnt/dirty bs=1M count=20")
     assert system.call("init") is True
@@ -143,7 +143,7 @@ def test_mode_of_the_data_directory(box, recorder, umask, mode):
     started(recorder)
     recorder.call("umask", "22")
     assert recorder.call("stop") is True
-    # the directory itself, which the mounted data hide
+    # The directory itself, which the mounted data partition hides.
     box.check("mount -t xfs /dev/sda1 /mnt")
     assert box.check("stat -c %a /mnt/data; umount /mnt") == mode
 
@@ -160,7 +160,7 @@ def test_a_file_where_the_data_directory_belongs(box, recorder):
     box.check("mount -t xfs /dev/sda1 /mnt && rm -rf /mnt/data && touch /mnt/data && umount /mnt")
     mark = recorder.mark()
     assert recorder.call("start") is True
-    # mkdir says that it exists; the mount on it is what fails
+    # mkdir() fails with EEXIST, which is accepted; the mount on it fails.
     assert recorder.finish() == "error"
     assert "FSMount (data) Failed\n" in recorder.log(mark[0])
     assert set(mounts(box)) == {"/dev/sda1"}
@@ -190,7 +190,7 @@ def test_a_full_file_system(box, recorder):
     assert result.status != 0 and b"No space left on device" in result.stderr
     box.run("dd if=/dev/zero of=/dvr/data/rest bs=4k")
     assert recorder.sizes()[1] == 0
-    # what the journal takes is no part of it
+    # The journal's space is not included.
     assert recorder.sizes()[2] > DATA_MB * 3 // 4
     assert recorder.call("stop") is True
     started(recorder)
@@ -214,14 +214,14 @@ def test_no_format_while_started(box, recorder):
 
 
 def test_stop_while_a_file_is_open(box, recorder):
-    """The busy file system stays; when the file is closed, init brings the drive back."""
+    """The busy file system stays mounted; after the file is closed, init restores the drive."""
     started(recorder)
     box.check("echo recording >/dvr/data/file")
     assert recorder.call("hold", "/dvr/data/file") is True
     mark = recorder.mark()
     assert recorder.call("stop") is False
     assert recorder.status() == ("error", 100)
-    # nor can the storage below it go
+    # The storage partition below it cannot be unmounted either.
     assert recorder.errors(mark[1]) == "Umount failure: Device or resource busy\n" * 2
     assert set(mounts(box)) == {"/dev/sda1", "/dev/sda2"}
     assert recorder.call("init") is False
@@ -256,7 +256,7 @@ def test_init_unmounts_whatever_mounted_them(box, recorder):
 
 
 def mount_thrice(box):
-    """The storage partition on two directories, and on a third under another name of its node."""
+    """Mounts the storage partition on two directories, and on a third under another name of its node."""
     box.check("mkdir -p /mnt/a /mnt/b /mnt/c && mount -t xfs /dev/sda1 /mnt/a"
               " && mount -t xfs /dev/sda1 /mnt/b && rm -f /tmp/alias && cp -a /dev/sda1 /tmp/alias"
               " && mount -t xfs /tmp/alias /mnt/c && grep -q '^/tmp/alias /mnt/c ' /proc/mounts")
@@ -302,7 +302,7 @@ def test_start_takes_a_drive_that_others_have_mounted(box, recorder):
 
 
 def test_what_is_mounted_outlives_the_system(box, recorder):
-    """The end of the system unmounts nothing, the next start does."""
+    """Stopping the system unmounts nothing, the next start does."""
     started(recorder)
     box.check("echo kept >/dvr/data/file")
     recorder.call("down")
@@ -319,7 +319,7 @@ def test_start_waits_for_a_format(box, recorder):
     assert recorder.call("initialize") is True
     recorder.until(("formatting", 90))
     recorder.call("begin", "start")
-    # the size queries and the status answer meanwhile
+    # The size queries and the status return meanwhile.
     for _ in range(5):
         assert recorder.status()[0] == "formatting"
         assert recorder.sizes() == [0, 0, 0]
@@ -346,7 +346,7 @@ def test_the_end_of_the_system_waits_for_a_format(box, recorder):
 
 @pytest.mark.parametrize("victims, outcome", [(1, "ready"), (2, "error")])
 def test_a_format_tool_killed_in_the_middle(box, recorder, victims, outcome):
-    """A format that lost the data partition alone leaves the storage usable."""
+    """A format that lost only the data partition leaves the storage usable."""
     disk = box.disks[0]
     throttle(box, disk, 4)
     assert recorder.call("initialize") is True

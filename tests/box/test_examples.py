@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The examples on the box's true recording drive and software partition."""
+"""The examples on the box's real recording drive and software partition."""
 
 import pytest
 
@@ -24,7 +24,7 @@ def box(box_image):
 
 
 def example(box, name, *arguments):
-    """Runs one; what it printed as text."""
+    """Runs one example. Returns its status and output as text."""
     result = box.run([f"{FOLDER}/{name}", *map(str, arguments)])
     return result.status, result.stdout.decode(), result.stderr.decode()
 
@@ -39,7 +39,7 @@ def test_a_drive_without_partitions_is_left_alone(box):
 
 def test_records_with_a_progress_display(box):
     box.check("kestrova drive partition 400 rest --yes && kestrova drive format --yes")
-    status, _, err = example(box, "record", "film", 3)  # a drive's tool prints on its own
+    status, _, err = example(box, "record", "film", 3)  # a tool of the drive prints as well
     assert status == 0, err
     shown = err.replace("\r", "\n").split("\n")
     assert shown.index("starting 100%") < shown.index("recording 1 of 3 MiB")
@@ -60,7 +60,7 @@ def test_a_full_drive_ends_the_recording(box):
 
 
 def test_a_failed_start_leaves_nothing_mounted(box):
-    # Magic and label stay, so that it is found; without a block size nobody mounts it.
+    # Magic and label stay, so that it is found; without a block size it cannot be mounted.
     box.check("dd if=/dev/sda2 of=/superblock bs=512 count=1 2>/dev/null")
     box.check("dd if=/dev/zero of=/dev/sda2 bs=1 seek=4 count=4 conv=notrunc 2>/dev/null")
     try:

@@ -12,14 +12,14 @@ from box.machine import Box, product_files
 from driveprobe import BUILD
 from tests.app.httpserver import Documents
 
-HOST = "10.0.2.2"  # what the box calls the loopback of this machine
+HOST = "10.0.2.2"  # the box's name for the loopback of this machine
 SIZES = {"recording": 6 * MIB + 1, "page": 20479, "one": 1, "empty": 0}
 REFUSED = 4
 
 
 @pytest.fixture(scope="module")
 def documents(tmp_path_factory):
-    """A folder of documents that this machine serves on its loopback, and the box's URL of it."""
+    """A directory of documents that this machine serves on its loopback, and its URL in the box."""
     with Documents(tmp_path_factory.mktemp("served") / "documents") as served:
         for name, size in SIZES.items():
             served.add(name, random.Random(size).randbytes(size))
@@ -28,14 +28,14 @@ def documents(tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def box(box_image):
-    """A box on the network, with a drive that is mounted for recording."""
+    """A box on the network, with a mounted recording drive."""
     if not (BUILD / "kestrova").exists():
         pytest.skip(f"{BUILD / 'kestrova'} is not built")
     with Box(disks=[Disk(size=512 * MIB)], files=product_files(BUILD),
              network=NETWORK_LOOPBACK) as running:
         running.check(["kestrova", "shell", "-e",
                        "drive partition 300 rest --yes; drive format --yes"])
-        # A command of its own, because a shell stops the drive that it has started when it ends.
+        # In a separate command, because a shell stops the drive that it has started when it ends.
         running.check(["kestrova", "drive", "start"])
         yield running
 
@@ -51,7 +51,7 @@ def test_onto_the_recording_drive(box, documents):
             answer = json.loads(box.check(["kestrova", "--json", "fetch", url + name, "-o", path]))
             assert (answer["bytes"], answer["length"]) == (size, size)
             assert digest(box, path) == hashlib.sha256((folder / name).read_bytes()).hexdigest()
-    assert box.check("grep -c ^/dev/sda /proc/mounts") == "2"  # nobody unmounted the drive
+    assert box.check("grep -c ^/dev/sda /proc/mounts") == "2"  # the drive is still mounted
     assert box.check("ls -A /dvr /dvr/data | grep -c kestrova || true") == "0"
 
 

@@ -14,7 +14,7 @@ BUSY = 7
 ROUNDS = 200
 LONG = 1200  # seconds
 
-# $1 a name, $2 rounds: sets as many variables; prints those that failed.
+# $1 a name, $2 rounds: sets this many variables; prints those that failed.
 WRITER = """
 i=0
 while [ $i -lt $2 ]; do
@@ -23,7 +23,7 @@ while [ $i -lt $2 ]; do
 done
 """
 
-# Kills a setting after so many steps of the counter, which differ from round to round.
+# Kills a setting after a number of counter steps that varies from round to round.
 KILLS = """
 i=0
 while [ $i -lt $1 ]; do

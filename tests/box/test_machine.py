@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The virtual box itself: what the other tests in this folder rely on."""
+"""The virtual box itself, on which the other tests in this directory rely."""
 
 import hashlib
 import os
@@ -50,12 +50,12 @@ int main(int argc, char **argv) {
 
 
 def own_folders():
-    """Temporary folders of boxes whose owner is this process."""
+    """Returns the temporary directories of boxes that this process owns."""
     return set(pathlib.Path(tempfile.gettempdir()).glob(workspace.PREFIX + "*"))
 
 
 def is_running(pid):
-    """Whether the process is there and not merely waiting to be reaped."""
+    """Returns whether the process exists and is not a zombie."""
     try:
         state = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0]
     except FileNotFoundError:
@@ -103,7 +103,7 @@ def test_words_reach_the_command_unchanged(box):
 
 
 def test_commands_inherit_three_descriptors(box):
-    # the fourth is the listing's own
+    # The fourth is the listing's own.
     assert box.check("ls /proc/self/fd").split() == ["0", "1", "2", "3"]
 
 
@@ -172,7 +172,7 @@ def test_software_disk_bears_its_true_names(box):
 
 def test_names_follow_the_partition_table(boot):
     box = boot(disks=[Disk(), Disk(bus="scsi", size=64 * hardware.MIB)])
-    # links follow kernel events, a moment after the tool has returned
+    # Links follow kernel events, shortly after the tool has returned.
     wait = "until [ \"$(cd /dev/disk/by-path; echo *part*)\" = '{}' ]; do usleep 10000; done"
     base = "pci-0000:01:0e.0-scsi-0:0:0:0-part"
     box.check("printf ',10\\n,10\\n,10\\n' | sfdisk -q -L -uM /dev/sdb")
@@ -182,7 +182,7 @@ def test_names_follow_the_partition_table(boot):
 
 
 def test_a_software_disk_elsewhere_gets_the_names(boot):
-    """At start, and for an event as udev and mdev describe it."""
+    """At start, and for an event in the form of udev and mdev."""
     box = boot(disks=[Disk()])
     box.check("printf ',10\\n' | sfdisk -q -L -uM /dev/sda")
     assert box.run(f"test -e {DEVICE}").status == 1
@@ -258,7 +258,7 @@ def test_power_off_writes_everything(boot, tmp_path):
 
 
 def receive_until(port, text):
-    """Everything that comes until text has come."""
+    """Returns everything received until the text appears."""
     port.settimeout(30)
     received = b""
     while text not in received:
@@ -268,7 +268,7 @@ def receive_until(port, text):
 
 def test_serial_ports_carry_bytes_both_ways(boot):
     box = boot(serial_ports=2)
-    # bytes that come before the port is opened are lost, so the box speaks first
+    # Bytes that arrive before the port is opened are lost, so the box sends first.
     job = box.start("exec 3<>/dev/ttyS2; stty raw -echo <&3; echo out >&3; head -n 1 <&3")
     assert receive_until(box.serial[1], b"\n") == b"out\n"
     box.serial[1].sendall(b"in\n")
@@ -283,7 +283,7 @@ def test_a_login_prompt_comes_on_a_serial_port(boot):
 
 
 def test_network_reaches_the_host_only_when_asked(boot):
-    """The host's loopback stands at 10.0.2.2, and without asking nothing does."""
+    """The host's loopback is reachable at 10.0.2.2, but only on request."""
     with socket.create_server(("127.0.0.1", 0)) as server:
         port = server.getsockname()[1]
         probe = f"echo hello | nc -w 5 10.0.2.2 {port}"
@@ -328,8 +328,8 @@ HOLDER = textwrap.dedent("""
 
 
 def hold_box():
-    """A process that holds a box: (process, QEMU's pid, folder)."""
-    # Whoever runs the tests in the background may ignore what is sent to it here.
+    """Starts a process that holds a box: (process, QEMU's pid, directory)."""
+    # The test runner may run in the background and ignore signals that are sent here.
     process = subprocess.Popen(["env", "--default-signal", sys.executable, "-c", HOLDER, str(ROOT)],
                                text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                stderr=subprocess.DEVNULL)
@@ -338,7 +338,7 @@ def hold_box():
 
 
 def wait_gone(pid):
-    """Waits for the end of a process that is not our child."""
+    """Waits for the exit of a process that is not a child."""
     try:
         descriptor = os.pidfd_open(pid)
     except ProcessLookupError:
@@ -369,7 +369,7 @@ def test_an_owner_killed_outright_takes_its_box_along(box_image, monkeypatch):
         process.kill()
         process.wait(30)
     wait_gone(pid)
-    # only the folder stays, and the next box removes it
+    # Only the directory remains, and the next box removes it.
     assert folder.exists()
     monkeypatch.setattr(workspace, "GRACE_SECONDS", 0)
     workspace.remove_abandoned()

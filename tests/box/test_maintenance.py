@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Maintenance with the box's own daemons: login prompt, log daemon, marker."""
+"""Maintenance with the box's real daemons: login prompt, log daemon, marker."""
 
 import shutil
 import time
@@ -67,13 +67,13 @@ def test_login_on_the_second_serial_port(box):
     terminal.expect(TAIL)
     terminal.type(b"echo $((6 * 7)) on $(tty)\n")
     terminal.expect(b"42 on /dev/ttyS1")
-    # The caller of the library blocks Ctrl-C; the shell's user does not.
+    # The caller of the library blocks Ctrl-C; the user's shell must not.
     terminal.expect(TAIL)
     terminal.type(b"sleep 100000; echo status $?\n")
     box.check("until pidof sleep >/dev/null; do usleep 10000; done")
     terminal.type(b"\x03")
     terminal.expect(TAIL)
-    # The shell has its terminal open under both names, and nothing else.
+    # The shell has its terminal open under both names, and no other file.
     terminal.type(b"ls -l /proc/$$/fd | grep -vE 'total|/dev/tty(S1)?$'; echo no others\n")
     terminal.expect(b"others\r\nno others")
     terminal.type(b"exit\n")
@@ -87,7 +87,7 @@ def test_marker_of_the_production_test(box):
 
 
 def arrives(box, maintained, words):
-    """Logs a line and tells whether it comes by on the network, to the address and port."""
+    """Logs a line. Returns whether it appears on the network, to the address and port."""
     deadline = time.monotonic() + SECONDS
     while time.monotonic() < deadline:
         box.check(["logger", "-t", "maintenance", words])

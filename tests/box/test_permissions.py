@@ -33,13 +33,13 @@ def box(box_image):
 
 
 def prepare(box):
-    """A formatted drive with one partition, whose root folder is root's, and a boot variable."""
+    """A formatted drive with one partition, whose root directory belongs to root, and a boot variable."""
     box.check("kestrova --yes drive partition rest && kestrova --yes drive format &&"
               " kestrova vars set language en")
 
 
 def allowed(box, command, capabilities=""):
-    """Whether a command succeeds for the user."""
+    """Returns whether a command succeeds for the user."""
     names = ",".join("+" + name for name in capabilities.split(",") if name)
     extra = f"--inh-caps {names} --ambient-caps {names}" if names else ""
     box.check(f"chgrp {GROUP} /dev/sd* && chmod 660 /dev/sd*")
@@ -74,7 +74,7 @@ def test_todays_mount_looks_at_the_user(box):
     prepare(box)
     start = "kestrova shell -e 'drive start; drive stop'"
     assert not allowed(box, start, WIDE)
-    # That of busybox leaves it to the kernel.
+    # The mount command of busybox leaves the check to the kernel.
     box.check("mv /bin/mount /bin/mount.real && ln -s busybox /bin/mount")
     assert allowed(box, start, "sys_admin,dac_override")
     assert not allowed(box, start, "sys_rawio,dac_override")

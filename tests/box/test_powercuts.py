@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A few power cuts in the middle of saves; script/power-cuts makes as many as wanted."""
+"""A few power cuts during saves; script/power-cuts makes any number."""
 
 import pytest
 

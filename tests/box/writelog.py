@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""The log of a disk's writes that QEMU's blklogwrites keeps, and what a power cut leaves.
+"""The log of a disk's writes that QEMU's blklogwrites records, and the results of a power cut.
 
-A drive with a cache promises only what was written before a flush that it has answered. Of the
-writes after the last flush any sectors may be on the disk.
+A drive with a cache guarantees only what was written before a completed flush. Any sectors of the
+writes after the last flush may be on the disk.
 """
 
 import struct
@@ -26,14 +26,14 @@ def entries(path):
 
 
 def unflushed(log):
-    """Splits a log: the entries up to the last flush, and those after it."""
+    """Splits a log into the entries up to the last flush and those after it."""
     everything = list(entries(log))
     last = max((i for i, (flags, *_) in enumerate(everything) if flags & FLUSH), default=-1)
     return everything[:last + 1], everything[last + 1:]
 
 
 def cut(image, log, random):
-    """Makes the image what a power cut leaves; returns how many sectors were in doubt and lost."""
+    """Applies a power cut to the image; returns the number of uncertain and of lost sectors."""
     lasting, cached = unflushed(log)
     keep = random.choice([0.0, 0.5, 0.9, 1.0])
     doubtful = lost = 0

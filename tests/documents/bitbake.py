@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A small reader of bitbake's files: assignments, inherit, functions, and nothing else."""
+"""A small parser of bitbake's files: only assignments, inherit and functions."""
 
 import re
 
@@ -12,7 +12,7 @@ INHERIT = re.compile(r"inherit (?P<classes>[\w .-]+)")
 
 
 class Recipe:
-    """What a file sets; raises SyntaxError for what bitbake would not take."""
+    """The contents of a file. Raises SyntaxError for lines that bitbake would reject."""
 
     def __init__(self, path):
         self.variables, self.functions, self.inherited = {}, {}, []
@@ -61,5 +61,5 @@ class Recipe:
         self.variables[name] = value
 
     def words(self, name):
-        """The words of a variable; the recipe has to set it."""
+        """Returns the words of a variable, which the recipe must set."""
         return self.variables[name].split()

@@ -11,7 +11,7 @@ import recipes
 
 @pytest.fixture
 def image(tmp_path):
-    """The root of an image with a merged /usr and today's two tools."""
+    """The root of an image with a merged /usr and the two current tools."""
     root = tmp_path / "image"
     (root / "usr" / "sbin").mkdir(parents=True)
     (root / "usr" / "lib").mkdir()

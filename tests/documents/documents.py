@@ -21,7 +21,7 @@ def markdown_files():
 
 
 def code_blocks(text):
-    """(language, content) of every fenced block, in order."""
+    """Returns (language, content) of every fenced block, in order."""
     return [(match[2], match[3]) for match in FENCE.finditer(text)]
 
 
@@ -30,14 +30,14 @@ def without_code_blocks(text):
 
 
 def code_spans(text):
-    """The contents of all code spans, less the one blank on each side that a span with backticks
-    may have."""
+    """Returns the contents of all code spans, without the blank on each side that a span with
+    backticks may have."""
     spans = [match[2] for match in CODE_SPAN.finditer(text)]
     return [span[1:-1] if span[0] == span[-1] == " " and span.strip() else span for span in spans]
 
 
 def rows(text):
-    """Cells of every table row, the headings and their lines left out."""
+    """Returns the cells of every table row, without the headings and their lines."""
     found = []
     lines = without_code_blocks(text).splitlines()
     for line, following in zip(lines, lines[1:] + [""]):
@@ -50,7 +50,7 @@ def rows(text):
 
 
 def section(text, heading):
-    """What stands under a heading, up to the next one of its rank or above."""
+    """Returns the text under a heading, up to the next one of its rank or above."""
     start = re.search(rf"^(#+) {re.escape(heading)}\n", text, re.M)
     assert start, f"no section {heading}"
     end = re.search(rf"^#{{1,{len(start[1])}}} ", text[start.end():], re.M)
@@ -58,7 +58,7 @@ def section(text, heading):
 
 
 def anchors(text):
-    """The names by which the headings of a document can be linked to, as forges make them."""
+    """Returns the link anchors of the headings of a document, as forges generate them."""
     found = set()
     for heading in re.findall(r"^#{1,6} +(.+?) *#*$", without_code_blocks(text), re.M):
         plain = re.sub(r"\[([^\]]*)\]\([^)]*\)", r"\1", heading).replace("`", "")
@@ -69,7 +69,7 @@ def anchors(text):
 
 
 def links(text):
-    """Targets of all links and images, inline and by reference."""
+    """Returns the targets of all links and images, inline and by reference."""
     prose = re.sub(CODE_SPAN, "", without_code_blocks(text))
     return re.findall(r"\]\(<?([^)\s>]+)>?(?: +\"[^\"]*\")?\)", prose) + \
         re.findall(r"^\[[^\]]+\]:\s*<?(\S+?)>?(?:\s|$)", prose, re.M) + \

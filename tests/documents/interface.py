@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The public interface as Doxygen has read it from the headers."""
+"""The public interface, read from the headers by Doxygen."""
 
 import dataclasses
 import re
@@ -7,8 +7,8 @@ import xml.etree.ElementTree
 
 
 def normalised(declaration):
-    """A declaration without what does not change its meaning: line ends, blanks around signs, and
-    words that say how something is implemented."""
+    """Returns a declaration without what does not change its meaning: newlines, blanks around signs,
+    and words that describe the implementation."""
     text = re.sub(r"\b(extern|constexpr) ", "", " ".join(declaration.split()))
     text = re.sub(r"\s*([^\w\s])\s*", r"\1", text).strip().rstrip(";")
     return re.sub(r"=default$", "", text)
@@ -34,7 +34,7 @@ def value(enumerator):
 
 
 def spelled(member, owner):
-    """A member as it would be declared in its class, or in the open."""
+    """Returns a member as it would be declared in its class or namespace."""
     name = member.findtext("name")
     text = member.findtext("definition")
     taken_over = re.search(rf"\b(\w+)::{re.escape(name)}$", text)
@@ -52,7 +52,7 @@ def spelled(member, owner):
 
 
 class Interface:
-    """Everything an application can reach. What belongs to no class is in `free`."""
+    """Everything that an application can use. Members of no class are in `free`."""
 
     def __init__(self, folder):
         self.classes = {}
@@ -96,7 +96,7 @@ class Interface:
         return list(self.classes.values()) + list(self.free.values())
 
     def with_bases(self, name):
-        """A class and those that it inherits from."""
+        """Returns a class and its base classes."""
         found = [self.classes[name]]
         for base in found[0].bases:
             found += self.with_bases(base)

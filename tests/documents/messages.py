@@ -14,8 +14,8 @@ import re
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 NO_END = ", no line end"
 
-# What writes a message: the argument that is its text, and the way. A number after "level" is the
-# argument that holds the level.
+# Functions that write a message: the argument with the text, and the level or stream. A number
+# after "level" is the argument with the level.
 WRITERS = {
     "base::logMessage": (1, "level 0"),
     "base::logMessageAt": (3, "level 2 @"),
@@ -32,7 +32,7 @@ WRITERS = {
     "std::printf": (0, "stdout"),
 }
 
-# Arguments that are no literal here, because the literal is at the caller's.
+# Arguments that are not literals here, because the literal is in the caller.
 PASSED_ON = {
     ("System/bootvarsmanager/softwarepartition.cpp", "failure"),    # of mountAs
     ("base/process/childprocess.cpp", "settings.mFailureText"),     # of a ChildSettings
@@ -40,7 +40,7 @@ PASSED_ON = {
     ("base/io/file.cpp", "path"),                                   # nobody in the library asks
 }
 
-# What writes by other means, the only places where that is done, and what is written there.
+# The only places that write by other means, and what they write.
 OTHER_MEANS = re.compile(r"\b(?:writeConsole|kestrova_print_\w+|beginMessageAt|logBytes|[fdv]printf|putchar)\("
                          r"|\bstd::c(?:out|err|log)\b|\bSTD(?:OUT|ERR)_FILENO, ")
 BY_OTHER_MEANS = {
@@ -48,7 +48,7 @@ BY_OTHER_MEANS = {
     "System/bootvarsmanager/sysBootVarsManager.cpp": [],    # "Setting key %s %s" in pieces
     "System/drivemanager/partitionformat.cpp": [(r'logBytes\(1, ()output', "1" + NO_END)],
     "base/process/childprocess.cpp": [],        # the child's perror
-    "base/log/console.cpp": [],             # what all of it ends in
+    "base/log/console.cpp": [],  # the end of all output
     "base/log/console.h": [],
     "base/log/log.cpp": [(r'("%s:%d [^\n]*\\n")', "format")],
     "base/log/log.h": [],
@@ -65,13 +65,13 @@ def sources():
 
 
 def without_comments(text):
-    """Blanks comments out; strings and line numbers stay."""
+    """Replaces comments with blanks; strings and line numbers stay."""
     return TOKEN.sub(lambda match: re.sub(r"[^\n]", " ", match[0])
                      if match[0].startswith("/") else match[0], text)
 
 
 def arguments(text, start):
-    """The arguments of a call whose opening bracket is at `start`, as texts."""
+    """Returns the arguments of a call whose opening bracket is at `start`, as texts."""
     depth, parts, position, begin = 0, [], start, start + 1
     while True:
         token = TOKEN.match(text, position)
@@ -92,7 +92,7 @@ def arguments(text, start):
 
 
 def literal(argument):
-    """The value of an argument that consists of string literals; None for any other."""
+    """Returns the value of an argument that consists of string literals; None for any other."""
     pieces = STRING.findall(argument)
     if not pieces or STRING.sub("", argument).strip():
         return None
@@ -116,7 +116,7 @@ def of_call(name, given, place):
         level = given[int(number)]
         assert level in ("1", "2"), f"{place}: {name} at level {level}"
         if name == "base::logNameAt":
-            text += "%s\n"      # the name, and a line end
+            text += "%s\n"  # the name, and a newline
         return [told(text, level + (" " + mark if mark else ""))]
     if kind in ("assertion", "attention"):
         values = [literal(piece) for piece in given[position + 1:]]
@@ -134,7 +134,7 @@ def of_file(path):
         for match in re.finditer(r"(?<![\w:])((?:base::|std::|::)?\w+)\(", text):
             if match[1] in WRITERS and not re.search(r"\b(void|bool) $", text[:match.start()]):
                 found += of_call(match[1], arguments(text, match.end() - 1), place)
-    # What the settings of a tool or of another child say: for perror, or for a message.
+    # Texts in the settings of a tool or of another child: for perror(), or for a message.
     for field, way in (("mExecFailure", "perror"), ("mFailureText", "perror"),
                        ("mStreamFailure", "1")):
         found += [told(literal(piece), way)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the tests of both recipes share: what the project says, and what its adapters are."""
+"""Shared by the tests of both recipes: the project's properties, and its adapters."""
 
 import os
 import re
@@ -31,7 +31,7 @@ def assert_adapted(image):
 
 
 def configured(options, folder):
-    """Configures the project with a recipe's options; each must be one that it knows."""
+    """Configures the project with a recipe's options, each of which must exist."""
     done = subprocess.run(["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja", *options],
                           capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stderr

@@ -14,7 +14,7 @@ import recipes
 BUILDROOT = recipes.ROOT / "packaging" / "buildroot"
 PACKAGE = BUILDROOT / "package" / "kestrova-system"
 
-# What Buildroot itself would provide around a package.
+# What Buildroot itself provides around a package.
 STUBS = r"""
 qstrip = $(strip $(subst ",,$(1)))
 define sep
@@ -38,7 +38,7 @@ finalize: ; $(foreach hook,$(KESTROVA_SYSTEM_TARGET_FINALIZE_HOOKS),$(call $(hoo
 FORCE:
 """
 
-# The symbols of Buildroot that the menu leans on; a "bool" that can be chosen.
+# The symbols of Buildroot that the menu uses; each a selectable "bool".
 BUILDROOT_SYMBOLS = """
 BR2_i386 BR2_x86_64 BR2_arm BR2_TOOLCHAIN_USES_GLIBC BR2_TOOLCHAIN_GCC_AT_LEAST_12
 BR2_INSTALL_LIBSTDCPP BR2_STATIC_LIBS BR2_ROOTFS_MERGED_USR BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS
@@ -50,7 +50,7 @@ BR2_PACKAGE_BUSYBOX_SHOW_OTHERS BR2_TOOLCHAIN_HEADERS_AT_LEAST_5_9
 NEEDED = {"BR2_i386": 2, "BR2_TOOLCHAIN_USES_GLIBC": 2, "BR2_TOOLCHAIN_GCC_AT_LEAST_12": 2,
           "BR2_INSTALL_LIBSTDCPP": 2, "BR2_STATIC_LIBS": 0, "BR2_ROOTFS_MERGED_USR": 2,
           "BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS": 2, "BR2_TOOLCHAIN_HEADERS_AT_LEAST_5_9": 2}
-# What only the tools for the recording drive need.
+# Needed only by the tools for the recording drive.
 NEEDED_BY_DRIVE = ["BR2_PACKAGE_LIBURCU_ARCH_SUPPORTS", "BR2_TOOLCHAIN_HEADERS_AT_LEAST_5_9"]
 
 
@@ -122,7 +122,7 @@ def test_the_buildroot_options_are_those_of_the_project(make, command, tmp_path)
 
 @pytest.mark.parametrize("kind", ["ext2", "tar"])
 def test_the_buildroot_hooks_put_the_adapters_in_place(make, image, kind):
-    """In the copy for an image of some kind; the folder that the packages install to is kept."""
+    """In the copy for an image of some kind; the directory in which packages are installed is kept."""
     chosen = "BR2_PACKAGE_KESTROVA_SYSTEM_DRIVE=y"
     make(str(recipes.ROOT / ".installed"), chosen)
     before = sorted(image.rglob("*"))
@@ -187,7 +187,7 @@ def test_the_external_tree_is_named():
 
 @pytest.fixture
 def menu(tmp_path, monkeypatch):
-    """Buildroot's menu with this one package, as kconfig reads it."""
+    """Returns Buildroot's menu with this one package, as read by kconfig."""
     kconfiglib = pytest.importorskip("kconfiglib")
     monkeypatch.setenv("BR2_EXTERNAL_KESTROVA_PATH", str(BUILDROOT))
     top = tmp_path / "Kconfig"

@@ -54,7 +54,7 @@ def test_the_external_tree_passes_check_package():
 
 @pytest.mark.parametrize("name", CONFIGURATIONS)
 def test_the_package_is_offered_where_it_can_be_built(tmp_path, name):
-    """A choice of the package leaves no dependency unmet."""
+    """Selecting the package leaves no dependency unmet."""
     expected, lines = CONFIGURATIONS[name]
     chosen = [f"BR2_PACKAGE_KESTROVA_SYSTEM{option}=y" for option in ("", "_DRIVE")]
     defconfig = tmp_path / "defconfig"

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The guides say what the sources say: messages, states, threads, names."""
+"""The guides agree with the sources: messages, states, threads, names."""
 
 import re
 import subprocess
@@ -64,14 +64,14 @@ def drive_statuses():
 
 
 def drive_functions():
-    """The code of each function of the recording drive, without comments."""
+    """Returns the code of each function of the recording drive, without comments."""
     code = messages.without_comments(documents.read(DRIVE + ".cpp"))
     return dict(re.findall(r"^\w[^\n;]*?sysDVRDrive::(\w+)\([^)]*\)[^\n;]* \{\n(.*?)^\}", code,
                            re.M | re.S))
 
 
 def stored(code):
-    """The statuses that a function may store."""
+    """Returns the statuses that a function may store."""
     return {status for call in re.findall(r"\bsetStatus\(([^;]*)\);", code)
             for status in re.findall(r"eSt\w+", call)}
 
@@ -119,7 +119,7 @@ LOCK = re.compile(r"^\s*(?:mutable )?(?:std::(?:\w*mutex|condition_variable\w*)|
 
 
 def callers(*functions):
-    """The sources of the library whose object files call one of the functions."""
+    """Returns the library sources whose object files call one of the functions."""
     if not OBJECTS.is_dir():
         pytest.skip("build/i686 is not built")
     found = set()
@@ -133,7 +133,7 @@ def callers(*functions):
 
 
 def locks_and_threads():
-    """The rows of both tables: a lock's name is code, a thread's is not."""
+    """Returns the rows of both tables: a lock's name is code, a thread's is not."""
     return documents.rows(documents.section(documents.read(ARCHITECTURE), "Threads and locks"))
 
 
@@ -144,7 +144,7 @@ def test_every_creator_of_threads_is_listed():
 
 
 def test_every_lock_is_listed_and_drawn():
-    """clang checks how the locks are used; here are their names."""
+    """clang checks how the locks are used; this checks their names."""
     named = {(cells[1].strip("`"), span) for cells in locks_and_threads()
              for span in documents.code_spans(cells[0])}
     declared = {(str(path.relative_to(documents.ROOT)), match[1]) for path in messages.sources()
@@ -174,7 +174,7 @@ def test_the_guide_leads_to_every_example():
 
 
 def test_every_guide_names_devices_and_folders_that_the_sources_name():
-    """A path that the guide says is set in a source is there."""
+    """A path that the guide attributes to a source is in that source."""
     looked_at = set()
     for cells in documents.rows(documents.section(documents.read(INTEGRATING), "Device names")):
         names = [span for span in documents.code_spans(cells[0]) if span.startswith("/dev/")]

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The folders are what docs/architecture.md says: a source's tests are found by its name."""
+"""The directories match docs/architecture.md: a source's tests are found by its name."""
 
 import pathlib
 
@@ -9,7 +9,7 @@ SUFFIX = "_test"
 
 
 def has_source(test):
-    """True if tests/unit/x/y_test.cpp or y_ASPECT_test.cpp stands beside a source x/y."""
+    """Returns whether tests/unit/x/y_test.cpp or y_ASPECT_test.cpp has a source x/y."""
     name = test.stem[:-len(SUFFIX)]
     folder = ROOT / test.parent.relative_to(UNIT)
     while name:

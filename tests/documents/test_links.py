@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Every link between the documents leads somewhere."""
+"""Every link between the documents has a target."""
 
 import re
 
@@ -34,8 +34,8 @@ PATH = re.compile(r"(app|base|bench|box|cmake|completion|docs|examples|fuzz|man|
 @pytest.mark.parametrize("name", [name for name in documents.markdown_files()
                                   if name != "CHANGELOG.md"])     # which has a past
 def test_paths_in_the_text_are_there(name):
-    """A span of code that is a path of this tree, perhaps followed by arguments, names a file, a
-    folder, or by a pattern several. A message names its source without the ending."""
+    """A span of code that is a path of this tree, optionally followed by arguments, names a file, a
+    directory, or with a pattern several. A message names its source without the extension."""
     named = {match[0].rstrip("/") for span in documents.code_spans(documents.read(name))
              if (match := PATH.fullmatch(span.split()[0]))}
     lost = {path for path in named

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The release: made twice from a copy of this tree, in a git repository of its own."""
+"""The release: made twice from a copy of this tree, in a separate git repository."""
 
 import hashlib
 import json
@@ -43,7 +43,7 @@ def release(tree, **environment):
 
 @pytest.fixture(scope="module", name="tree")
 def the_tree(tmp_path_factory):
-    """A copy of the tree as it is now, committed."""
+    """A copy of the current tree, committed."""
     tree = tmp_path_factory.mktemp("release") / "a tree"
     for name in sources():
         (tree / name).parent.mkdir(parents=True, exist_ok=True)
@@ -66,7 +66,7 @@ def test_a_release_has_all_its_files(made):
 
 
 def test_the_same_commit_gives_the_same_bytes(tree, made, tmp_path):
-    """In a second clone, at another time and place."""
+    """In a second clone, in another directory and at another time."""
     again = tmp_path / "elsewhere"
     git(tmp_path, "clone", "--quiet", tree, again)
     git(again, "config", "tar.umask", "0077")
@@ -221,7 +221,7 @@ def test_every_earlier_release_has_its_baselines():
 
 
 def test_no_other_file_repeats_the_version():
-    """Where it is needed it is read from CMakeLists.txt or CHANGELOG.md."""
+    """Other files read it from CMakeLists.txt or CHANGELOG.md."""
     word = re.compile(rf"(?<![\d.]){re.escape(VERSION)}(?![\d.]*\d)")
     named = {name for name in sources() if not name.endswith((".abi", ".svg"))
              and (ROOT / name).is_file() and word.search((ROOT / name).read_text(errors="replace"))}

@@ -43,7 +43,7 @@ def test_the_recipe_has_the_licence_of_the_project(recipe):
 
 
 class Data(dict):
-    """What a recipe's Python functions see of bitbake."""
+    """What a recipe's Python functions use of bitbake."""
 
     def __init__(self, **variables):
         super().__init__(variables)
@@ -59,14 +59,14 @@ class Data(dict):
         self["depends"] = path
 
     def expand(self, recipe, text):
-        """The value of an inline Python expression."""
+        """Returns the value of an inline Python expression."""
         (code,) = re.fullmatch(r"\$\{@(.*)\}", text).groups()
         names = {"d": self, "os": os, "bb": self}
         exec(recipe.python, names)  # pylint: disable=exec-used
         return eval(code, names)    # pylint: disable=eval-used
 
     def finish(self, recipe):
-        """Runs what the recipe has bitbake run after reading it."""
+        """Runs the code that bitbake runs after reading the recipe."""
         names = {"d": self, "os": os, "bb": self}
         exec(f"def run():\n{recipe.functions['python']}\nrun()", names)  # pylint: disable=exec-used
 
@@ -99,7 +99,7 @@ def test_the_recipe_says_when_there_are_no_sources(recipe):
 
 
 def test_the_recipe_watches_the_sources_without_a_file_in_git(recipe):
-    """The class externalsrc itself would write below .git for it."""
+    """By itself the class externalsrc would write below .git for it."""
     data = Data(EXTERNALSRC=str(recipes.ROOT), WATCHED=recipe.variables["WATCHED"])
     data.finish(recipe)
     assert set(data.flags) == {(task, "file-checksums") for task in ("do_configure", "do_compile")}
@@ -144,7 +144,7 @@ def run_function(body, **variables):
 
 @pytest.fixture
 def installed(recipe, tmp_path):
-    """The tree that the recipe's do_install leaves."""
+    """The tree that the recipe's do_install creates."""
     if not (BUILD / "kestrova").exists():
         pytest.skip(f"{BUILD / 'kestrova'} is not built")
     tree = tmp_path / "tree"
@@ -165,8 +165,8 @@ def installed(recipe, tmp_path):
 
 
 def packages(recipe):
-    """Patterns of each package in the order in which bitbake takes the files, with those that
-    every recipe has."""
+    """Returns the patterns of each package in the order in which bitbake assigns the files, including
+    those of every recipe."""
     own = [expanded(name) for name in recipe.words("PACKAGES")]
     usual = {"kestrova-system-dev": ["/usr/include", "/usr/lib/lib*.so", "/usr/lib/pkgconfig"],
              "kestrova-system-doc": ["/usr/share/man", "/usr/share/doc"],

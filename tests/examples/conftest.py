@@ -17,13 +17,13 @@ sys.path.insert(0, str(ROOT / "tests" / "app"))
 FOLDER = pathlib.Path(os.environ.get("EXAMPLES", ROOT / "build/i686/examples"))
 TIMEOUT = 60
 
-# A thread that ends early unwinds without the address sanitizer's notice.
+# The address sanitizer does not notice that a thread that ends early unwinds.
 os.environ.setdefault("ASAN_OPTIONS", "detect_stack_use_after_return=1")
 
 
 @pytest.hookimpl(trylast=True)
 def pytest_sessionfinish(session):
-    """Exit status 77, ctest's for skipped, when every test was."""
+    """Sets exit status 77, ctest's for skipped, if every test was skipped."""
     reporter = session.config.pluginmanager.get_plugin("terminalreporter")
     outcomes = reporter.stats
     if outcomes.get("skipped") and not any(
@@ -33,7 +33,7 @@ def pytest_sessionfinish(session):
 
 @pytest.fixture(scope="session")
 def examples():
-    """The folder."""
+    """Returns the directory of the examples."""
     if not (FOLDER / "table").exists():
         pytest.skip(f"there are no examples in {FOLDER}; build them, or set EXAMPLES")
     return FOLDER.resolve()
@@ -41,7 +41,7 @@ def examples():
 
 @pytest.fixture
 def example(examples):
-    """A function that runs an example; output as text."""
+    """Returns a function that runs an example; output as text."""
 
     def run(name, *arguments, **options):
         options = {"input": "", "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The example that records, where there is no drive. With one it is tested in the virtual box."""
+"""The example that records, without a drive. The virtual box tests it with one."""
 
 import os
 

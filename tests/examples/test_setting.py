@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The example that keeps a setting, on a real file system in a namespace of its own."""
+"""The example that keeps a setting, on a real file system in its own namespace."""
 
 import pytest
 
@@ -30,7 +30,7 @@ def test_tells_and_keeps(partition):
 
 
 def test_waits_for_its_turn(partition):
-    """Three at a time, as 'before' starts them beside the one that is looked at."""
+    """Three at a time, which 'before' starts in parallel with the tested one."""
     script = "for i in 1 2 3; do \"$1\" \"$2$i\" $i & done; wait; exec \"$1\" a1"
     run = setting(partition, "a", before=["/bin/sh", "-c", script, "sh"])
     assert run.returncode == 0 and run.stdout.endswith('a1 is "1"\n')

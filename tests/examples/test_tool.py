@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The example that runs a tool and reads it."""
+"""The example that runs a tool and reads its output."""
 
 
 def test_numbers_the_lines(example):

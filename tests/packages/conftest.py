@@ -15,13 +15,13 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "packaging"))
 
-# The module's name is set after the path on purpose.
+# After the path has been set.
 import project  # noqa: E402
 from chroot import Chroot, build_kind, desktop_kind, missing_rights, only_one  # noqa: E402
 
 
 class Packages:
-    """What script/package has built."""
+    """The packages built by script/package."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -34,7 +34,7 @@ class Packages:
 
 
 class System(Chroot):
-    """A clean system whose commands are expected to succeed."""
+    """A clean system whose commands must succeed."""
 
     def check(self, *command, folder="/"):
         done = self.run(command, folder=folder, capture_output=True, text=True)
@@ -42,7 +42,7 @@ class System(Chroot):
         return done.stdout
 
     def install(self, *debs):
-        """Without a network: what a package depends on must be there, or come along."""
+        """Without a network: a package's dependencies must be installed, or passed as well."""
         for deb in debs:
             shutil.copy(deb, self.path / "tmp")
         self.check("dpkg", "--install", *(f"/tmp/{deb.name}" for deb in debs))
@@ -50,7 +50,7 @@ class System(Chroot):
             (self.path / "tmp" / deb.name).unlink()
 
     def files(self):
-        """Every path with what tells a change of it; without the records that dpkg keeps."""
+        """Returns every path with data that shows a change; without the records of dpkg."""
         records = ("proc", "var/lib/dpkg", "var/log", "etc/ld.so.cache", "var/cache/ldconfig")
         found = {}
         for path in self.path.rglob("*"):
@@ -96,7 +96,7 @@ def desktop(rights):
 
 @pytest.fixture(scope="module")
 def shared_desktop(rights):
-    """For tests that leave it as it was."""
+    """For tests that restore its state."""
     with System(desktop_kind()) as system:
         yield system
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Debian's own way to try packages: debian/tests of the tree, in a clean system."""
+"""Debian's own way to test packages: debian/tests of the tree, in a clean system."""
 
 import pathlib
 import shutil
@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-# The tests' conftest has put the packaging folder on the path.
+# After the tests' conftest has put the packaging directory on the path.
 import build
 from chroot import trial_kind
 from conftest import System
@@ -22,7 +22,7 @@ def test_the_installed_packages_pass_their_own_test(packages, tmp_path):
             ("libkestrova-system1", "libkestrova-system-dev", "kestrova-tools")]
     debs += [packages.deb(name, "all") for name in ("libkestrova-system-doc", "kestrova-box-tools")]
     with System(trial_kind("i386")) as system:
-        # Namespaces of its own: without a network, and with mounts that end with it.
+        # In separate namespaces: without a network, and with mounts that end with it.
         tried = subprocess.run(
             ["unshare", "--mount", "--net", "--pid", "--fork", "--kill-child", "sh", "-c",
              'mount -t proc proc "$0/proc" && exec "$@"', system.path,

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""kestrova-box-tools in an image without a package manager, which needs no rights."""
+"""kestrova-box-tools in an image without a package manager, without root permissions."""
 
 import os
 import pathlib
@@ -20,7 +20,7 @@ def call(*arguments):
 
 
 def content(image):
-    """Every path below with its bytes, or where it points to."""
+    """Returns every path below with its bytes, or its link target."""
     return {str(path.relative_to(image)):
             str(path.readlink()) if path.is_symlink() else
             path.read_bytes() if path.is_file() else None for path in image.rglob("*")}
@@ -33,7 +33,7 @@ def states(image):
 
 
 def refused(image, command, reason):
-    """The command fails for the reason, and the image stays as it was."""
+    """Expects that the command fails for the reason, and that the image is unchanged."""
     before = content(image)
     done = call(command, "--root", image)
     assert done.returncode == 1

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The package kestrova-box-tools on a small Debian system, from installing to removing."""
+"""The package kestrova-box-tools on a small Debian system, from installation to removal."""
 
 import os
 import subprocess
@@ -12,14 +12,14 @@ TOOLS = ["/sbin/mkfs.xfs", "/sbin/sfdisk"]
 
 @pytest.fixture
 def changed(packages, desktop):
-    """A system of one's own with the package installed, for changes that remain."""
+    """A separate system with the package installed, for persistent changes."""
     desktop.install(packages.deb(NAME, "all"))
     return desktop
 
 
 @pytest.fixture
 def box_tools(packages, shared_desktop):
-    """A system with the package installed; before is what it held earlier, and holds again."""
+    """A system with the package installed; `before` is its state earlier, and again afterwards."""
     system = shared_desktop
     system.before = system.files()
     system.install(packages.deb(NAME, "all"))
@@ -33,7 +33,7 @@ def diversions(system):
 
 
 def old_style_table(system):
-    """What the tool at /sbin/sfdisk shows of a disk that it was told to partition in 2012's way."""
+    """Returns the output of /sbin/sfdisk for a disk that it has partitioned with the old syntax."""
     disk = system.path / "srv/disk"
     disk.touch()
     os.truncate(disk, 64 << 20)
@@ -111,7 +111,7 @@ def test_a_tool_that_others_divert_is_left_to_them(changed):
 
 
 def test_the_image_of_a_box_is_enabled_from_outside(box_tools, packages):
-    """The command of the host on an image with Debian's packages, as image makers use it."""
+    """The host's command on an image with Debian's packages, as image makers use it."""
     command = box_tools.path / "usr/sbin" / NAME
     for asked, state in [("enable", "enabled"), ("disable", "disabled")]:
         subprocess.run([command, asked, "--root", box_tools.path], check=True)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The installation of build needs (script/lib.sh), with stand-ins for Debian's tools."""
+"""The installation of build dependencies (script/lib.sh), with stubs for Debian's tools."""
 
 import pathlib
 import subprocess
@@ -19,7 +19,7 @@ TOOLS = {
 
 @pytest.fixture
 def need(tmp_path):
-    """Runs need_packages with the outcome of the installation and the plan of apt-get."""
+    """Runs need_packages with this result of the installation and apt-get's plan."""
     tools = tmp_path / "tools"
     tools.mkdir()
     for name, text in TOOLS.items():

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The library's and the command's packages: what they hold, and how they install, run and go."""
+"""The library's and the command's packages: their contents, installation, use and removal."""
 
 import json
 import pathlib
@@ -34,7 +34,7 @@ find_package(KestrovaSystem 1.0 REQUIRED)
 add_executable(by-cmake client.cpp)
 target_link_libraries(by-cmake PRIVATE KestrovaSystem::kestrova-system)
 """
-# Paths of each package, and those that every package has.
+# Paths of each package, and those of every package.
 EVERY = [r"usr/share/doc/{name}/(copyright|changelog(\.Debian)?\.gz)"]
 CONTENTS = {
     "libkestrova-system1": [r"usr/lib/{triplet}/libkestrova-system\.so\.1(\.\d+\.\d+)?"],
@@ -154,7 +154,7 @@ def test_links_of_the_documentation_lead_inside_the_package(packages, tmp_path):
                for path, text in pages.items()}
     lost = []
     for page, text in pages.items():
-        # what a script makes out of pieces is no link
+        # Links that a script assembles are not checked.
         for link in LINK.findall(re.sub(r"<script\b[^>]*>.+?</script>", "", text, flags=re.S)):
             if link.startswith(("http://", "https://", "mailto:", "javascript:")):
                 continue

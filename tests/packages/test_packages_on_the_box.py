@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A new user's first day: the 32-bit packages alone, on the virtual box."""
+"""A new user's first day: only the 32-bit packages, on the virtual box."""
 
 import json
 import shutil
@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-# The tests' conftest has put the project's folders on the path.
+# After the tests' conftest has put the project's directories on the path.
 import project
 from box import image
 from box.hardware import MIB, Disk
@@ -18,7 +18,7 @@ from box.software import software_disk
 
 @pytest.fixture(scope="module")
 def box(packages, tmp_path_factory):
-    """A box with what the library's and the command's package hold, and nothing built here."""
+    """A box with the contents of the library's and the command's package, and no other build."""
     if shutil.which("qemu-system-i386") is None:
         pytest.skip("the virtual box needs qemu-system-i386")
     try:

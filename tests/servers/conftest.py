@@ -25,7 +25,7 @@ SIZES = [0, 1, 20479, 20480, 20481, 3 << 20, HUGE]
 
 
 def make_document(path, size):
-    """Sparse in its middle, when it is long."""
+    """Sparse in its middle if it is long."""
     ends = min(size, 1 << 20)
     source = random.Random(size)
     with open(path, "wb") as document:
@@ -38,7 +38,7 @@ def make_document(path, size):
 
 @pytest.fixture(scope="session")
 def documents():
-    """The folder that all servers offer; readable by whatever user they run scripts as."""
+    """The directory that all servers offer; readable by every user, because they run scripts."""
     folder = pathlib.Path(tempfile.mkdtemp(prefix="kestrova-servers-"))
     try:
         folder.chmod(0o755)
@@ -65,7 +65,7 @@ def server(request, documents, tmp_path_factory):
 
 
 class Fetched:
-    """What the probe told, and the body's length and checksum."""
+    """The probe's report, and the body's length and checksum."""
 
     def __init__(self, told, length, checksum):
         self.told = told
@@ -75,7 +75,7 @@ class Fetched:
 
 @pytest.fixture
 def fetch():
-    """A function that fetches with "url" or "chain"."""
+    """Returns a function that fetches with "url" or "chain"."""
     if not PROBE.exists():
         pytest.skip(f"there is no {PROBE}; build it, or set FETCHPROBE")
 

@@ -63,7 +63,7 @@ cgi.assign = (".sh" => "/bin/sh")
 
 
 def find(program):
-    """Path of a program, also of one that only root's search path has."""
+    """Returns the path of a program, including those in root's search path only."""
     return shutil.which(program, path=os.environ["PATH"] + ":/usr/sbin:/sbin")
 
 
@@ -79,8 +79,8 @@ def answers(port):
 
 
 class Server:
-    """One server. `unknown` is the path of a document without a length; `refused` are paths that
-    are answered with a redirection and, if it can be had, with 206."""
+    """One server. `unknown` is the path of a document without a length; `refused` are paths that are
+    answered with a redirection and, if the server supports it, with 206."""
 
     unknown = "/cgi-bin/unknown.sh"
 
@@ -99,7 +99,7 @@ class Server:
         return f"http://127.0.0.1:{self.port}{path}"
 
     def start(self):
-        """False when somebody else has taken the port in between."""
+        """Returns False if another process has taken the port meanwhile."""
         self.port = free_port()
         with open(self.work / "log", "wb") as log:
             self.process = subprocess.Popen(self.command(), cwd=self.documents, stdout=log,

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Both fetchers against real servers; bodies are compared by checksum."""
+"""Both fetchers with real servers; bodies are compared by checksum."""
 
 import pytest
 
@@ -17,7 +17,7 @@ def test_streamed(server, documents, fetch, size):
     assert fetched.checksum == checksum_of(documents / name)
 
 
-# Up to below the capacity: one that fills it counts as failed, and a longer one is cut off.
+# Up to just below the capacity: one that fills it counts as failed, and a longer one is truncated.
 @pytest.mark.parametrize("size", [size for size in SIZES if size <= CAPACITY + 1])
 def test_chained(server, documents, fetch, size):
     name = f"doc-{size}.txt"
@@ -30,8 +30,8 @@ def test_chained(server, documents, fetch, size):
 
 
 def test_unknown_length(server, documents, fetch):
-    """The server would keep the connection for ten minutes; the end comes because it is told not
-    to."""
+    """The server would keep the connection for ten minutes; it closes it because the request asks for
+    that."""
     fetched = fetch("url", server.url(server.unknown))
     assert fetched.told == {"codes": "345", "received": 100000, "total": 0}
     assert fetched.checksum == checksum_of(documents / "unknown")
@@ -41,7 +41,7 @@ def test_unknown_length(server, documents, fetch):
     ("url", {"codes": "12", "received": 0, "total": 0}),
     ("chain", {"ok": False, "id": 7, "type": "", "length": 0})])
 def test_refused(server, fetch, kind, told):
-    """404, a redirection, and 206 without having asked for a part where a server can do that."""
+    """404, a redirection, and an unrequested 206 from servers that can send it."""
     for path in ["/missing", *server.refused]:
         fetched = fetch(kind, server.url(path))
         assert (path, fetched.told, fetched.length) == (path, told, 0)

@@ -16,11 +16,11 @@ HEADER = 12
 
 
 class Invalid(Exception):
-    """The file is no boot environment."""
+    """The file is not a boot environment."""
 
 
 def encode(variables):
-    """The bytes of a file with these variables, in the order of their names."""
+    """Returns the bytes of a file with these variables, in the order of their names."""
     area = b"".join(key + b"\0" + value + b"\0\0"
                     for key, value in sorted(variables.items()) if value)
     if HEADER + len(area) > LARGEST:
@@ -29,7 +29,7 @@ def encode(variables):
 
 
 def area_of(image):
-    """The variable area of a valid image."""
+    """Returns the variable area of a valid image."""
     if len(image) < HEADER:
         raise Invalid("shorter than its header")
     flags, = struct.unpack("<I", image[:4])
@@ -45,7 +45,7 @@ def area_of(image):
 
 
 def decode(image):
-    """The variables of a valid image."""
+    """Returns the variables of a valid image."""
     area, variables = area_of(image), {}
     while area:
         key, found, rest = area.partition(b"\0")
