@@ -10,6 +10,11 @@
 namespace app {
 
 struct Json::Value {
+    explicit Value(nlohmann::ordered_json tree) : mTree(std::move(tree)) {}
+    Value(const Value&) = delete;
+    Value& operator=(const Value&) = delete;
+    ~Value() = default;
+
     nlohmann::ordered_json mTree;
 };
 
@@ -34,18 +39,18 @@ std::string wellFormed(std::string_view text) {
 
 }  // namespace
 
-Json::Json() : mValue(std::make_unique<Value>()) {}
+Json::Json() : mValue(std::make_unique<Value>(nullptr)) {}
 Json::Json(std::nullptr_t) : Json() {}
-Json::Json(bool value) : mValue(std::make_unique<Value>(Value{value})) {}
-Json::Json(long long value) : mValue(std::make_unique<Value>(Value{value})) {}
-Json::Json(unsigned long long value) : mValue(std::make_unique<Value>(Value{value})) {}
-Json::Json(const std::string& text) : mValue(std::make_unique<Value>(Value{wellFormed(text)})) {}
+Json::Json(bool value) : mValue(std::make_unique<Value>(value)) {}
+Json::Json(long long value) : mValue(std::make_unique<Value>(value)) {}
+Json::Json(unsigned long long value) : mValue(std::make_unique<Value>(value)) {}
+Json::Json(const std::string& text) : mValue(std::make_unique<Value>(wellFormed(text))) {}
 Json::Json(const char* text) : Json() {
     if (text != nullptr) {
         mValue->mTree = wellFormed(text);
     }
 }
-Json::Json(const Json& other) : mValue(std::make_unique<Value>(*other.mValue)) {}
+Json::Json(const Json& other) : mValue(std::make_unique<Value>(other.mValue->mTree)) {}
 Json::Json(Json&& other) noexcept = default;
 Json::~Json() = default;
 
