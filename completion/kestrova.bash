@@ -13,7 +13,7 @@ _kestrova_commands() {
         drive) echo check format info partition spin-down spin-up start status stop watch with ;;
         serial) echo count login ;;
         syslog) echo apply clear set show ;;
-        vars) echo clear get get-binary list set set-binary verify ;;
+        vars) echo clear create export get get-binary import list set set-binary verify ;;
     esac
 }
 
@@ -30,8 +30,10 @@ _kestrova_options() {
         fetch-all) own=-d ;;
         run) own=--in ;;
         shell) own='--wait -e' ;;
-        'vars verify') ;;
-        'vars '* | 'syslog '*) own=--wait ;;
+        'vars create') own='--file --replace --size' ;;
+        'vars verify') own='--file --size' ;;
+        'vars '*) own='--file --size --wait' ;;
+        'syslog '*) own=--wait ;;
     esac
     printf '%s\n' "--help -h --json --level --minimal --version -v $own"
 }
@@ -51,7 +53,7 @@ _kestrova_argument() {
     case $1:$2 in
         'drive partition:'[0-3]) _kestrova_words rest "$3" ;;
         'serial login:0') _kestrova_words '0 1 2 3 4 5 6 7 8 9' "$3" ;;
-        'drive check:0' | 'vars set-binary:1' | 'vars verify:0') _kestrova_paths -f "$3" ;;
+        'drive check:0' | 'vars import:0' | 'vars set-binary:1' | 'vars verify:0') _kestrova_paths -f "$3" ;;
     esac
 }
 
@@ -68,8 +70,8 @@ _kestrova_look_back() {
             case $word in
                 --) ended=1 ;;
                 --level | -[deo]) value=${word: -1} ;;
-                --save-table) value=o ;;
-                --wait) value=t ;;
+                --file | --save-table) value=o ;;
+                --size | --wait) value=t ;;
             esac
         elif [[ -n $command ]]; then
             arguments+=1

@@ -18,6 +18,12 @@ std::string nameProblem(std::string_view name) {
     return name.find('\n') != std::string_view::npos ? "the name holds a line end" : "";
 }
 
+std::string countProblem(const KestrovaVector<std::string>& names,
+                         const KestrovaVector<std::string>& values) {
+    return "there are " + std::to_string(names.size()) + " names and " +
+           std::to_string(values.size()) + " values";
+}
+
 /// Reads a text line by line and counts the lines.
 class TextReader {
 public:
@@ -80,8 +86,7 @@ std::string settingProblem(std::string_view name, std::string_view value) {
 std::string settingsProblem(const KestrovaVector<std::string>& names,
                             const KestrovaVector<std::string>& values) {
     if (names.size() != values.size()) {
-        return "there are " + std::to_string(names.size()) + " names and " +
-               std::to_string(values.size()) + " values";
+        return countProblem(names, values);
     }
     for (std::size_t i = 0; i < names.size(); ++i) {
         const std::string problem = settingProblem(names[i], values[i]);
@@ -140,5 +145,24 @@ bool appendSetting(std::string_view name, std::string_view value, std::string& t
         line += byte == '\n' ? "\\\n" : std::string(1, byte);
     }
     text += line + '\n';
+    return true;
+}
+
+bool formatSettings(const KestrovaVector<std::string>& names,
+                    const KestrovaVector<std::string>& values, std::string& text,
+                    std::string& problem) {
+    if (names.size() != values.size()) {
+        problem = countProblem(names, values);
+        return false;
+    }
+    std::string lines;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        std::string reason;
+        if (!appendSetting(names[i], values[i], lines, reason)) {
+            problem = "variable \"" + names[i] + "\": " + reason;
+            return false;
+        }
+    }
+    text.swap(lines);
     return true;
 }

@@ -31,4 +31,10 @@ bool parseSettings(std::string_view text, KestrovaVector<std::string>& names,
 bool appendSetting(std::string_view name, std::string_view value, std::string& text,
                    std::string& problem);
 
+/// Makes a line for each variable. Returns false, with the reason in `problem` and the text
+/// unchanged, when there are not as many values as names or the text cannot hold a variable.
+bool formatSettings(const KestrovaVector<std::string>& names,
+                    const KestrovaVector<std::string>& values, std::string& text,
+                    std::string& problem);
+
 #endif

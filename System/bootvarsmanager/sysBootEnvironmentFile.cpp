@@ -347,30 +347,22 @@ bool sysBootEnvironmentFile::importText(const std::string& text) {
 }
 
 bool sysBootEnvironmentFile::exportText(std::string& text) {
-    const base::CancelGuard guard;
-    if (!mpWork->begin()) {
-        return false;
-    }
-    BootVariables vars = mpWork->noVariables();
-    if (!mpWork->load(vars)) {
-        return false;
-    }
-    std::string lines;
-    for (std::size_t place = 0; place < vars.count(); ++place) {
-        const BootRecord variable = vars.at(place);
-        std::string problem;
-        if (!appendSetting(variable.mKey, variable.mValue, lines, problem)) {
-            return mpWork->fail(EILSEQ,
-                                "variable \"" + std::string(variable.mKey) + "\": " + problem);
-        }
-    }
-    text.swap(lines);
-    return true;
+    KestrovaVector<std::string> names;
+    KestrovaVector<std::string> values;
+    std::string problem;
+    return getVarList(names, values) &&
+           (formatSettings(names, values, text, problem) || mpWork->fail(EILSEQ, problem));
 }
 
 bool sysBootEnvironmentFile::parseText(const std::string& text, KestrovaVector<std::string>& names,
                                        KestrovaVector<std::string>& values, std::string& reason) {
     return parseSettings(text, names, values, reason);
+}
+
+bool sysBootEnvironmentFile::formatText(const KestrovaVector<std::string>& names,
+                                        const KestrovaVector<std::string>& values,
+                                        std::string& text, std::string& reason) {
+    return formatSettings(names, values, text, reason);
 }
 
 sysBootEnvironmentFile::State sysBootEnvironmentFile::state() const {

@@ -159,6 +159,18 @@ public:
     static bool parseText(const std::string& text, KestrovaVector<std::string>& names,
                           KestrovaVector<std::string>& values, std::string& reason);
 
+    /// Makes a text that parseText() reads, a line for each variable. Any thread may call it; it
+    /// touches no file.
+    /// @param names the variables' names
+    /// @param values their values, as many
+    /// @param[out] text the lines; unchanged on failure
+    /// @param[out] reason which variable the text cannot hold, and why; unchanged on success
+    /// @return false when the text cannot hold a variable, see exportText(), or when there are not
+    /// as many values as names
+    static bool formatText(const KestrovaVector<std::string>& names,
+                           const KestrovaVector<std::string>& values, std::string& text,
+                           std::string& reason);
+
     /// @return what the last operation that read the file found; eStGood after a change that
     /// succeeded; eStMissing before the first one
     State state() const;

@@ -31,6 +31,8 @@ enum CommandOption : unsigned {
     eOptionForce = 256,
     eOptionDryRun = 512,
     eOptionSaveTable = 1024,
+    eOptionFile = 2048,  ///< --file and --size
+    eOptionReplace = 4096,
 };
 
 /// Requirements and effects of a command, as bits of Command::mTraits.
@@ -42,6 +44,8 @@ enum CommandTrait : unsigned {
     eReadsVariables = 16,   ///< holds a shared lock of the boot variables while it runs
     eWritesVariables = 32,  ///< holds an exclusive lock of the boot variables while it runs
     eRunsCommands = 64,     ///< runs other commands (the shell)
+    eNeedsFile = 128,       ///< works on the file of --file only
+    eFileIsArgument = 256,  ///< takes the file of --file as its first argument
 };
 
 struct Command {
@@ -73,12 +77,15 @@ struct Options {
     bool mRepair = false;
     bool mForce = false;
     bool mDryRun = false;
+    bool mReplace = false;
     bool mIn = false;
     unsigned mLevel = 0;                 ///< value of --level, and one more for each -v
     std::optional<unsigned> mWait;       ///< value of --wait, in seconds
     std::optional<std::string> mScript;  ///< value of -e
     std::string mOutput;                 ///< value of -o, never empty when given
     std::string mFolder;                 ///< value of -d, never empty when given
+    std::string mFile;                   ///< value of --file, never empty when given
+    std::optional<unsigned> mSize;       ///< value of --size, in bytes
     std::string mSaveTable;              ///< value of --save-table, never empty when given
 };
 

@@ -40,6 +40,10 @@ CLI::Option* addNumber(CLI::App& app, const char* name, Number& number, unsigned
     return app.add_option(name, convert, help);
 }
 
+/// Sizes of an environment file in bytes, as the box accepts them.
+constexpr unsigned kSmallestEnvironment = 12;
+constexpr unsigned long kLargestEnvironment = 65536;
+
 /// Options that are not available within a shell.
 constexpr const char* kStartOptions[] = {"--minimal", "-v", "--level", "--version", "--in"};
 
@@ -113,6 +117,10 @@ private:
             }
             if (group == nullptr || group->get_name() != first) {
                 group = mRoot.add_subcommand(first)->require_subcommand(0, 1);
+                // The same for all commands of a group: it can stand before their names, too.
+                group->option_defaults()->group(kCommandOptions);
+                addCommandOptions(*group, command->mOptions & eOptionFile);
+                group->option_defaults()->group(kGeneralOptions);
                 addGeneralOptions(*group);
             }
             const std::string second = name.substr(first.size() + 1);
@@ -185,6 +193,16 @@ private:
         if (has(eOptionRepair)) {
             addFlag(app, "--repair", mOptions.mRepair,
                     "repair an XFS file system; it is only checked otherwise");
+        }
+        if (has(eOptionReplace)) {
+            addFlag(app, "--replace", mOptions.mReplace, "replace an existing file");
+        }
+        if (has(eOptionFile)) {
+            addText(app, "--file", mOptions.mFile, "ENVFILE",
+                    "work on this file, not on the box's variables");
+            addNumber(app, "--size", mOptions.mSize, kLargestEnvironment,
+                      "with --file: largest size of the file, 12 to 65536")
+                ->type_name("BYTES");
         }
         if (has(eOptionWait)) {
             constexpr unsigned long longest = 86400;  // a day
@@ -318,6 +336,9 @@ private:
         mInvocation.mArguments = mRoot.remaining(true);
         mInvocation.mArguments.insert(mInvocation.mArguments.end(), mArguments.begin(),
                                       mArguments.end());
+        if (mInvocation.mCommand->has(eFileIsArgument) && !mOptions.mFile.empty()) {
+            mInvocation.mArguments.insert(mInvocation.mArguments.begin(), mOptions.mFile);
+        }
         return checkCommand(*mInvocation.mCommand);
     }
 
@@ -326,6 +347,9 @@ private:
             return Result::misused("there is no shell in the shell");
         }
         Result result = checkArguments(command, mInvocation.mArguments);
+        if (result.good()) {
+            result = checkFile(command);
+        }
         if (result.good() && mSource.mShell && command.has(eReadsInput) &&
             mInvocation.mArguments.empty()) {
             result = Result::misused("in a shell, URLs are arguments");
@@ -339,6 +363,19 @@ private:
             result.mError = mName + ": " + result.mError;
         }
         return result;
+    }
+
+    Result checkFile(const Command& command) const {
+        if (command.has(eNeedsFile) && mOptions.mFile.empty()) {
+            return Result::misused("--file ENVFILE is needed");
+        }
+        if (mOptions.mSize && mOptions.mFile.empty()) {
+            return Result::misused("--size goes with --file ENVFILE");
+        }
+        return !mOptions.mSize || *mOptions.mSize >= kSmallestEnvironment
+                   ? Result()
+                   : Result::misused("--size: " + std::to_string(*mOptions.mSize) +
+                                     " is not from 12 to 65536");
     }
 
     const Source& mSource;

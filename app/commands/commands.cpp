@@ -16,12 +16,14 @@ const std::vector<const Command*>& commands() {
         &kVarsListCommand,      &kVarsGetCommand,
         &kVarsGetBinaryCommand, &kVarsSetCommand,
         &kVarsSetBinaryCommand, &kVarsClearCommand,
-        &kVarsVerifyCommand,    &kFetchCommand,
-        &kFetchAllCommand,      &kRunCommand,
-        &kSerialCountCommand,   &kSerialLoginCommand,
-        &kSyslogShowCommand,    &kSyslogSetCommand,
-        &kSyslogClearCommand,   &kSyslogApplyCommand,
-        &kProductionCommand,    &kShellCommand,
+        &kVarsImportCommand,    &kVarsExportCommand,
+        &kVarsCreateCommand,    &kVarsVerifyCommand,
+        &kFetchCommand,         &kFetchAllCommand,
+        &kRunCommand,           &kSerialCountCommand,
+        &kSerialLoginCommand,   &kSyslogShowCommand,
+        &kSyslogSetCommand,     &kSyslogClearCommand,
+        &kSyslogApplyCommand,   &kProductionCommand,
+        &kShellCommand,
     };
     return all;
 }

@@ -75,7 +75,7 @@ def test_options_of_each_command(kestrova, complete, name):
     assert complete(*name.split(), "-") == wanted
     assert complete("-vv", "--level", "1", *name.split(), "argument", "-") == wanted
     assert complete(*name.split(), "--", "-") == (
-        ["-d"] if name in ["drive check", "vars verify"] else [])
+        ["-d"] if name in ["drive check", "vars import", "vars verify"] else [])
 
 
 def test_values_of_options(kestrova, complete):
@@ -95,6 +95,9 @@ def test_values_of_options(kestrova, complete):
 
 def test_arguments(complete):
     assert complete("vars", "verify", "f") == ["file one", "folder"]
+    assert complete("vars", "import", "f") == ["file one", "folder"]
+    assert complete("vars", "--file", "f") == ["file one", "folder"]
+    assert complete("vars", "--file", "file one", "ver") == ["verify"]
     assert complete("vars", "set-binary", "") == []
     assert complete("vars", "set-binary", "name", "f") == ["file one", "folder"]
     assert complete("vars", "set-binary", "name", "file", "") == []

@@ -10,7 +10,8 @@ import helppages
 COMMANDS = ["table", "drive info", "drive status", "drive partition", "drive format",
             "drive start", "drive stop", "drive with", "drive watch", "drive check", "drive spin-down",
             "drive spin-up", "vars list", "vars get", "vars get-binary", "vars set",
-            "vars set-binary", "vars clear", "vars verify", "fetch", "fetch-all", "run",
+            "vars set-binary", "vars clear", "vars import", "vars export", "vars create",
+            "vars verify", "fetch", "fetch-all", "run",
             "serial count", "serial login", "syslog show", "syslog set", "syslog clear",
             "syslog apply", "production", "shell"]
 

@@ -58,10 +58,16 @@ CASES = [
       for words in ["info", "status", "partition --yes 1", "format --yes", "start", "stop", "watch",
                     "with true", "check 0", "spin-down", "spin-up"]],
     ("box", image(record(b"a", b"AAEC")),
-     ["shell", "-e", "vars list; vars get a; vars get-binary a; vars set b 1; vars set-binary c "
-      "/state/file; vars clear b; vars verify /state/file"],
+     ["shell", "-e", "vars list; vars get a; vars get-binary a; vars set b 1 d 2; vars set-binary c "
+      "/state/file; vars clear b; vars import /dev/null; vars export; vars --file /state/env create; "
+      "vars verify /state/file; vars --file /state/env verify"],
      [(f"vars {word}", GOOD) for word in [
-         "list", "get", "get-binary", "set", "set-binary", "clear", "verify"]]),
+         "list", "get", "get-binary", "set", "set-binary", "clear", "import", "export", "create",
+         "verify", "verify"]]),
+    ("box", DAMAGED, ["vars", "export"], [("vars export", BAD)]),
+    ("plain", None, ["vars", "import", "/absent"], [("vars import", BAD)]),
+    ("plain", None, ["vars", "create", "--file", "/absent/env"], [("vars create", BAD)]),
+    ("plain", None, ["vars", "verify", "--file", "/absent/env"], [("vars verify", BAD)]),
     ("box", image(record(b"a", b"1")), ["vars", "get", "none"], [("vars get", BAD)]),
     ("box", image(record(b"a", b"1")), ["vars", "get-binary", "a"], [("vars get-binary", BAD)]),
     ("box", DAMAGED, ["vars", "list"], [("vars list", BAD)]),

@@ -69,7 +69,8 @@ const Operation kOperations[] = {
          KestrovaVector<std::string> values;
          std::string reason;
          const bool parsed = File::parseText("a=1\n", names, values, reason);
-         read = parsed ? values.at(0) : "";
+         std::string text;
+         read = parsed && File::formatText(names, values, text, reason) ? text.substr(2, 1) : "";
          return parsed;
      }},
     {"create", true, {}, [](File& file, std::string&) { return file.create(true); }},

@@ -26,6 +26,9 @@ HeldVariables::~HeldVariables() {
 }
 
 Result HeldVariables::take(Session& session, const Invocation& invocation) {
+    if (!invocation.mOptions.mFile.empty()) {
+        return {};  // not the box's variables
+    }
     const bool reads = invocation.mCommand->has(eReadsVariables);
     if (!reads && !invocation.mCommand->has(eWritesVariables)) {
         return {};

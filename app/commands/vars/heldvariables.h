@@ -20,8 +20,9 @@ public:
     HeldVariables(const HeldVariables&) = delete;
     HeldVariables& operator=(const HeldVariables&) = delete;
 
-    /// Takes the lock that the command's row in the table requires, if any. See takeLock() for the
-    /// result; fails also if there is no software partition.
+    /// Takes the lock that the command's row in the table requires, if any; none for a command that
+    /// works on a file. See takeLock() for the result; fails also if there is no software
+    /// partition.
     Result take(Session& session, const Invocation& invocation);
 
 private:

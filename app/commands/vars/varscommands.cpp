@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
 // The commands of the boot variables.
-#include <cstring>
+#include <unistd.h>
 
-#include "System/bootvarsmanager/sysBootVarsManager.h"
-#include "System/system.h"
+#include "System/bootvarsmanager/sysBootEnvironmentFile.h"
 #include "app/cli/command.h"
 #include "app/commands/commands.h"
 #include "app/commands/vars/bootimage.h"
-#include "app/commands/vars/environmentcheck.h"
+#include "app/commands/vars/variablestore.h"
 #include "app/session.h"
 #include "app/ui/colour.h"
 #include "app/ui/humantext.h"
@@ -20,37 +19,21 @@ namespace {
 // No variable is longer than the file that contains all of them.
 constexpr unsigned kLongestValue = kLargestBootImage;
 
-sysBootVarsManager& manager() {
-    return *getSystem()->mpBootVarsManager;
-}
+/// Longest text of 'vars import', comments included.
+constexpr std::size_t kLongestText = 1 << 20;
 
-/// Returns why the library found no variable with this name.
-Result notFound(const std::string& name) {
-    KestrovaVector<std::string> names;
-    KestrovaVector<std::string> values;
-    (void)manager().getVarList(names, values);
-    Result result = names.empty() ? checkEnvironment() : Result();
-    return result.good() ? Result::failed("there is no variable " + quoted(name) +
-                                              "; 'vars list' shows them all",
-                                          eAbsent)
-                         : result;
-}
-
-bool readVariable(const std::string& name, std::string& value) {
-    value.resize(kLongestValue);
-    if (!manager().getVarS(name.c_str(), value.data(), static_cast<int>(value.size()))) {
-        return false;
+Json namesData(const Words& names) {
+    Json data = Json::array();
+    for (const std::string& name : names) {
+        data.append(name);
     }
-    value.resize(std::strlen(value.c_str()));
-    return true;
+    return data;
 }
 
-Result saved(bool done, const std::string& name) {
-    if (!done) {
-        return Result::failed("the boot environment could not be saved; -v tells more");
+Result withName(Result result, const std::string& name) {
+    if (result.good()) {
+        result.mData.add("name", name);
     }
-    Result result;
-    result.mData.add("name", name);
     return result;
 }
 
@@ -93,11 +76,21 @@ Result checkNewName(const Words& arguments) {
                                  " holds '='; name and value are two arguments");
 }
 
-Result runVarsList(Session& /*session*/, const Invocation& /*invocation*/) {
-    KestrovaVector<std::string> names;
-    KestrovaVector<std::string> values;
-    (void)manager().getVarList(names, values);
-    Result result = names.empty() ? checkEnvironment() : Result();
+Result checkSettings(const Words& arguments) {
+    Result result;
+    for (std::size_t i = 0; result.good() && i < arguments.size(); i += 2) {
+        result = checkNewName({arguments[i]});
+        if (result.good() && i + 1 == arguments.size()) {
+            result = Result::misused("NAME " + quoted(arguments[i]) + " has no VALUE");
+        }
+    }
+    return result;
+}
+
+Result runVarsList(Session& /*session*/, const Invocation& invocation) {
+    Words names;
+    Words values;
+    Result result = openStore(invocation.mOptions)->list(names, values);
     if (!result.good()) {
         return result;
     }
@@ -113,37 +106,43 @@ Result runVarsList(Session& /*session*/, const Invocation& /*invocation*/) {
 Result runVarsGet(Session& /*session*/, const Invocation& invocation) {
     const std::string& name = invocation.mArguments[0];
     std::string value;
-    if (!readVariable(name, value)) {
-        return notFound(name);
+    Result result = openStore(invocation.mOptions)->get(name, value);
+    if (result.good()) {
+        result.mText = value + "\n";
+        result.mData.add("name", name).add("value", value);
     }
-    Result result;
-    result.mText = value + "\n";
-    result.mData.add("name", name).add("value", value);
     return result;
 }
 
 Result runVarsGetBinary(Session& /*session*/, const Invocation& invocation) {
     const std::string& name = invocation.mArguments[0];
+    const std::unique_ptr<VariableStore> store = openStore(invocation.mOptions);
     std::string text;
-    if (!readVariable(name, text)) {
-        return notFound(name);
+    std::string bytes;
+    Result result = store->get(name, text);
+    if (result.good()) {
+        result = store->getBinary(name, bytes);
     }
-    std::string bytes(kLongestValue, '\0');
-    unsigned length = 0;
-    if (!manager().getVarB(name.c_str(), length, reinterpret_cast<unsigned char*>(bytes.data()),
-                           kLongestValue)) {
-        return Result::failed("the variable " + quoted(name) +
-                              " is not binary: no base64 text; 'vars get' prints it");
+    if (result.good()) {
+        result.mText = bytes;
+        result.mData.add("name", name).add("length", bytes.size()).add("base64", text);
     }
-    Result result;
-    result.mText = bytes.substr(0, length);
-    result.mData.add("name", name).add("length", length).add("base64", text);
     return result;
 }
 
 Result runVarsSet(Session& /*session*/, const Invocation& invocation) {
     const Words& arguments = invocation.mArguments;
-    return saved(manager().setVarS(arguments[0].c_str(), arguments[1].c_str()), arguments[0]);
+    Words names;
+    Words values;
+    for (std::size_t i = 0; i < arguments.size(); i += 2) {
+        names.push_back(arguments[i]);
+        values.push_back(arguments[i + 1]);
+    }
+    Result result = withName(openStore(invocation.mOptions)->set(names, values), names[0]);
+    if (result.good() && names.size() > 1) {
+        result.mData.add("names", namesData(names));
+    }
+    return result;
 }
 
 Result runVarsSetBinary(Session& session, const Invocation& invocation) {
@@ -157,17 +156,77 @@ Result runVarsSetBinary(Session& session, const Invocation& invocation) {
     if (bytes.empty()) {
         return Result::failed(quoted(file) + " is empty; 'vars clear' removes a variable");
     }
-    const auto* const data = reinterpret_cast<const unsigned char*>(bytes.data());
-    return saved(manager().setVarB(name.c_str(), data, static_cast<unsigned>(bytes.size())), name);
+    return withName(openStore(invocation.mOptions)->setBinary(name, bytes), name);
 }
 
 Result runVarsClear(Session& /*session*/, const Invocation& invocation) {
     const std::string& name = invocation.mArguments[0];
-    return saved(manager().clearVar(name.c_str()), name);
+    return withName(openStore(invocation.mOptions)->set({name}, {""}), name);
 }
 
-Result runVarsVerify(Session& session, const Invocation& invocation) {
+/// Reads the FILE argument of 'vars import'. '-' means standard input; it fails if a shell reads
+/// its commands from there.
+Result readText(Session& session, const std::string& file, std::string& text) {
+    std::string path = file;
+    if (file == "-") {
+        const int input = session.inputForChildren();
+        if (input == STDIN_FILENO) {
+            return Result::misused("standard input holds the commands; give a FILE");
+        }
+        path = "/dev/fd/" + std::to_string(input);
+    }
+    Result result = readArgument(session, path, kLongestText + 1, text);
+    if (result.good() && text.size() > kLongestText) {
+        return Result::failed(quoted(file) + " is longer than " + std::to_string(kLongestText) +
+                              " bytes");
+    }
+    result.mStatus = result.mStatus == eAbsent ? eFailed : result.mStatus;
+    return result;
+}
+
+Result runVarsImport(Session& session, const Invocation& invocation) {
     const std::string& file = invocation.mArguments[0];
+    std::string text;
+    Result result = readText(session, file, text);
+    if (!result.good()) {
+        return result;
+    }
+    Words names;
+    Words values;
+    std::string reason;
+    if (!sysBootEnvironmentFile::parseText(text, names, values, reason)) {
+        return Result::failed(quoted(file) + ": " + printable(reason));
+    }
+    result = openStore(invocation.mOptions)->set(names, values);
+    if (result.good()) {
+        result.mData.add("names", namesData(names));
+    }
+    return result;
+}
+
+Result runVarsExport(Session& /*session*/, const Invocation& invocation) {
+    Words names;
+    Words values;
+    Result result = openStore(invocation.mOptions)->list(names, values);
+    std::string reason;
+    if (result.good() && !sysBootEnvironmentFile::formatText(names, values, result.mText, reason)) {
+        return Result::failed(printable(reason));
+    }
+    if (result.good()) {
+        result.mData.add("text", result.mText);
+    }
+    return result;
+}
+
+Result runVarsCreate(Session& /*session*/, const Invocation& invocation) {
+    Result result = createEnvironment(invocation.mOptions);
+    if (result.good()) {
+        result.mData.add("file", invocation.mOptions.mFile);
+    }
+    return result;
+}
+
+Result verifyFile(Session& session, const std::string& file) {
     std::string content;
     // One byte more than the limit, so that a file that is too long is detected.
     Result result = readArgument(session, file, kLargestBootImage + 1, content);
@@ -191,7 +250,33 @@ Result runVarsVerify(Session& session, const Invocation& invocation) {
     return result;
 }
 
+/// Adds the state that the library reads from the file of --file, and a check of its backup.
+void addState(Session& session, const Options& options, Result& result) {
+    std::string state;
+    const Result library = environmentState(options, state);
+    const Result backup = verifyFile(session, options.mFile + ".bkp");
+    result.mText += backup.mText;
+    result.mData.add("state", state);
+    if (!backup.mText.empty()) {
+        result.mData.add("backup", backup.mData);
+    }
+    if (!library.good()) {
+        result.mStatus = library.mStatus;
+        result.mError = library.mError;
+    }
+}
+
+Result runVarsVerify(Session& session, const Invocation& invocation) {
+    Result result = verifyFile(session, invocation.mArguments[0]);
+    if (!invocation.mOptions.mFile.empty() && result.mStatus != eCancelled) {
+        addState(session, invocation.mOptions, result);
+    }
+    return result;
+}
+
 }  // namespace
+
+constexpr unsigned kOptions = eOptionWait | eOptionFile;
 
 constexpr char kVarsListHelp[] = R"(Show the boot variables.
 
@@ -205,7 +290,7 @@ Example:
   kestrova vars list
 )";
 const Command kVarsListCommand = {
-    "vars list", "", kVarsListHelp, eOptionWait, eRunsBesideWork | eReadsVariables, runVarsList};
+    "vars list", "", kVarsListHelp, kOptions, eRunsBesideWork | eReadsVariables, runVarsList};
 
 constexpr char kVarsGetHelp[] = R"(Print the value of a boot variable.
 
@@ -219,7 +304,7 @@ Example:
   kestrova vars get language
 )";
 const Command kVarsGetCommand = {
-    "vars get", "NAME", kVarsGetHelp, eOptionWait, eRunsBesideWork | eReadsVariables, runVarsGet};
+    "vars get", "NAME", kVarsGetHelp, kOptions, eRunsBesideWork | eReadsVariables, runVarsGet};
 
 constexpr char kVarsGetBinaryHelp[] = R"(Write the bytes of a binary boot variable.
 
@@ -233,26 +318,28 @@ Example:
   kestrova vars get-binary key >FILE
 )";
 const Command kVarsGetBinaryCommand = {
-    "vars get-binary", "NAME", kVarsGetBinaryHelp, eOptionWait, eRunsBesideWork | eReadsVariables,
+    "vars get-binary", "NAME", kVarsGetBinaryHelp, kOptions, eRunsBesideWork | eReadsVariables,
     runVarsGetBinary};
 
-constexpr char kVarsSetHelp[] = R"(Set a boot variable.
+constexpr char kVarsSetHelp[] = R"(Set boot variables.
 
-When it is done the variable is on the disk. An empty VALUE removes the
-variable. A VALUE that begins with '-' needs '--' in front. A NAME that is empty
-or holds '=' is refused. Where no environment can be read, a new one with this
-variable alone is written.
+Each NAME is followed by its VALUE. Several are set in one write, all or none.
+When it is done they are on the disk. An empty VALUE removes the variable. A
+VALUE that begins with '-' needs '--' in front. A NAME that is empty or holds
+'=' is refused. Where the box has no environment that can be read, a new one
+with these variables alone is written; a file must be valid.
 
 Exit status:
   1  the environment could not be saved
 
 Example:
   kestrova vars set language en
+  kestrova vars set syslog 192.168.1.20 debug ''
   kestrova vars set -- offset -1
 )";
 const Command kVarsSetCommand = {
-    "vars set", "NAME VALUE", kVarsSetHelp, eOptionWait, eRunsBesideWork | eWritesVariables,
-    runVarsSet, checkNewName};
+    "vars set", "NAME VALUE...", kVarsSetHelp, kOptions, eRunsBesideWork | eWritesVariables,
+    runVarsSet, checkSettings};
 
 constexpr char kVarsSetBinaryHelp[] = R"(Set a binary boot variable to a file's bytes.
 
@@ -268,7 +355,7 @@ Example:
 const Command kVarsSetBinaryCommand = {"vars set-binary",
                                        "NAME FILE",
                                        kVarsSetBinaryHelp,
-                                       eOptionWait,
+                                       kOptions,
                                        eRunsBesideWork | eWritesVariables,
                                        runVarsSetBinary,
                                        checkNewName};
@@ -284,14 +371,64 @@ Example:
   kestrova vars clear language
 )";
 const Command kVarsClearCommand = {
-    "vars clear", "NAME", kVarsClearHelp, eOptionWait, eRunsBesideWork | eWritesVariables,
+    "vars clear", "NAME", kVarsClearHelp, kOptions, eRunsBesideWork | eWritesVariables,
     runVarsClear};
+
+constexpr char kVarsImportHelp[] = R"(Set the boot variables of a text.
+
+Each line of FILE is NAME=VALUE; '-' is standard input. All are set in one
+write, or none. An empty value removes the variable. A '\' at the end of a line
+stands for a line end in the value. Empty lines and lines that start with '#'
+are ignored.
+
+Exit status:
+  1  FILE can't be read or has a bad line, or the environment was not saved
+
+Example:
+  kestrova vars import FILE
+)";
+const Command kVarsImportCommand = {
+    "vars import", "FILE", kVarsImportHelp, kOptions, eRunsBesideWork | eWritesVariables,
+    runVarsImport};
+
+constexpr char kVarsExportHelp[] = R"(Print the boot variables as text.
+
+Prints what 'vars import' reads. A variable that this cannot express is an
+error: one whose name is empty, holds '=' or a line end or starts with '#', or
+whose value ends with a '\'.
+
+Exit status:
+  1  the environment can't be read, or a variable does not fit the text
+  3  there is no environment yet
+
+Example:
+  kestrova vars export >FILE
+)";
+const Command kVarsExportCommand = {
+    "vars export", "", kVarsExportHelp, kOptions, eRunsBesideWork | eReadsVariables, runVarsExport};
+
+constexpr char kVarsCreateHelp[] = R"(Make a boot environment file without variables.
+
+For building an image; on the box 'vars set' makes the file. With --replace an
+existing file is replaced, and its backup removed.
+
+Exit status:
+  1  ENVFILE or its backup exists, or it can't be written
+  7  another process changes a file in the same directory
+
+Example:
+  kestrova vars create --file boot_env
+)";
+const Command kVarsCreateCommand = {
+    "vars create", "", kVarsCreateHelp, eOptionFile | eOptionReplace, eRunsBesideWork | eNeedsFile,
+    runVarsCreate};
 
 constexpr char kVarsVerifyHelp[] = R"(Check a boot environment file.
 
 Checks a copy of the file 'boot_env' and tells what is wrong, and at which byte.
 Looks at this file alone, and not with the library's reader: it is a second
-opinion.
+opinion. With --file, ENVFILE and its backup are checked, and with the library's
+reader, too.
 
 Exit status:
   1  there is a problem, or FILE can't be read
@@ -301,7 +438,8 @@ Exit status:
 Example:
   kestrova vars verify boot_env
 )";
-const Command kVarsVerifyCommand = {"vars verify",   "FILE",       kVarsVerifyHelp, 0,
-                                    eRunsBesideWork, runVarsVerify};
+const Command kVarsVerifyCommand = {
+    "vars verify", "FILE", kVarsVerifyHelp, eOptionFile, eRunsBesideWork | eFileIsArgument,
+    runVarsVerify};
 
 }  // namespace app

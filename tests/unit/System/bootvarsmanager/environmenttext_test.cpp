@@ -113,6 +113,18 @@ TEST(EnvironmentText, RefusesSettings) {
     EXPECT_EQ(settingsProblem({"", "a=b", "a\nb"}, {"", "", ""}), "");
 }
 
+TEST(EnvironmentText, WritesSeveralOrNone) {
+    std::string text = "before";
+    std::string problem = "none";
+    EXPECT_FALSE(formatSettings({"a", "#b"}, {"1", "2"}, text, problem));
+    EXPECT_EQ(problem, "variable \"#b\": the name starts with '#', as a comment does");
+    EXPECT_FALSE(formatSettings({"a"}, {}, text, problem));
+    EXPECT_EQ(problem, "there are 1 names and 0 values");
+    EXPECT_EQ(text, "before");
+    EXPECT_TRUE(formatSettings({"a", "b"}, {"1", "2"}, text, problem));
+    EXPECT_EQ(text, "a=1\nb=2\n");
+}
+
 TEST(EnvironmentText, WhatIsWrittenIsReadBack) {
     std::mt19937 random(7);
     const std::string bytes = "ab=#\\\n \r\xff";
