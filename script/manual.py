@@ -15,16 +15,16 @@ import textwrap
 import xml.etree.ElementTree
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-# Marks of the compiler and of the thread-safety analysis; they declare nothing of their own.
+# Attributes of the compiler and of the thread-safety analysis; they declare nothing.
 WITHOUT_PAGE = ("base/export.h", "base/threadsafety.h")
 LIST = [".Bl -tag -width Ds -compact"]
 LIBRARY = "System services of the media client (libkestrova-system, \\-lkestrova-system)"
-# The formatter turns these into typographic signs; a reader copies them as they are.
+# Escaped, because the formatter turns these into typographic characters, and readers copy them.
 SIGNS = {"\\": "\\e", "-": "\\-", "'": "\\(aq", "`": "\\(ga", "^": "\\(ha", "~": "\\(ti"}
 
 
 def read(doxygen, headers, folder):
-    """Lets Doxygen read the headers; returns every compound by its id."""
+    """Runs Doxygen on the headers. Returns every compound by its id."""
     settings = (ROOT / "docs" / "Doxyfile").read_text() + f"""
         INPUT = {" ".join(headers)}
         OUTPUT_DIRECTORY = "{folder}"
@@ -46,7 +46,7 @@ def read(doxygen, headers, folder):
 
 
 def release_date():
-    """The date of the newest release: the pages are the same bytes whenever they are built."""
+    """Returns the date of the newest release, so that every build makes the same pages."""
     found = re.search(r"^## \S+ \((\d{4}-\d\d-\d\d)\)", (ROOT / "CHANGELOG.md").read_text(), re.M)
     day = datetime.date.fromisoformat(found[1])
     return f"{day:%B} {day.day}, {day.year}"
@@ -57,12 +57,12 @@ def escaped(text):
 
 
 def literal(text):
-    """Lines of code for a .Bd -literal."""
+    """Returns lines of code for a .Bd -literal."""
     return [re.sub(r"^(?=[.'\\])|^$", r"\\&", escaped(line)) for line in text.splitlines()]
 
 
 def flowing(element):
-    """The text of a paragraph, with references and code in bold."""
+    """Returns the text of a paragraph, with references and code in bold."""
     text = escaped(element.text or "")
     for child in element:
         if child.tag not in ("parameterlist", "simplesect", "programlisting"):
@@ -75,7 +75,7 @@ def flowing(element):
 
 
 def sentences(text):
-    """Flowing text as lines; a sentence starts a line, because the formatter spaces it so."""
+    """Returns filled text as lines. Each sentence starts a line, so that the formatter spaces it correctly."""
     text = re.sub(r"\s+", " ", text).strip()
     text = re.sub(r" (?=[.,;:])", "", text)
     lines = re.sub(r"(?<=[.?!]) |(?<=[.?!]\)) ", "\n", text).splitlines()
@@ -88,12 +88,12 @@ def finished(text):
 
 
 def capital(text):
-    """Starts a note that stands behind a name with a capital, unless it starts with a name."""
+    """Capitalises a note that follows a name, unless the note starts with a name."""
     return re.sub(r"^(?!errno)[a-z](?=[a-z]*[ ,;.:])", lambda first: first[0].upper(), text)
 
 
 def paragraphs(thing):
-    """The description without parameters and result, a text for each paragraph."""
+    """Returns the description without parameters and result, as one text per paragraph."""
     texts = [flowing(one) for part in ("briefdescription", "detaileddescription")
              for one in thing.findall(f"{part}/para")]
     return [text for text in texts if text.strip()]
@@ -114,7 +114,7 @@ class Page:
 
 
 def public(compound):
-    """Documented members in the order of the header."""
+    """Returns the documented members in the order of the header."""
     members = [one for one in compound.findall("sectiondef/memberdef")
                if one.get("prot") == "public" and one.get("kind") != "friend"
                and not (one.findtext("argsstring") or "").endswith("=delete")]
@@ -168,7 +168,7 @@ def tidy(declaration):
 
 
 def declared(member, owner):
-    """A member as the header declares it, without attributes, bodies and initial values."""
+    """Returns a member's declaration, without attributes, bodies and initial values."""
     name = member.findtext("name")
     text = member.findtext("definition")
     if owner is not None:
@@ -193,18 +193,18 @@ def declared(member, owner):
 
 
 def inherited(owner, member):
-    """Whether a member is that of another class, taken over by a using-declaration."""
+    """Returns whether a member comes from another class through a using-declaration."""
     return declared(member, owner).startswith("using ") and member.get("kind") != "typedef"
 
 
 def wrapped(declaration, indent):
-    """Declarations of more than 72 columns go on below their first parameter."""
+    """Wraps declarations of more than 72 columns at their first parameter."""
     lines = []
     for line in declaration.splitlines():
         hang = " " * (line.index("(") + 1 if "(" in line else 4)
         if "(*)" in line:
             hang = " " * (line.index("(*)(") + 4)
-        # Broken between parameters only.
+        # Wrap only between parameters.
         whole = re.sub(r"(?<!,) ", "\0", line) if "(" in line else line
         lines += textwrap.wrap(whole, 72 - indent, subsequent_indent=hang, break_long_words=False,
                                break_on_hyphens=False)
@@ -213,7 +213,7 @@ def wrapped(declaration, indent):
 
 def synopsis(page):
     blocks = []
-    # An enumeration is described below, with its values.
+    # An enumeration is described later, with its values.
     shown = [one for one in page.free if one.get("kind") != "enum"]
     if shown:
         blocks.append([line for one in shown for line in wrapped(declared(one, None), 0)])
@@ -285,7 +285,7 @@ def signature(member, owner):
 
 
 def entry(member):
-    """What stands below the name of a member."""
+    """Returns the text below the name of a member."""
     texts = paragraphs(member)
     out = text_of(texts)
     listed = parameters(member)
@@ -320,7 +320,7 @@ def entries(members, compact=False):
 
 
 def fields(owner):
-    """A structure of fields: its comment and a list of them."""
+    """Returns the description of a structure: its comment and a list of its fields."""
     name = owner.findtext("compoundname")
     own = public(owner)
     inside = [one for one in own if one.get("kind") in ("enum", "function", "typedef")]
@@ -374,7 +374,7 @@ def node_text(listing):
 
 
 def see_also(page, everything, owners):
-    """Pages of what the comments refer to, and manual pages of calls and tools that they name."""
+    """Returns the pages that the comments refer to, and the manual pages of calls and tools in them."""
     told = [page.about] + page.compounds + page.free
     used = {owners.get(ref.get("refid").rsplit("_1", 1)[0], owners.get(ref.get("refid")))
             for one in told for ref in one.iter("ref")}

@@ -209,7 +209,7 @@ void sysPartition::putPath(const std::string& path) {
 
 void sysPartition::putMountPoint(std::string directory) {
     const base::Lock lock(mMountPointLock);
-    // Keep an equal text, and with it the pointer that mountpoint() has returned.
+    // Keep an equal string, so that pointers returned by mountpoint() stay valid.
     if (mMountPoint != directory) {
         mMountPoint.swap(directory);
     }

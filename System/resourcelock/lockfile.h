@@ -40,9 +40,10 @@ bool isCurrent(const base::Descriptor& file, const std::string& name);
 /// Claims the first free slot for this open file. Returns -1 on an error, with errno EAGAIN if all
 /// slots are taken.
 int claimSlot(const base::Descriptor& file);
-/// Writes the record of an own slot. Returns false, with errno set, on failure.
+/// Writes the record of a slot that this open file has claimed. Returns false, with errno set, on
+/// failure.
 bool writeSlot(const base::Descriptor& file, int slot, const Record& record);
-/// Makes an own slot visible to other processes. Returns false, with errno set, on failure.
+/// Makes a claimed slot visible to other processes. Returns false, with errno set, on failure.
 bool showSlot(const base::Descriptor& file, int slot);
 /// Releases slots and flock, even if a forked child shares the open file.
 void releaseAll(const base::Descriptor& file);

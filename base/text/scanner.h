@@ -10,8 +10,8 @@
 
 namespace base {
 
-/// Reads a terminated text, which it does not own, from left to right. After the first mismatch
-/// every call returns false.
+/// Reads a NUL-terminated string, which it does not own, from left to right. After the first
+/// mismatch every call returns false.
 class Scanner {
 public:
     explicit Scanner(const char* text) : mpNext(text) {}

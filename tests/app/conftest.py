@@ -1,16 +1,16 @@
 # SPDX-License-Identifier: MIT
-"""What the tests of the command use.
+"""Fixtures for the tests of the command.
 
-KESTROVA tells which command to test; by default the one of the i686 build.
+KESTROVA names the command to test; by default it is that of the i686 build.
 
-kestrova        runs the command with arguments, without a terminal; here and where else the command
-                is run, its JSON is checked against the schema
-documents       a folder that python3's http.server serves, and its address
+kestrova        runs the command with arguments, without a terminal; wherever the command is run, its
+                JSON is checked against the schema
+documents       a directory that python3's http.server serves, and its address
 scripted        a ScriptedServer
 terminal        starts the command on a terminal
-fake_drive      a root of its own with a stand-in for the recording drive and its tools
-boot_partition  a root of its own with a real file system as the software partition
-maintain        runs the command there, among stand-ins for the daemons of service staff
+fake_drive      a separate root with a fake recording drive and stubs of its tools
+boot_partition  a separate root with a real file system as the software partition
+maintain        runs the command there, with stubs for the daemons of service staff
 """
 
 import os

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: MIT
-"""A stand-in for the recording drive, for the command alone.
+"""A fake recording drive for the command.
 
-The command runs in a mount namespace and a root directory of its own. There /dev/sda and its
-partitions are files, the tools are fakedrive_tools.py, and a preloaded fakedrive.c answers the
-questions that only a disk can. How the library drives real tools and disks is not tested here.
+The command runs in its own mount namespace and root directory. There /dev/sda and its partitions
+are files, the tools are fakedrive_tools.py, and a preloaded fakedrive.c implements the requests that
+only a disk supports. The library's use of real tools and disks is not tested here.
 """
 
 import errno

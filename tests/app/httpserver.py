@@ -61,9 +61,9 @@ def reply(body=b"", length=None, status="200 OK", **fields):
 class ScriptedServer:
     """Answers each path by a script: bytes to send, the name of a step, or an Event to wait for.
 
-    "wait" waits until the client goes, "reset" makes the close a reset. After its last step a
-    connection is closed. `requests` are the paths that were asked for, `gone` is released whenever
-    a "wait" has seen its client go.
+    "wait" waits until the client disconnects, "reset" closes with a reset. After its last step a
+    connection is closed. `requests` are the requested paths; `gone` is released whenever the client
+    of a "wait" has disconnected.
     """
 
     def __init__(self):

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Cuts the power at the level of blocks, between any two writes of a true file system.
+"""Simulates power cuts at block level, between any two writes of a real file system.
 
 A box changes boot variables, and then partition tables, on disks whose writes and flushes are
-logged. From the log the disk is built as a power cut leaves it, at every flush and at random places
-between two flushes; there a random part of the unflushed writes is on the disk, some torn within.
-This machine's kernel mounts each software partition, which replays the journal, for the library and
-for a reader that knows only the description of the format. Both must find the variables before the
-change that was under way, or those after it, whole; and those after it once it was acknowledged. A
+logged. From the log this program rebuilds the disk after a power cut, at every flush and at random
+positions between two flushes. There a random subset of the unflushed writes is on the disk, some of
+them torn. This machine's kernel mounts each software partition, which replays the journal, for the
+library and for an independent reader of the format. Both must find all variables from before the
+change in progress or all from after it, and only the latter once the change was acknowledged. A
 partition table must be the old or the new one.
 
   script/crash-states --blocks [--points N] [--seed S] [--without-sync]
@@ -258,7 +258,7 @@ def cut_variables(folder, seed, wanted, every_flush, count, tell, saves, without
 
 
 def table_of(sector):
-    """Returns the used entries of a partition table: type, start and size in sectors. None without one."""
+    """Returns the used entries of a partition table: type, start and size in sectors. None if there is no table."""
     if sector[510:] != b"\x55\xaa":
         return None
     entries = [struct.unpack("<4xB3xII", sector[at:at + 16]) for at in range(446, 510, 16)]

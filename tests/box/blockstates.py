@@ -94,7 +94,7 @@ def points(entries, base, wanted, random, every_flush=False, useful=lambda posit
 
     `wanted` points in all, half of them at the flushes and the others between them; with
     `every_flush` all of the flushes, and `wanted` others. Positions that are not `useful`, and
-    flushes of nothing that is in the image, are left out.
+    flushes that do not affect the image, are skipped.
     """
     intervals = _intervals(entries)
     writes = [sum(0 <= offset < base.size for _, offset, data in entries[start:end] if data)

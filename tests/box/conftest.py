@@ -2,8 +2,8 @@
 """Boxes for the tests.
 
 box        one default box for all tests of a module, with the library and the command
-boot       a function that boots a box of one's own: boot(disks=[...], cpu=..., ...)
-A machine that can't run QEMU skips the tests that ask for one of them.
+boot       a function that boots a separate box: boot(disks=[...], cpu=..., ...)
+A machine that cannot run QEMU skips the tests that use one of them.
 """
 
 import pathlib

@@ -1,15 +1,15 @@
 # SPDX-License-Identifier: MIT
-"""An application of the library in a box, call by call: what the drive tests stand on.
+"""Controls an application of the library in a box, call by call, for the drive tests.
 
-A test module says which disks its box has by a fixture named drive_box:
+A test module defines the disks of its box with a fixture named drive_box:
 
     @pytest.fixture(scope="module")
     def drive_box(box_image):
         with probe_box([Disk()]) as running:
             yield running
 
-and its tests take box and probe. Each test leaves the application as it found it: no
-descriptor more, no child.
+and its tests use box and probe. Each test leaves the application without additional descriptors or
+children.
 """
 
 import contextlib

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Cuts the power of a box that changes a boot variable all the time, and looks what is left.
+"""Cuts the power of a box that continuously changes a boot variable, and checks the result.
 
-The machine is booted once, up to an application that waits; each cut goes on from there, with the
-disk that the cut before has left. The library loads from it and must find the variable as last
-acknowledged, or as in the save that was under way; then it changes it again and again, until the
+The machine is booted once, up to a waiting application. Each cut continues from there, with the
+disk that the previous cut has left. The library loads from that disk and must find the variable as
+last acknowledged, or as in the save in progress. Then it changes the variable repeatedly, until the
 machine is killed and the unflushed part of its last writes is lost.
 
   script/power-cuts [N] [--seed S] [--without-sync]

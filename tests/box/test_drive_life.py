@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""The whole life of a recording drive, over a restart of the box, on its oldest processor.
+"""The life cycle of a recording drive, across a restart of the box, on its oldest processor.
 
-The tests are steps in this order; a build that left the processor's baseline would not
-come through the first.
+The tests are steps in this order. A build that needs more than the processor's baseline fails the
+first one.
 """
 
 import json

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-"""A recording drive that is not there, and one that is pulled away between two calls.
+"""A recording drive that is missing, and one that is removed between two calls.
 
-The drive is a SCSI disk here, the one kind that leaves its bus while the box runs. It
-comes back for the next test as a new disk with the old contents.
+The drive is a SCSI disk here, the only kind that can leave its bus while the box runs. For the next
+test it is inserted as a new disk with the old contents.
 """
 
 import pytest

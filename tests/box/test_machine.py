@@ -319,7 +319,7 @@ HOLDER = textwrap.dedent("""
     sys.path.insert(0, sys.argv[1])
     from box.machine import Box
     with Box(disks=[]) as box:
-        # a box that hangs: one that runs powers off when its host has gone
+        # A box that hangs, because a running one powers off when its host has exited.
         box.stop()
         print(box.pid, box._workspace.path, flush=True)
         sys.stdin.read()

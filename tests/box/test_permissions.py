@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""What the kernel and the tools ask of a user who is not root: the table of docs/integrating.md.
+"""The permissions that the kernel and the tools require of a user who is not root: the table of
+docs/integrating.md.
 
 The user is in the group of the disks' nodes, and has the capabilities that a test names.
 """

@@ -38,7 +38,7 @@ class Page:
         for line in LITERAL.sub("", text).splitlines():
             words = line[1:].split() if line.startswith(".") else []
             for at, word in enumerate(words):
-                # After .It, and behind another of its kind, a macro is called.
+                # A macro is called after .It, and after another macro of its kind.
                 if word == macro and (at == 0 or words[0] in ("It", "Pq", macro)):
                     arguments = []
                     for argument in words[at + 1:]:

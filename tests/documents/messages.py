@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: MIT
-"""Finds in the sources of the library every message that it can write.
+"""Finds every message that the library's sources can write.
 
-A message is told as (text, way): the text is the format string without its line end, and the way
-is a level ("1", "2"), a level with a context line in front ("1 @", "2 @"), "assertion" or
-"attention" for a condition of those, "perror", "stderr", "stdout", or "format" for a line that
-others are put into. A text that ends no line has NO_END behind its way.
+A message is a pair (text, way): the text is the format string without its newline, and the way is a
+level ("1", "2"), a level after a context line ("1 @", "2 @"), "assertion" or "attention" for the
+condition of such a check, "perror", "stderr", "stdout", or "format" for a line into which others
+are formatted. NO_END follows the way of a text without a newline.
 """
 
 import ast

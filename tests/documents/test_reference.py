@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""The reference that is made of the public headers: the site, and the manual pages of section 3.
+"""The reference that is generated from the public headers: the site, and the manual pages of section 3.
 
-What the pages have of the interface is compared with the headers, as Doxygen has read them.
+The interface in the pages is compared with the headers, as read by Doxygen.
 """
 
 import html
@@ -42,7 +42,7 @@ def site_fixture():
 
 @pytest.fixture(scope="session", name="interface")
 def interface_fixture(site):
-    # With warnings there is a site all the same: one test complains of them, not all.
+    # Even with warnings there is a site: only one test reports them, not all.
     folder = ROOT / "build" / "docs" / "xml"
     assert (folder / "index.xml").is_file(), site.stderr
     return Interface(folder)
@@ -112,7 +112,7 @@ def test_everything_public_has_a_page(manual, interface):
 
 
 def test_a_page_describes_what_it_declares(manual, interface):
-    """Each name stands in a list, with text below it."""
+    """Each name is in a list, with text below it."""
     for page in manual.values():
         told = page.described()
         owners = [interface.classes[name] for name in page.synopsis() if name]

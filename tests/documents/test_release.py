@@ -95,7 +95,7 @@ def test_the_checksum_fits(made, name):
 
 
 def test_the_bill_of_materials_names_every_file_and_dependency(made):
-    """Read by the rules of SPDX 2.3."""
+    """Parsed according to SPDX 2.3."""
     tarball = made / f"{STEM}.tar.xz"
     sbom = json.loads((made / f"{STEM}.spdx.json").read_text())
     assert (sbom["spdxVersion"], sbom["dataLicense"], sbom["SPDXID"], sbom["name"]) == \

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The examples of a build, run as their reader would. EXAMPLES tells their folder; by default the
-one of the i686 build.
+"""The examples of a build, run as their reader would. EXAMPLES names their directory; by default it is
+that of the i686 build.
 
 example(name, argument...)   runs one
 """

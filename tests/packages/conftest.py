@@ -1,8 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""The built packages, and clean systems to try them in.
+"""The built packages, and clean systems to test them in.
 
-The systems are made with root's rights and namespaces; where those are missing, the tests that ask
-for them are skipped.
+The systems need root permissions and namespaces; without those the tests that use them are skipped.
 """
 
 import pathlib

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""What the tests against real servers use.
+"""Fixtures for the tests with real servers.
 
-FETCHPROBE tells which program fetches; by default the one of the i686 build.
+FETCHPROBE names the program that fetches; by default it is that of the i686 build.
 """
 
 import hashlib

@@ -14,9 +14,8 @@ class Interrupts;
 struct Process {
     int mPid = 0;
     int mParent = 0;
-    std::string mName;  ///< of its program, at most 15 characters
-    unsigned long long mStart =
-        0;  ///< in clock ticks since the boot; tells a pid that was used again
+    std::string mName;              ///< of its program, at most 15 characters
+    unsigned long long mStart = 0;  ///< in clock ticks since the boot; detects a reused pid
 
     bool mEnded = false;  ///< exited, and not yet reaped by its parent
 

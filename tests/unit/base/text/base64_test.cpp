@@ -170,7 +170,7 @@ TEST(Base64Test, DecodingRefusesEveryMalformedText) {
     EXPECT_EQ("malformed text", decoded(std::string("Z\0==", 4)));
 }
 
-// Two texts for the same bytes would be ambiguous.
+// Two encodings of the same bytes would be ambiguous.
 TEST(Base64Test, DecodingRefusesUnusedBitsThatAreNotZero) {
     for (const char* const text : {"Zh==", "Zi==", "Zv==", "Z/==", "Zm9=", "Zm+=", "Zm/="}) {
         EXPECT_EQ("malformed text", decoded(text)) << text;

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kStreams = 3;
 
-/// Closes the standard streams in a bit mask for a scope.
+/// Closes the standard streams selected by a bit mask for a scope.
 class Without {
 public:
     explicit Without(unsigned mask) : mMask(mask) {

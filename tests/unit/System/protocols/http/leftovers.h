@@ -20,8 +20,8 @@ class Leftovers {
 public:
     Leftovers() = default;
     ~Leftovers() {
-        // A joined thread may stay in the kernel's list for a moment; a thread whose lookup nobody
-        // needs any more may take longer.
+        // A joined thread may stay in the kernel's list for a moment; a thread whose
+        // lookup is no longer needed may take longer.
         EXPECT_TRUE(eventually([this] { return threadIds() == mThreads; }));
         EXPECT_EQ(mDescriptors, openDescriptors());
     }
