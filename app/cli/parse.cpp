@@ -117,7 +117,7 @@ private:
             }
             if (group == nullptr || group->get_name() != first) {
                 group = mRoot.add_subcommand(first)->require_subcommand(0, 1);
-                // The same for all commands of a group: it can stand before their names, too.
+                // The same for all commands of a group, because it can precede their names.
                 group->option_defaults()->group(kCommandOptions);
                 addCommandOptions(*group, command->mOptions & eOptionFile);
                 group->option_defaults()->group(kGeneralOptions);

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""What the tests of the recipes use.
+"""Fixtures for the tests of the recipes.
 
 image   the root of an image, before the adapters are put in place
 """

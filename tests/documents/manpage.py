@@ -12,7 +12,7 @@ PUNCTUATION = set(",.;:()")
 
 
 def plain(text):
-    """Literal text as a reader copies it."""
+    """Returns literal text without its escapes, as a reader copies it."""
     signs = {"&": "", "-": "-", "(aq": "'", "(ga": "`", "(ha": "^", "(ti": "~", "e": "\\"}
     return re.sub(r"\\(\(..|.)", lambda found: signs[found[1]], text)
 
@@ -31,7 +31,7 @@ class Page:
         self.sections = dict(zip(self.headings, parts[2::2]))
 
     def macros(self, macro, section=None):
-        """Arguments of every use of a macro, also of one called from a list item."""
+        """Returns the arguments of every use of a macro, including calls from a list item."""
         text = "".join(self.sections.values()) if section is None else \
             self.sections.get(section, "")
         found = []
@@ -49,11 +49,11 @@ class Page:
         return found
 
     def values(self):
-        """Enumerators that are listed with their values."""
+        """Returns the enumerators that are listed with their values."""
         return dict(re.findall(r"^\.It Dv (\w+) Pq (\d+)$", "".join(self.sections.values()), re.M))
 
     def described(self):
-        """Names of the items of the lists in the description that have a text."""
+        """Returns the names of the items in the description's lists that have a text."""
         found = set()
         for heads, text in re.findall(r"((?:^\.(?:It|Fn|Xc).*\n)+)([^.].*|\.Pp)?",
                                       self.sections["DESCRIPTION"], re.M):
@@ -68,7 +68,7 @@ class Page:
         return [arguments[0] for arguments in self.macros("In", "SYNOPSIS")]
 
     def synopsis(self):
-        """The declarations of each class that the synopsis shows; "" for those in the open."""
+        """Returns the declarations of each class in the synopsis; those outside a class are under ""."""
         found = {"": set()}
         for block in LITERAL.findall(self.sections.get("SYNOPSIS", "")):
             code = plain(block)

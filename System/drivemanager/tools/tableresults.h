@@ -17,8 +17,8 @@ struct TableResults {
     base::ToolResult mWritten;  ///< the run that wrote a table
 };
 
-/// Returns the results of a drive, by default for two runs that did not happen. Any thread may call
-/// it.
+/// Returns the results of a drive. A run that has not happened has a default result. Any thread may
+/// call it.
 TableResults tableResults(const sysHardDrive* drive);
 /// Stores the results of a drive. Any thread may call it. Throws std::bad_alloc only for a drive
 /// without results.

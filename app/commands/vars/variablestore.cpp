@@ -15,7 +15,7 @@ namespace app {
 
 namespace {
 
-// No variable is longer than the file that holds all of them.
+// No variable is longer than the file that contains all of them.
 constexpr unsigned kLongestValue = kLargestBootImage;
 
 Result noVariable(const std::string& name) {
@@ -74,7 +74,7 @@ public:
     }
 
 private:
-    /// Why the library found no variable of this name.
+    /// Returns why the library found no variable with this name.
     Result notFound(const std::string& name) {
         Words names;
         Words values;

@@ -36,7 +36,7 @@ std::unique_ptr<VariableStore> openStore(const Options& options);
 /// Makes an environment without variables in the file of --file.
 Result createEnvironment(const Options& options);
 
-/// Gives the state that the library reads from the file of --file: "good", "backup", "damaged",
+/// Returns the state that the library reads from the file of --file: "good", "backup", "damaged",
 /// "missing" or "unreadable". Succeeds for "good" only; eAbsent for "missing".
 Result environmentState(const Options& options, std::string& state);
 
