@@ -90,7 +90,7 @@ struct sysBootEnvironmentFile::Work {
     bool isFree(const std::string& path);
     bool lock(base::Descriptor& directory);
     BootVariables noVariables() const {
-        return BootVariables(kBootEnvHeaderSize, mSize - kBootEnvHeaderSize);
+        return {kBootEnvHeaderSize, mSize - kBootEnvHeaderSize};
     }
     bool load(BootVariables& vars);
     bool judge(const EnvironmentReading& reading);

@@ -44,7 +44,7 @@ public:
         if (!mManager.getVarS(name.c_str(), text.data(), static_cast<int>(text.size()))) {
             return notFound(name);
         }
-        value = text.c_str();
+        value.assign(text, 0, text.find('\0'));
         return {};
     }
 
