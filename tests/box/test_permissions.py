@@ -35,7 +35,7 @@ def box(box_image):
 
 def prepare(box):
     """A formatted drive with one partition, whose root directory belongs to root, and a boot variable."""
-    box.check("kestrova --yes drive partition rest && kestrova --yes drive format &&"
+    box.check("kestrova drive partition --yes rest && kestrova drive format --yes &&"
               " kestrova vars set language en")
 
 
@@ -56,8 +56,8 @@ def test_needs_nothing_more(box, command):
 
 
 @pytest.mark.parametrize("command, least", [
-    ("kestrova --yes drive partition 500 rest", "sys_admin,dac_override"),
-    ("kestrova --yes drive format", "sys_admin,dac_override"),
+    ("kestrova drive partition --yes 500 rest", "sys_admin,dac_override"),
+    ("kestrova drive format --yes", "sys_admin,dac_override"),
     ("hdparm -S24 /dev/sda", "sys_rawio"),
     ("kestrova vars list", "sys_admin,dac_override"),
     ("kestrova vars set greeting hello", "sys_admin,dac_override"),
