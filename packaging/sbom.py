@@ -46,7 +46,7 @@ def file_entry(number, name, content):
 
 
 def verification_code(files):
-    """SHA-1 of the files' sorted SHA-1s, as the specification of SPDX defines it."""
+    """SHA-1 of the files' sorted SHA-1s, as SPDX defines it."""
     digests = sorted(entry["checksums"][0]["checksumValue"] for entry in files)
     return hashlib.sha1("".join(digests).encode()).hexdigest()
 

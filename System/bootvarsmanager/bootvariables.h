@@ -43,7 +43,7 @@ public:
     void set(std::string_view key, std::string_view value);
     bool fits() const { return mFits; }
 
-    /// Sets several variables, as many as there are values, as set() does; of two equal names the
+    /// Sets several variables, one for each value, as set() does; of two equal names the
     /// later one counts. Their order makes no difference to whether all of them fit: a variable
     /// that is removed or shrinks makes room for any other.
     void setAll(const KestrovaVector<std::string>& names,

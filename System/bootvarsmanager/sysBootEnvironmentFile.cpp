@@ -89,9 +89,7 @@ struct sysBootEnvironmentFile::Work {
     bool checkType(const std::string& path);
     bool isFree(const std::string& path);
     bool lock(base::Descriptor& directory);
-    BootVariables noVariables() const {
-        return {kBootEnvHeaderSize, mSize - kBootEnvHeaderSize};
-    }
+    BootVariables noVariables() const { return {kBootEnvHeaderSize, mSize - kBootEnvHeaderSize}; }
     bool load(BootVariables& vars);
     bool judge(const EnvironmentReading& reading);
     bool save(BootVariables& vars, bool loadedFromPrimary);
