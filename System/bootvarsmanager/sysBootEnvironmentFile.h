@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// @file
-/// The boot variables of a box in a plain file, for whoever builds the box's image.
+/// The boot variables of a box in a plain file, for the build of the box's image.
 #ifndef KESTROVA_SYSTEM_BOOTVARSMANAGER_SYSBOOTENVIRONMENTFILE_H
 #define KESTROVA_SYSTEM_BOOTVARSMANAGER_SYSBOOTENVIRONMENTFILE_H
 
